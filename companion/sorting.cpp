@@ -1,0 +1,137 @@
+#include "companion/sorting.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <numeric>
+#include <string>
+
+namespace {
+
+// Maps a double to an unsigned key whose integer order is the numeric order of the doubles,
+// with every NaN mapped above +inf. Negative zero and zero get the same key.
+inline std::uint64_t order_key(double x) noexcept {
+  if (std::isnan(x)) return ~std::uint64_t{0};
+  if (x == 0.0) x = 0.0;
+  const std::uint64_t b = std::bit_cast<std::uint64_t>(x);
+  return (b & 0x8000000000000000ULL) ? ~b : (b | 0x8000000000000000ULL);
+}
+
+struct KeyIndex {
+  std::uint64_t key;
+  std::uint32_t index;
+};
+
+// Stable order of n keys by LSD radix sort on 16-bit digits (4 passes, skipping passes whose
+// digit is constant), which is linear in n and stable by construction.
+std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
+  std::vector<KeyIndex> a(n), b(n);
+  for (std::size_t i = 0; i < n; ++i) a[i] = {order_key(key[i]), static_cast<std::uint32_t>(i)};
+  if (n < 4096) {
+    std::stable_sort(a.begin(), a.end(),
+                     [](const KeyIndex& x, const KeyIndex& y) { return x.key < y.key; });
+  } else {
+    std::vector<std::uint32_t> count(65536);
+    for (int pass = 0; pass < 4; ++pass) {
+      const int shift = 16 * pass;
+      std::fill(count.begin(), count.end(), 0u);
+      for (const KeyIndex& e : a) ++count[(e.key >> shift) & 0xFFFF];
+      if (count[(a[0].key >> shift) & 0xFFFF] == n) continue;  // digit constant: nothing moves
+      std::uint32_t sum = 0;
+      for (auto& c : count) {
+        const std::uint32_t t = c;
+        c = sum;
+        sum += t;
+      }
+      for (const KeyIndex& e : a) b[count[(e.key >> shift) & 0xFFFF]++] = e;
+      a.swap(b);
+    }
+  }
+  std::vector<std::uint32_t> order(n);
+  for (std::size_t i = 0; i < n; ++i) order[i] = a[i].index;
+  return order;
+}
+
+template <class T>
+void permute_rows(matrix<T>* m, std::size_t offset, const std::vector<std::uint32_t>& order,
+                  std::vector<T>& scratch) {
+  if (m == nullptr || m->data == nullptr) return;
+  const std::size_t len = order.size();
+  if (offset + len > m->rows) return;
+  scratch.resize(len);
+  for (std::uint32_t c = 0; c < m->cols; ++c) {
+    T* col = m->data + static_cast<std::size_t>(c) * m->rows + offset;
+    for (std::size_t r = 0; r < len; ++r) scratch[r] = std::move(col[order[r]]);
+    for (std::size_t r = 0; r < len; ++r) col[r] = std::move(scratch[r]);
+  }
+}
+
+// Rows first..last (1-based) clipped to [1, rows]: returns false when nothing is left.
+bool clip_block(const matrix<double>* key, int first, int last, std::size_t& offset,
+                std::size_t& len) {
+  if (key == nullptr || key->data == nullptr || key->cols < 1) return false;
+  const long long lo = std::max<long long>(first, 1);
+  const long long hi = std::min<long long>(last, static_cast<long long>(key->rows));
+  if (hi < lo) return false;
+  offset = static_cast<std::size_t>(lo - 1);
+  len = static_cast<std::size_t>(hi - lo + 1);
+  return true;
+}
+
+}  // namespace
+
+std::vector<std::uint32_t> SortOrder(const double* key, std::size_t n) {
+  return radix_order(key, n);
+}
+
+template <class T>
+void ApplyRowPermutation(matrix<T>* m, std::size_t offset,
+                         const std::vector<std::uint32_t>& order) {
+  std::vector<T> scratch;
+  permute_rows(m, offset, order, scratch);
+}
+
+template void ApplyRowPermutation<double>(matrix<double>*, std::size_t,
+                                          const std::vector<std::uint32_t>&);
+template void ApplyRowPermutation<int>(matrix<int>*, std::size_t,
+                                       const std::vector<std::uint32_t>&);
+template void ApplyRowPermutation<short>(matrix<short>*, std::size_t,
+                                         const std::vector<std::uint32_t>&);
+template void ApplyRowPermutation<std::u16string>(matrix<std::u16string>*, std::size_t,
+                                                  const std::vector<std::uint32_t>&);
+
+void SortQ(matrix<double>* key, int first, int last, std::initializer_list<matrix<double>*> carried,
+           std::initializer_list<matrix<int>*> carriedInt, bool moveKey) {
+  std::size_t offset = 0, len = 0;
+  if (!clip_block(key, first, last, offset, len)) return;
+  const std::vector<std::uint32_t> order = SortOrder(key->data + offset, len);
+  std::vector<double> scratch;
+  for (matrix<double>* m : carried) {
+    if (m != key) permute_rows(m, offset, order, scratch);
+  }
+  std::vector<int> iscratch;
+  for (matrix<int>* m : carriedInt) permute_rows(m, offset, order, iscratch);
+  if (moveKey) {
+    // Only the key column moves, even when the key matrix has further columns.
+    scratch.resize(len);
+    double* col = key->data + offset;
+    for (std::size_t r = 0; r < len; ++r) scratch[r] = col[order[r]];
+    std::copy(scratch.begin(), scratch.end(), col);
+  }
+}
+
+void SortQ(matrix<double>* key, int first, int last, std::initializer_list<matrix<double>*> carried,
+           bool moveKey) {
+  SortQ(key, first, last, carried, {}, moveKey);
+}
+
+void SortQVector(double* v, std::size_t n) {
+  if (v == nullptr || n == 0) return;
+  std::sort(v, v + n, [](double a, double b) { return order_key(a) < order_key(b); });
+}
+
+void SortQVector(matrix<double>* v, int n) {
+  if (v == nullptr || n <= 0) return;
+  const std::size_t m = std::min<std::size_t>(static_cast<std::size_t>(n), v->count);
+  SortQVector(v->data, m);
+}

@@ -1,0 +1,150 @@
+// The flat-entry frame: the one mechanism every flat entry point uses.
+//
+//   1. each caller array, input or output, becomes a private matrix<T> copy of the stated shape
+//      (outputs too, so a worker may read what the caller put there);
+//   2. the worker runs on the containers and its status is kept;
+//   3. each output container's `count` elements are copied back, in order, into the caller's
+//      array; inputs are never written;
+//   4. every container is freed; the worker's status is returned unchanged.
+//
+// Nothing escapes as an exception: an allocation failure returns VELKOR_E_OUT_OF_MEMORY, a null
+// caller array with a positive length VELKOR_E_NULL_ARRAY, any other exception
+// VELKOR_E_INTERNAL, and in each of these cases nothing is written back. A length of zero or
+// less gives an empty container (its spare element absorbs any access) and the worker decides
+// what the data condition is (for instance -2 for fewer than two observations); a null array
+// with such a length is accepted.
+//
+// Usage in an entry point:
+//   return velkor::flat_call([&](velkor::FlatFrame& f) {
+//     auto& t = f.in(times, n);            // n x 1 copy of a const double*
+//     auto& tab = f.out(table, rows, 12);  // rows x 12, copied back on success
+//     double& bias = f.scalar(biasOut);    // written back on success
+//     return Worker(&t, n, &tab, bias);
+//   });
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "velkor/containers.h"
+#include "velkor/status.h"
+
+namespace velkor {
+
+// Thrown inside a frame when a caller array is null although its length is positive.
+struct NullCallerArray {};
+
+class FlatFrame {
+ public:
+  FlatFrame() = default;
+  FlatFrame(const FlatFrame&) = delete;
+  FlatFrame& operator=(const FlatFrame&) = delete;
+
+  // Input array: private rows x cols copy; never written back.
+  template <class T>
+  matrix<T>& in(const T* caller, long long rows, long long cols = 1) {
+    return bind(const_cast<T*>(caller), rows, cols, false);
+  }
+  // Output (or in/out) array: private copy of the caller's values, copied back on success.
+  template <class T>
+  matrix<T>& out(T* caller, long long rows, long long cols = 1) {
+    return bind(caller, rows, cols, true);
+  }
+  // Scalar output through a pointer: a local value initialised from *caller, written back on
+  // success. A null pointer ends the call with VELKOR_E_NULL_ARRAY.
+  template <class T>
+  T& scalar(T* caller) {
+    if (caller == nullptr) throw NullCallerArray{};
+    auto b = std::make_unique<ScalarBinding<T>>(caller);
+    T& ref = b->value;
+    bindings_.push_back(std::move(b));
+    return ref;
+  }
+
+  // Copy every output back into the caller's arrays (called once, after the worker).
+  void commit() noexcept {
+    for (auto& b : bindings_) b->copy_back();
+  }
+
+ private:
+  struct Binding {
+    virtual ~Binding() = default;
+    virtual void copy_back() noexcept = 0;
+  };
+  template <class T>
+  struct ArrayBinding final : Binding {
+    matrix<T> m;
+    T* caller;
+    bool output;
+    ArrayBinding(T* p, std::uint32_t r, std::uint32_t c, bool o)
+        : m(r, c, p, 0), caller(p), output(o) {}
+    void copy_back() noexcept override {
+      if (!output || caller == nullptr) return;
+      for (std::uint64_t k = 0; k < m.count; ++k) caller[k] = m.data[k];
+    }
+  };
+  template <class T>
+  struct ScalarBinding final : Binding {
+    T value;
+    T* caller;
+    explicit ScalarBinding(T* p) : value(*p), caller(p) {}
+    void copy_back() noexcept override { *caller = value; }
+  };
+
+  static std::uint32_t clamp_dim(long long d) {
+    if (d <= 0) return 0;
+    if (d > 0xFFFFFFFFLL) throw std::bad_alloc();
+    return static_cast<std::uint32_t>(d);
+  }
+
+  template <class T>
+  matrix<T>& bind(T* caller, long long rows, long long cols, bool output) {
+    const std::uint32_t r = clamp_dim(rows);
+    const std::uint32_t c = clamp_dim(cols);
+    if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
+    auto b = std::make_unique<ArrayBinding<T>>(caller, r, c, output);
+    matrix<T>& ref = b->m;
+    bindings_.push_back(std::move(b));
+    return ref;
+  }
+
+  std::vector<std::unique_ptr<Binding>> bindings_;
+};
+
+// Runs one flat call: builds the frame, runs `body(frame)` (which calls the worker and returns
+// its status), copies outputs back and returns the status. Exceptions become positive codes and
+// leave the caller's arrays untouched.
+template <class Body>
+int flat_call(Body&& body) noexcept {
+  try {
+    FlatFrame frame;
+    const int status = body(frame);
+    frame.commit();
+    return status;
+  } catch (const std::bad_alloc&) {
+    return VELKOR_E_OUT_OF_MEMORY;
+  } catch (const NullCallerArray&) {
+    return VELKOR_E_NULL_ARRAY;
+  } catch (...) {
+    return VELKOR_E_INTERNAL;
+  }
+}
+
+// The same guard for object (_ST) entry points and for workers exported under their own names:
+// no exception crosses the library boundary.
+template <class Body>
+int guarded_call(Body&& body) noexcept {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return VELKOR_E_OUT_OF_MEMORY;
+  } catch (const NullCallerArray&) {
+    return VELKOR_E_NULL_ARRAY;
+  } catch (...) {
+    return VELKOR_E_INTERNAL;
+  }
+}
+
+}  // namespace velkor

@@ -1,0 +1,88 @@
+// SortQ: stable block sorts carrying companion columns, the order of special values, and the
+// two-pass grouping the survival preparation relies on.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "companion/sorting.h"
+#include "core/numeric.h"
+
+namespace {
+matrix<double> col(std::vector<double> v) {
+  return matrix<double>(static_cast<std::uint32_t>(v.size()), 1, v.data(), 0);
+}
+std::vector<double> values(const matrix<double>& m) {
+  return {m.data, m.data + m.count};
+}
+}  // namespace
+
+TEST(SortQ, SortsABlockCarryingColumnsAndKeepsTiesInInputOrder) {
+  auto key = col({9, 3, 1, 3, 2, 0});
+  auto tag = col({0, 1, 2, 3, 4, 5});
+  SortQ(&key, 2, 5, {&tag});  // rows 2..5 only
+  EXPECT_EQ(values(key), (std::vector<double>{9, 1, 2, 3, 3, 0}));
+  EXPECT_EQ(values(tag), (std::vector<double>{0, 2, 4, 1, 3, 5}));  // 3s keep their order
+}
+
+TEST(SortQ, KeyCanStayInPlaceSoTwoPassesAlignColumns) {
+  // Sort status by label without moving the labels, then times by label moving them: only a
+  // stable sort gives the same permutation in both passes.
+  auto label = col({2, 1, 2, 1, 1, 2});
+  auto status = col({1, 0, 0, 1, 1, 0});
+  auto times = col({10, 20, 30, 40, 50, 60});
+  SortQ(&label, 1, 6, {&status}, false);
+  EXPECT_EQ(values(label), (std::vector<double>{2, 1, 2, 1, 1, 2}));
+  SortQ(&label, 1, 6, {&times}, true);
+  EXPECT_EQ(values(label), (std::vector<double>{1, 1, 1, 2, 2, 2}));
+  EXPECT_EQ(values(times), (std::vector<double>{20, 40, 50, 10, 30, 60}));
+  EXPECT_EQ(values(status), (std::vector<double>{0, 1, 1, 1, 0, 0}));
+}
+
+TEST(SortQ, SpecialValuesOrderMissingFirstNanLast) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  auto key = col({nan, 1, velkor::kMissing, -std::numeric_limits<double>::infinity(), -0.0, 0.0});
+  auto tag = col({0, 1, 2, 3, 4, 5});
+  SortQ(&key, 1, 6, {&tag});
+  EXPECT_EQ(values(tag), (std::vector<double>{3, 2, 4, 5, 1, 0}));  // -0 and 0 tie: input order
+  EXPECT_TRUE(std::isnan(key.data[5]));
+}
+
+TEST(SortQ, MultiColumnAndIntegerCompanionsMoveWholeRows) {
+  auto key = col({3, 1, 2});
+  double xs[6] = {30, 10, 20, 300, 100, 200};
+  matrix<double> x(3, 2, xs, 0);
+  int is[3] = {3, 1, 2};
+  matrix<int> ids(3, 1, is, 0);
+  SortQ(&key, 1, 3, {&x}, {&ids}, true);
+  EXPECT_EQ(x(1, 2), 100.0);
+  EXPECT_EQ(x(3, 1), 30.0);
+  EXPECT_EQ(ids(2), 2);
+}
+
+TEST(SortQ, OutOfRangeBlocksAreClippedOrIgnored) {
+  auto key = col({3, 2, 1});
+  SortQ(&key, 0, 99, {});
+  EXPECT_EQ(values(key), (std::vector<double>{1, 2, 3}));
+  SortQ(&key, 3, 1, {});  // empty block
+  SortQ(nullptr, 1, 3, {});
+  EXPECT_EQ(values(key), (std::vector<double>{1, 2, 3}));
+}
+
+TEST(SortOrder, RadixPathAgreesWithStableSortOnLargeInputs) {
+  std::mt19937_64 rng(7);
+  std::uniform_int_distribution<int> d(-500, 500);
+  std::vector<double> v(20000);
+  for (auto& x : v) x = d(rng) * 0.25;  // many ties
+  v[17] = std::numeric_limits<double>::quiet_NaN();
+  const auto order = SortOrder(v.data(), v.size());
+  std::vector<std::uint32_t> ref(v.size());
+  for (std::uint32_t i = 0; i < ref.size(); ++i) ref[i] = i;
+  std::stable_sort(ref.begin(), ref.end(), [&](auto a, auto b) {
+    if (std::isnan(v[a])) return false;
+    if (std::isnan(v[b])) return true;
+    return v[a] < v[b];
+  });
+  EXPECT_EQ(order, ref);
+}
