@@ -45,14 +45,14 @@ double variant_to_double(const VARIANT& v) {
 }
 
 std::u16string variant_to_string(const VARIANT& v) {
-  if (v.vt == VT_BSTR) {
-    return v.bstrVal ? std::u16string(v.bstrVal, SysStringLen(v.bstrVal)) : std::u16string();
-  }
+  if (v.vt == VT_BSTR) return velkor::FromBSTR(v.bstrVal);
   VARIANT out;
   VariantInit(&out);
   std::u16string s;
-  if (SUCCEEDED(VariantChangeType(&out, &v, 0, VT_BSTR)) && out.vt == VT_BSTR && out.bstrVal) {
-    s.assign(out.bstrVal, SysStringLen(out.bstrVal));
+  // Windows declares the source argument non-const; it is only read.
+  if (SUCCEEDED(VariantChangeType(&out, const_cast<VARIANT*>(&v), 0, VT_BSTR)) &&
+      out.vt == VT_BSTR) {
+    s = velkor::FromBSTR(out.bstrVal);
   }
   VariantClear(&out);
   return s;
@@ -246,7 +246,7 @@ matrix3D<T>::matrix3D(SAFEARRAY* records, int maxSlices) requires VectorSlices<T
       auto* col = new Slice();
       this->slices.push_back(col);
       this->nSlices = static_cast<std::int32_t>(this->slices.size());
-      if (recs[r].name) col->name.assign(recs[r].name, SysStringLen(recs[r].name));
+      col->name = velkor::FromBSTR(recs[r].name);
       col->role = recs[r].role;
       col->entries.push_back(column_values<typename Matrix3DSlice<T>::value>(recs[r].values));
     }
