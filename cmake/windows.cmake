@@ -10,6 +10,11 @@
 # with the undecorated exports of the shared library.
 
 if(WIN32)
+  # FindOpenMP hands the import library libgomp.dll.a to the link; the compiler driver's own
+  # -fopenmp together with -static links libgomp.a instead, so the DLL needs no libgomp-1.dll.
+  if(TARGET OpenMP::OpenMP_CXX)
+    set_property(TARGET OpenMP::OpenMP_CXX PROPERTY INTERFACE_LINK_LIBRARIES -fopenmp)
+  endif()
   if(VELKOR_BUILD_TESTS)
     file(GLOB velkor_windows_test_sources CONFIGURE_DEPENDS
       ${PROJECT_SOURCE_DIR}/tests/windows/*.cpp)
