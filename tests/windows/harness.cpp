@@ -8,6 +8,8 @@
 // every check passed.
 #include "windows/harness.h"
 
+#include <cxxabi.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -107,6 +109,40 @@ void* Library::symbol(const char* name) {
   FARPROC p = module_ ? GetProcAddress(module_, name) : nullptr;
   check(p != nullptr, std::string("GetProcAddress(") + name + ")", __FILE__, __LINE__);
   return reinterpret_cast<void*>(p);
+}
+
+std::vector<std::string> Library::export_names() const {
+  std::vector<std::string> names;
+  if (!module_) return names;
+  // The export directory of the loaded image (PE32+): name pointer table of RVAs.
+  const auto* base = reinterpret_cast<const unsigned char*>(module_);
+  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
+  const IMAGE_DATA_DIRECTORY& dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+  if (dir.VirtualAddress == 0) return names;
+  const auto* exp = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + dir.VirtualAddress);
+  const auto* rvas = reinterpret_cast<const DWORD*>(base + exp->AddressOfNames);
+  for (DWORD i = 0; i < exp->NumberOfNames; ++i)
+    names.emplace_back(reinterpret_cast<const char*>(base + rvas[i]));
+  return names;
+}
+
+void* Library::cpp_symbol(const std::string& qualified) {
+  std::vector<std::string> found;
+  for (const std::string& mangled : export_names()) {
+    if (mangled.rfind("_Z", 0) != 0) continue;
+    int status = 0;
+    char* plain = abi::__cxa_demangle(mangled.c_str(), nullptr, nullptr, &status);
+    if (status == 0 && plain && std::strncmp(plain, qualified.c_str(), qualified.size()) == 0 &&
+        plain[qualified.size()] == '(')
+      found.push_back(mangled);
+    std::free(plain);
+  }
+  if (!check(found.size() == 1,
+             "C++ export " + qualified + ": " + std::to_string(found.size()) + " matches", __FILE__,
+             __LINE__))
+    return nullptr;
+  return symbol(found[0].c_str());
 }
 
 int register_family(const char* name, FamilyRun run) {

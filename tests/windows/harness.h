@@ -63,6 +63,16 @@ class Library {
   F fn(const char* name) {
     return reinterpret_cast<F>(reinterpret_cast<void (*)()>(symbol(name)));
   }
+  // A C++ export by its qualified name: the one entry of the DLL's export table whose demangled
+  // name is `qualified(...)`; a failed check and null when there is none or more than one. The
+  // mangled name found is then fetched with GetProcAddress.
+  void* cpp_symbol(const std::string& qualified);
+  template <class F>
+  F cpp_fn(const std::string& qualified) {
+    return reinterpret_cast<F>(reinterpret_cast<void (*)()>(cpp_symbol(qualified)));
+  }
+  // Names in the DLL's export table, in table order.
+  std::vector<std::string> export_names() const;
 
  private:
   HMODULE module_ = nullptr;
@@ -71,6 +81,9 @@ class Library {
 // A flat entry point by its plain exported name, typed by its declaration in the public header:
 //   auto f = VELKOR_PROC(lib, Cpp_BlandAltman);
 #define VELKOR_PROC(lib, name) (lib).fn<decltype(&name)>(#name)
+// A C++ entry point (object interface, exported worker) typed by its declaration, found by its
+// demangled name: auto f = VELKOR_CPP_PROC(lib, COX_Compute_ST);
+#define VELKOR_CPP_PROC(lib, name) (lib).cpp_fn<decltype(&name)>(#name)
 
 // ---- families ---------------------------------------------------------------------------------
 using FamilyRun = void (*)(Library&);

@@ -73,9 +73,6 @@ constexpr const char* kCtorCube = "_ZN8matrix3DI6matrixIdEEC1EP12tagSAFEARRAY";
 constexpr const char* kUpdateCube = "_ZN8matrix3DI6matrixIdEE6UpdateEP12tagSAFEARRAY";
 constexpr const char* kDtorCube = "_ZN8matrix3DI6matrixIdEED1Ev";
 constexpr const char* kVbgetCube = "_ZN12matrix3DBaseI6matrixIdEE5vbgetEii";
-constexpr const char* kLoadErrorInfo =
-    "_Z16LoadErrorInfo_STRKNSt7__cxx1112basic_stringIDsSt11char_traitsIDsESaIDsEEES6_S6_iiiiS6_"
-    "iisS6_R9ErrorInfo";
 #undef VS
 
 using BaseD = matrix3DBase<cST_MVect<double>>;
@@ -237,8 +234,8 @@ VELKOR_WIN_FAMILY(containers) {
     }
   }
 
-  // The error record of the object interface.
-  if (auto load = lib.fn<decltype(&LoadErrorInfo_ST)>(kLoadErrorInfo)) {
+  // The error record of the object interface, found by its demangled name.
+  if (auto load = VELKOR_CPP_PROC(lib, LoadErrorInfo_ST)) {
     ErrorInfo info;
     load(u"NoEvent", u"No event in the data", u"Kaplan-Meier", VELKOR_W_NO_EVENT, 3, 1, 0,
          u"group 2", 0, 0, -1, u"", info);
