@@ -171,6 +171,14 @@ const std::vector<double>& Csv::operator[](const std::string& name) const {
   return none;
 }
 
+const std::vector<std::string>& Csv::text(const std::string& name) const {
+  static const std::vector<std::string> none;
+  for (std::size_t j = 0; j < names.size(); ++j)
+    if (names[j] == name) return cells[j];
+  check(false, "fixture column " + name + " absent", __FILE__, __LINE__);
+  return none;
+}
+
 Csv read_csv(const std::string& relative) {
   Csv csv;
   std::istringstream in(read_fixture(relative));
@@ -195,13 +203,15 @@ Csv read_csv(const std::string& relative) {
     if (csv.names.empty()) {
       csv.names = cells;
       csv.columns.resize(cells.size());
+      csv.cells.resize(cells.size());
       continue;
     }
     for (std::size_t j = 0; j < csv.columns.size(); ++j) {
       const std::string c = j < cells.size() ? cells[j] : "";
       char* end = nullptr;
       const double v = std::strtod(c.c_str(), &end);
-      csv.columns[j].push_back(c.empty() || end == c.c_str() ? std::nan("") : v);
+      csv.columns[j].push_back(c.empty() || end == c.c_str() || *end != '\0' ? std::nan("") : v);
+      csv.cells[j].push_back(c);
     }
   }
   return csv;

@@ -104,9 +104,11 @@ std::string read_fixture(const std::string& relative);
 // A CSV fixture with a header row: columns by name, numbers (empty, NA and NaN cells are NaN).
 struct Csv {
   std::vector<std::string> names;
-  std::vector<std::vector<double>> columns;
+  std::vector<std::vector<double>> columns;     // numbers (NaN for text)
+  std::vector<std::vector<std::string>> cells;  // the same cells as text
   // Column by name; a failed check and an empty column when absent.
   const std::vector<double>& operator[](const std::string& name) const;
+  const std::vector<std::string>& text(const std::string& name) const;
   std::size_t rows() const { return columns.empty() ? 0 : columns[0].size(); }
 };
 Csv read_csv(const std::string& relative);
