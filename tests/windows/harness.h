@@ -32,10 +32,8 @@ int passed();
 int failed();
 
 #define WCHECK(cond) ::wintest::check(static_cast<bool>(cond), #cond, __FILE__, __LINE__)
-#define WCHECK_EQ(got, want)                                                                       \
-  ::wintest::check((got) == (want),                                                                \
-                   std::string(#got " == " #want " (got ") + ::wintest::show(got) + ")", __FILE__, \
-                   __LINE__)
+#define WCHECK_EQ(got, want) \
+  ::wintest::check_eq((got), (want), #got " == " #want, __FILE__, __LINE__)
 #define WCHECK_NEAR(got, want, rel) \
   ::wintest::check_near((got), (want), (rel), #got, __FILE__, __LINE__)
 
@@ -47,6 +45,12 @@ requires std::is_integral_v<I> std::string show(I v) {
 }
 std::string show(const std::u16string& s);
 std::string show(const char* s);
+
+// Each argument is evaluated once (a call under test runs once).
+template <class A, class B>
+bool check_eq(const A& got, const B& want, const char* what, const char* file, int line) {
+  return check(got == want, std::string(what) + " (got " + show(got) + ")", file, line);
+}
 
 // ---- the DLL ----------------------------------------------------------------------------------
 class Library {
