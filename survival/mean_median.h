@@ -16,8 +16,8 @@
 //   quartiles out, 3 x 4: label (0.75, 0.5, 0.25), quartile time, lower, upper; row 1 is the time
 //           at which S falls to 0.25, row 2 to 0.5, row 3 to 0.75.
 // Time cap: when the last survival exceeds 2.220446049250313e-16, cap = t_j of each censored-only
-// row j (j = 2 .. T) whose previous row's time exceeds the cap so far: the first of a run of
-// consecutive censored-only rows sets it (deliberate).
+// row j (j = 2 .. T) whose previous row's time exceeds the cap so far. Within a run of
+// consecutive censored-only rows the cap therefore moves on every second row (deliberate).
 // Mean: mu = t_1 + sum_(j = 1 .. T-1, t_(j+1) < cap or cap = 0) (t_(j+1) - t_j) S_j, the area under
 // the step curve up to tau = the last t_(j+1) taken (t_1 when none).
 // Standard error (Kaplan & Meier 1958; Klein & Moeschberger 2003, eq. 4.5.1, as R's survfit

@@ -186,3 +186,329 @@ TEST(SurvivalReferenceR, VeteranFourCellTypesMatchSurvdiffOnThreeDegreesOfFreedo
   EXPECT_EQ(a.pairs[3 * P], 2.0);
   EXPECT_EQ(a.pairs[3 * P * 2 + 1], 2.0);  // second row of pair 1: test 2 (Gehan)
 }
+
+// ---------------------------------------------------------------------------------------------
+// Preparation: the order of the checks and the layout produced.
+// ---------------------------------------------------------------------------------------------
+namespace {
+int Reorganize(std::vector<double>& t, std::vector<double>& s, std::vector<double>& g,
+               std::vector<double> sizes, short grouped = 0, double* maxTime = nullptr) {
+  std::vector<double> w(t.size(), 1.0);
+  double mx = -7;
+  const int status = ReorganizeData(t.data(), static_cast<int>(t.size()), s.data(), w.data(), g.data(),
+                                    sizes.data(), static_cast<int>(sizes.size()), grouped, &mx);
+  if (maxTime) *maxTime = mx;
+  return status;
+}
+}  // namespace
+
+TEST(SurvivalPreparation, ChecksComeInTheStatedOrder) {
+  std::vector<double> t{3, 1}, s{0.5, 1}, g{1, 1};
+  EXPECT_EQ(Reorganize(t, s, g, {2}), 0);  // 0.5 lies in [0, 1]
+  s = {2, 1};
+  EXPECT_EQ(Reorganize(t, s, g, {2}), -1);
+  EXPECT_EQ(Reorganize(t, s, g, {2}, -1), 0);  // counts mode: no range check
+  s = {M, 1};
+  EXPECT_EQ(Reorganize(t, s, g, {2}), -1);  // a missing status is below 0
+  std::vector<double> t1{5}, s1{1}, g1{1};
+  EXPECT_EQ(Reorganize(t1, s1, g1, {1}), -2);
+  s1 = {-1};
+  EXPECT_EQ(Reorganize(t1, s1, g1, {1}), -1);  // the range check comes before the size check
+  std::vector<double> t0, s0, g0;
+  EXPECT_EQ(Reorganize(t0, s0, g0, {}), -2);
+}
+
+TEST(SurvivalPreparation, WarningsStillOrderTheBlocks) {
+  std::vector<double> t{4, 2, 9, 1, 3}, s{0, 0, 0, 0, 0}, g{2, 1, 2, 1, 2};
+  double mx = 0;
+  EXPECT_EQ(Reorganize(t, s, g, {2, 3}, 0, &mx), -3);
+  EXPECT_EQ(t, (std::vector<double>{1, 2, 3, 4, 9}));
+  EXPECT_EQ(g, (std::vector<double>{1, 1, 2, 2, 2}));
+  EXPECT_EQ(mx, 9);
+  std::vector<double> t2{4, 2, 9, 1, 3}, s2{1, 1, 1, 1, 1}, g2{2, 1, 2, 1, 2};
+  EXPECT_EQ(Reorganize(t2, s2, g2, {2, 3}), -5);
+  EXPECT_EQ(t2, (std::vector<double>{1, 2, 3, 4, 9}));
+  // Status and weights travel with their rows; NaN times go last in their block.
+  std::vector<double> t3{5, kNaN, 1, 7}, s3{1, 0, 0, 1}, g3{1, 1, 1, 0};
+  EXPECT_EQ(Reorganize(t3, s3, g3, {1, 3}), 0);
+  EXPECT_EQ(t3[0], 7);
+  EXPECT_EQ(t3[1], 1);
+  EXPECT_EQ(t3[2], 5);
+  EXPECT_TRUE(std::isnan(t3[3]));
+  EXPECT_EQ(s3, (std::vector<double>{1, 0, 1, 0}));
+}
+
+TEST(SurvivalPreparation, CheckStatusFormatNumbersCausesByFirstAppearance) {
+  double codes[5] = {0}, rec[5] = {0};
+  unsigned int k = 0;
+  const double st[5] = {0, 2, 1, 2, 0};
+  EXPECT_EQ(Cpp_CheckStatusFormat(st, 5, codes, &k, 0, rec), 0);
+  EXPECT_EQ(k, 2u);
+  EXPECT_EQ(codes[0], 2);
+  EXPECT_EQ(codes[1], 1);
+  EXPECT_EQ(std::vector<double>(rec, rec + 5), (std::vector<double>{0, 1, 2, 1, 0}));
+  // Censoring code 9: a censored first row keeps 9 (it is not revisited), later ones become 0.
+  const double st9[4] = {9, 3, 9, 4};
+  EXPECT_EQ(Cpp_CheckStatusFormat(st9, 4, codes, &k, 9, rec), 0);
+  EXPECT_EQ(std::vector<double>(rec, rec + 4), (std::vector<double>{9, 1, 0, 2}));
+  const double all[3] = {9, 9, 9};
+  EXPECT_EQ(Cpp_CheckStatusFormat(all, 3, codes, &k, 9, rec), -1);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Product-limit table: hand-computable cases and the deliberate rules.
+// ---------------------------------------------------------------------------------------------
+namespace {
+struct KM {
+  std::vector<double> tab, last{0}, tot{0};
+  int R;
+  KM(std::vector<double> t, std::vector<double> s, std::vector<double> w = {}, short grouped = 0) {
+    if (w.empty()) w.assign(t.size(), 1.0);
+    R = static_cast<int>(t.size()) + 1;
+    tab.assign(static_cast<std::size_t>(R) * 12, 0.0);
+    EXPECT_EQ(0, RunLife(t.data(), s.data(), w.data(), static_cast<int>(t.size()), nullptr, 0, grouped, 1, 0, 0,
+                         R, tab.data(), last.data(), tot.data()));
+  }
+  double operator()(int row, int col) const { return tab[static_cast<std::size_t>(col - 1) * R + row]; }
+  int rows() const { return static_cast<int>(last[0]); }
+};
+}  // namespace
+
+TEST(SurvivalKaplanMeier, TiesOfEventsAndCensoringsShareOneRow) {
+  KM km({1, 2, 2, 3}, {1, 1, 0, 1});
+  ASSERT_EQ(km.rows(), 3);
+  const double n[] = {4, 3, 1}, d[] = {1, 1, 1}, c[] = {0, 1, 0}, S[] = {0.75, 0.5, 0};
+  for (int j = 1; j <= 3; ++j) {
+    EXPECT_EQ(km(j, 1), j);
+    EXPECT_EQ(km(j, 3), n[j - 1]);
+    EXPECT_EQ(km(j, 4), d[j - 1]);
+    EXPECT_EQ(km(j, 5), c[j - 1]);
+    EXPECT_EQ(km(j, 6), n[j - 1]);
+    EXPECT_DOUBLE_EQ(km(j, 8), S[j - 1]);
+  }
+  EXPECT_EQ(km(0, 7), 1);
+  EXPECT_EQ(km(0, 8), 1);
+  EXPECT_DOUBLE_EQ(km(1, 11), 0.25 / 0.75 / 4);           // (1 - p) / (p n')
+  EXPECT_DOUBLE_EQ(km(3, 11), km(2, 11));                  // p = 0 adds nothing
+  EXPECT_DOUBLE_EQ(km(1, 9), 0.25);                         // (1 - 0.75) / (2 - 1)
+  EXPECT_DOUBLE_EQ(km(3, 9), 0.5);                          // last run: t_next = t + 1
+  EXPECT_EQ(km(2, 2), M);                                   // never written by the estimator
+  EXPECT_EQ(km.tot[0], 4);
+}
+
+TEST(SurvivalKaplanMeier, CensoredOnlyRowsRepeatThePreviousRow) {
+  KM first({1, 2, 4, 5}, {0, 1, 0, 1});
+  EXPECT_EQ(first(1, 7), 1);  // censored first row: origin values
+  EXPECT_EQ(first(1, 8), 1);
+  EXPECT_EQ(first(1, 9), M);  // density not written on a censored-only row
+  EXPECT_DOUBLE_EQ(first(2, 7), 2.0 / 3);
+  EXPECT_DOUBLE_EQ(first(3, 7), 2.0 / 3);  // previous conditional survival, not 1
+  EXPECT_DOUBLE_EQ(first(3, 8), first(2, 8));
+  EXPECT_DOUBLE_EQ(first(3, 11), first(2, 11));
+}
+
+TEST(SurvivalKaplanMeier, WeightsEnterTheCountsButNotTheInitialNumberAtRisk) {
+  // Deliberate asymmetry: N starts at n = 3 although the weights sum to 6.
+  KM km({1, 2, 3}, {1, 1, 1}, {2, 2, 2});
+  EXPECT_EQ(km.tot[0], 3);
+  EXPECT_EQ(km(1, 3), 3);
+  EXPECT_EQ(km(1, 4), 2);
+  EXPECT_DOUBLE_EQ(km(1, 8), 1.0 / 3);
+  EXPECT_EQ(km(2, 3), 1);
+  EXPECT_EQ(km.rows(), 3);  // row 3 starts with n' = -1 <= 0: kept with its counts, scan stops
+  EXPECT_EQ(km(3, 3), -1);
+  EXPECT_EQ(km(3, 8), M);   // not estimated: the pre-filled marker stays
+}
+
+TEST(SurvivalKaplanMeier, GroupedRowsCarryCountsAndFrequencyWeightsEqualRepeatedRows) {
+  // Grouped mode: status = events, weights = censored; N = sum of both.
+  KM grouped({1, 2}, {2, 1}, {1, 0}, -1);
+  EXPECT_EQ(grouped.tot[0], 4);
+  EXPECT_DOUBLE_EQ(grouped(1, 8), 0.5);
+  EXPECT_EQ(grouped(2, 3), 1);
+  EXPECT_DOUBLE_EQ(grouped(2, 8), 0);
+  KM repeated({1, 1, 1, 2}, {1, 1, 0, 1});
+  for (int j = 1; j <= 2; ++j)
+    for (int c : {3, 4, 5, 8, 11}) EXPECT_DOUBLE_EQ(grouped(j, c), repeated(j, c)) << j << "," << c;
+}
+
+TEST(SurvivalKaplanMeier, LifeTableFollowsTheActuarialFormulas) {
+  // Width 10: [0,10) has 10 entering, 2 deaths, 2 withdrawn; [10,20) 6 entering, 1 death, 1 withdrawn.
+  std::vector<double> t{1, 2, 3, 4, 5, 6, 7, 8, 9, 9.5, 11, 12, 13, 14, 15, 16};
+  std::vector<double> s{1, 1, 0, 0, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0};
+  // Interval 1: deaths at 1,2,5..9.5 = 8, censored 3,4 = 2.  Interval 2: death 11, censored 5.
+  std::vector<double> w(t.size(), 1.0), tab(4 * 12, 0.0), last{0}, tot{0};
+  ASSERT_EQ(0, RunLife(t.data(), s.data(), w.data(), 16, nullptr, 0, 0, 1, -1, 10.0, 4, tab.data(),
+                       last.data(), tot.data()));
+  auto at = [&](int r, int c) { return tab[static_cast<std::size_t>(c - 1) * 4 + r]; };
+  ASSERT_EQ(last[0], 2);
+  EXPECT_EQ(tot[0], 16);
+  EXPECT_EQ(at(1, 1), 0);
+  EXPECT_EQ(at(1, 2), 10);
+  EXPECT_EQ(at(1, 6), 15);  // 16 - 2/2
+  EXPECT_DOUBLE_EQ(at(1, 7), 1 - 8.0 / 15);
+  EXPECT_DOUBLE_EQ(at(1, 9), (8.0 / 15) / 10);
+  EXPECT_DOUBLE_EQ(at(1, 10), 8.0 / (10 * (15 - 4)));
+  EXPECT_EQ(at(2, 3), 6);
+  EXPECT_EQ(at(2, 6), 3.5);
+  const double p2 = 1 - 1 / 3.5, S2 = (7.0 / 15) * p2;
+  EXPECT_DOUBLE_EQ(at(2, 8), S2);
+  EXPECT_DOUBLE_EQ(at(2, 11), (8.0 / 15) / (15 * 7.0 / 15) + (1 / 3.5) / (3.5 * p2));
+  const double h2 = 1 / (10 * 3.0);
+  EXPECT_DOUBLE_EQ(at(2, 10), h2);
+  EXPECT_DOUBLE_EQ(at(2, 12), h2 * std::sqrt(1 - (h2 * 5) * (h2 * 5)));
+}
+
+TEST(SurvivalNelsonAalen, VarianceMethodsAndTheLogTransformedInterval) {
+  KM km({1, 2, 2, 3, 3, 4}, {0, 1, 1, 1, 0, 0});
+  // Rows: t=1 (6, 0, 1), t=2 (5, 2, 0), t=3 (3, 1, 1), t=4 (1, 0, 1).
+  for (int method : {1, 2, 3}) {
+    std::vector<double> na(4 * 9);
+    ASSERT_EQ(0, Cpp_TransNelsonAalen(km.tab.data(), km.R, 4, 0.05, method, na.data()));
+    auto at = [&](int r, int c) { return na[static_cast<std::size_t>(c - 1) * 4 + r - 1]; };
+    EXPECT_EQ(at(1, 5), M);  // no event yet
+    EXPECT_EQ(at(1, 9), M);
+    EXPECT_DOUBLE_EQ(at(2, 5), 0.4);
+    EXPECT_DOUBLE_EQ(at(3, 5), 0.4 + 1.0 / 3);
+    const double v2 = method == 1 ? 2.0 / 25 : method == 2 ? 3.0 * 2 / 125 : 3.0 * 2 / (25 * 4);
+    const double v3 = method == 1 ? 1.0 / 9 : method == 2 ? 2.0 / 27 : 2.0 / (9 * 2);
+    EXPECT_DOUBLE_EQ(at(2, 6), v2);
+    EXPECT_DOUBLE_EQ(at(3, 6), v2 + v3);
+    EXPECT_DOUBLE_EQ(at(3, 7), std::sqrt(v2 + v3));
+    const double H = at(3, 5), f = std::exp(1.959963984540054 * at(3, 7) / H);
+    EXPECT_NEAR(at(3, 8), H / f, 1e-14);
+    EXPECT_NEAR(at(3, 9), H * f, 1e-14);
+    for (int c = 5; c <= 9; ++c) EXPECT_EQ(at(4, c), at(3, c));  // no event: carried forward
+    EXPECT_EQ(at(4, 1), 4);
+  }
+}
+
+TEST(SurvivalCharts, StepPointsClippedBandHazardLogLogAndMarkers) {
+  KM km({1, 2, 2, 3}, {0, 1, 0, 1});  // S: 1 (censored), 2/3, 0
+  const int T = km.rows(), P = 2 * T + 1, C = 2 * T - 1;
+  std::vector<double> mainS(static_cast<std::size_t>(P) * 7), haz(static_cast<std::size_t>(C) * 3), ll(haz.size());
+  ASSERT_EQ(0, Cpp_PrepareKaplanCharts(km.tab.data(), km.R, T, -1, -1, -1, 1.0, 0.05, 1, mainS.data(), P,
+                                       haz.data(), ll.data(), C));
+  auto m = [&](int pt, int c) { return mainS[static_cast<std::size_t>(c - 1) * P + pt - 1]; };
+  auto h = [&](int pt, int c) { return haz[static_cast<std::size_t>(c - 1) * C + pt - 1]; };
+  auto l = [&](int pt, int c) { return ll[static_cast<std::size_t>(c - 1) * C + pt - 1]; };
+  EXPECT_EQ(m(1, 1), 0);
+  EXPECT_EQ(m(2, 1), 1.0);
+  EXPECT_EQ(m(2, 4), 1);
+  EXPECT_EQ(m(2, 5), 0);
+  // Row 2 (t = 2, S = 2/3): points 5 (x = 2) and 6 (x = 3).
+  EXPECT_EQ(m(5, 1), 2);
+  EXPECT_EQ(m(6, 1), 3);
+  EXPECT_DOUBLE_EQ(m(6, 4), 2.0 / 3);
+  const double half = 1.959963984540054 * (2.0 / 3) * std::sqrt((1.0 / 3) / (2.0 / 3) / 3);
+  EXPECT_NEAR(m(5, 2), 2.0 / 3 - half, 1e-12);
+  EXPECT_EQ(m(5, 3), 1.0);  // upper limit clipped at 1
+  EXPECT_DOUBLE_EQ(m(5, 5), 1.0 / 3);
+  EXPECT_EQ(m(7, 4), 0);    // last row: one point only
+  // Censored markers: rows 1 and 2 have censorings (points 3 and 5), row 3 none.
+  EXPECT_EQ(m(3, 6), 1);
+  EXPECT_DOUBLE_EQ(m(5, 6), 2.0 / 3);
+  EXPECT_DOUBLE_EQ(m(5, 7), 1.0 / 3);
+  EXPECT_EQ(m(7, 6), M);
+  // Hazard: S = 1 gives -ln 1 = 0; S = 0 gives no point. Log-log: not at S = 1 nor S = 0.
+  EXPECT_EQ(h(1, 2), 0);
+  EXPECT_DOUBLE_EQ(h(3, 2), -std::log(2.0 / 3));
+  EXPECT_EQ(h(5, 2), M);
+  EXPECT_EQ(l(1, 2), M);
+  EXPECT_DOUBLE_EQ(l(3, 1), std::log(2.0));
+  EXPECT_DOUBLE_EQ(l(3, 2), std::log(-std::log(2.0 / 3)));
+  EXPECT_DOUBLE_EQ(h(3, 3), h(3, 2));  // marker mode 1: every censored row
+  // Other marker mode: only rows with events and censorings (row 2), not row 1.
+  ASSERT_EQ(0, Cpp_PrepareKaplanCharts(km.tab.data(), km.R, T, -1, -1, 0, 1.0, 0.05, 0, mainS.data(), P,
+                                       haz.data(), ll.data(), C));
+  EXPECT_EQ(h(1, 3), M);
+  EXPECT_DOUBLE_EQ(h(3, 3), h(3, 2));
+  EXPECT_EQ(m(5, 5), M);  // failure option off
+}
+
+TEST(SurvivalMeanMedian, QuartilesMeanAndTimeCap) {
+  auto run = [](const KM& km, double* cap, double* mean, double* q) {
+    return Cpp_ComputeKaplanMeanMedian(km.tab.data(), km.R, km.rows() + 1, 0.05, km.R - 1, cap, mean, q);
+  };
+  double cap, mean[4], q[12];
+  // No censoring, S reaches 0: cap 0 and the full area (mean of the times).
+  KM full({2, 4, 6, 8}, {1, 1, 1, 1});
+  ASSERT_EQ(0, run(full, &cap, mean, q));
+  EXPECT_EQ(cap, 0);
+  EXPECT_DOUBLE_EQ(mean[0], 5);
+  EXPECT_EQ(q[0], 0.75);
+  EXPECT_EQ(q[1], 0.5);
+  EXPECT_EQ(q[2], 0.25);
+  EXPECT_EQ(q[3], 7);  // S falls to 0.25 at t = 6, but S = 0.25 exactly: midpoint of 6 and 8
+  EXPECT_EQ(q[4], 5);  // S = 0.5 exactly at 4, next time 6
+  EXPECT_EQ(q[5], 3);
+  // S = 0.5 exactly at time 10, next time 12: median 11.
+  KM half({10, 10, 12, 13}, {1, 1, 1, 0});
+  ASSERT_EQ(0, run(half, &cap, mean, q));
+  EXPECT_EQ(q[4], 11);
+  // A curve ending at 0.4: the 0.75 row (S = 0.25) is missing, the others filled.
+  KM end({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {1, 1, 1, 1, 1, 1, 0, 0, 0, 0});
+  ASSERT_EQ(0, run(end, &cap, mean, q));
+  EXPECT_EQ(q[3], M);
+  EXPECT_EQ(q[6], M);
+  EXPECT_EQ(q[9], M);
+  EXPECT_EQ(q[4], 5.5);  // S = 0.5 exactly at 5
+  EXPECT_EQ(q[5], 3);
+  // Time cap over the censored-only rows 7..10: row 7 sets 7, row 8 does not move it (t_7 is not
+  // above the cap), row 9 sets 9, row 10 does not (deliberate). The area stops at t = 8 < 9.
+  EXPECT_EQ(cap, 9);
+  EXPECT_DOUBLE_EQ(mean[0], 1 + 0.9 + 0.8 + 0.7 + 0.6 + 0.5 + 0.4 + 0.4);
+  EXPECT_GT(mean[1], 0);
+  EXPECT_NEAR(mean[2], std::max(0.0, mean[0] - 1.959963984540054 * mean[1]), 1e-12);
+  EXPECT_NEAR(mean[3], mean[0] + 1.959963984540054 * mean[1], 1e-12);
+  // k - 1 < 1: no standard error.
+  ASSERT_EQ(0, Cpp_ComputeKaplanMeanMedian(end.tab.data(), end.R, end.rows() + 1, 0.05, 1, &cap, mean, q));
+  EXPECT_EQ(mean[1], M);
+  EXPECT_EQ(mean[3], M);
+}
+
+TEST(SurvivalMeanMedian, QuartileLimitsScanTheSquaredGreenwoodBand) {
+  // Ten events at 1..10: S_j = 1 - j/10, G_j = sum 1/((n-k+1)(n-k)) = j / (10 (10 - j)).
+  KM km({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1});
+  double cap, mean[4], q[12];
+  ASSERT_EQ(0, Cpp_ComputeKaplanMeanMedian(km.tab.data(), km.R, 11, 0.05, 10, &cap, mean, q));
+  const double c = 3.841458820694124;
+  auto passes = [&](int j, double p) {
+    const double S = 1 - j / 10.0, G = j / (10.0 * (10 - j));
+    return j < 10 ? (S - p) * (S - p) <= S * S * c * G : false;
+  };
+  const double ps[3] = {0.25, 0.5, 0.75};
+  for (int r = 0; r < 3; ++r) {
+    int lo = 0, up = 0;
+    for (int j = 1; j <= 10 && !lo; ++j) if (passes(j, ps[r])) lo = j;
+    for (int j = 2; j < 10 && !up; ++j) if (passes(j, ps[r]) && !passes(j + 1, ps[r])) up = j + 1;
+    EXPECT_EQ(q[6 + r], lo) << ps[r];
+    EXPECT_EQ(q[9 + r], up ? up : 10) << ps[r];
+  }
+}
+
+TEST(SurvivalTests, IdenticalGroupsSingleEventTimeAndLoneSubjects) {
+  // Identical groups: U = 0, X^2 = 0, p = 1.
+  const double t[] = {1, 2, 3, 4, 1, 2, 3, 4}, s[] = {1, 0, 1, 1, 1, 0, 1, 1}, g[] = {1, 1, 1, 1, 2, 2, 2, 2};
+  FlatAnalysis same(t, s, g, 8);
+  for (int r = 0; r < 3; ++r) {
+    EXPECT_NEAR(same.tests[static_cast<std::size_t>(r)], 0, 1e-15);
+    EXPECT_NEAR(same.tests[static_cast<std::size_t>(6 + r)], 1, 1e-15);
+  }
+  // One event time: the weight cancels, the three statistics agree.
+  const double t1[] = {5, 6, 7, 5, 6, 7, 8}, s1[] = {1, 0, 0, 0, 0, 0, 0}, g1[] = {1, 1, 1, 2, 2, 2, 2};
+  FlatAnalysis one(t1, s1, g1, 7);
+  EXPECT_GT(one.tests[0], 0);
+  EXPECT_NEAR(one.tests[1], one.tests[0], 1e-12);
+  EXPECT_NEAR(one.tests[2], one.tests[0], 1e-12);
+  // Hand values, G = 2: event at t=5 with n = (3, 4): U = 1 - 3/7, V = 3/7 * 4/7 (D = 1, N = 7).
+  EXPECT_NEAR(one.tests[0], (4.0 / 7) * (4.0 / 7) / (12.0 / 49), 1e-12);
+  // A time with one subject at risk adds to U but not to V: the group-2 death at 9 after all
+  // others left changes U only. Combined table checked directly.
+  const double comb[] = {1, 2, 1, 0, 1, 0, 0,  // t=1: group 1 (2 at risk, 1 event), group 2 (1, 0)
+                         9, 0, 0, 0, 1, 1, 0};  // t=9: only group 2's lone subject, who dies
+  double res[12];
+  ASSERT_EQ(0, ComputeLifeTests(comb, 2, 2, 0.05, res));
+  const double U = (1 - 2.0 / 3) + (0 - 0), V = 1 * 2.0 / 3 * (1 - 2.0 / 3);
+  EXPECT_NEAR(res[0], U * U / V, 1e-12);
+}

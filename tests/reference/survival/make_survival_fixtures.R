@@ -20,8 +20,10 @@
 #    the squared Greenwood band row by row, R inverts the pointwise interval), so limits are tested
 #    by hand-computed cases, not against R.
 #  - restricted mean: print(fit, rmean = tau) with tau = the end of the area Velkor integrates
-#    (the time cap rule: when the curve does not reach 0 the area stops before the first of the
-#    last censored-only rows), computed here by the same rule; se(rmean) compared too.
+#    (the time cap rule: when the curve does not reach 0, the cap is the time of a censored-only
+#    row whose previous row's time exceeds the cap so far, and the area stops at the last time
+#    below the cap; R integrates to whatever upper limit it is given), computed here by the same
+#    rule; se(rmean) compared too.
 suppressMessages(library(survival))
 
 f17 <- function(x) paste(ifelse(is.na(x), "NAN", ifelse(is.infinite(x), "INFINITY", sprintf("%.17g", x))), collapse = ", ")
