@@ -512,3 +512,153 @@ TEST(SurvivalTests, IdenticalGroupsSingleEventTimeAndLoneSubjects) {
   const double U = (1 - 2.0 / 3) + (0 - 0), V = 1 * 2.0 / 3 * (1 - 2.0 / 3);
   EXPECT_NEAR(res[0], U * U / V, 1e-12);
 }
+
+// ---------------------------------------------------------------------------------------------
+// Bad input: every flat entry point with empty, tiny, non-finite and inconsistent arguments.
+// The status is the documented one and nothing outside the caller's arrays changes.
+// ---------------------------------------------------------------------------------------------
+namespace {
+struct BadCase {
+  const char* name;
+  std::vector<double> t, s, w, sizes;
+  int expectedPrep;
+};
+std::vector<BadCase> BadCases() {
+  return {
+      {"n = 0", {}, {}, {}, {}, -2},
+      {"n = 1", {3}, {1}, {1}, {1}, -2},
+      {"NaN time", {kNaN, 2, 1}, {1, 0, 1}, {1, 1, 1}, {3}, 0},
+      {"infinite times", {kInf, 2, -kInf}, {1, 1, 0}, {1, 1, 1}, {3}, 0},
+      {"missing time", {M, 2, 5}, {1, 1, 0}, {1, 1, 1}, {3}, 0},
+      {"missing status", {1, 2, 5}, {M, 1, 0}, {1, 1, 1}, {3}, -1},
+      {"NaN status", {1, 2, 5}, {kNaN, 1, 0}, {1, 1, 1}, {3}, 0},
+      {"negative weights", {1, 2, 5, 6}, {1, 1, 0, 1}, {-1, 2, -3, 1}, {4}, 0},
+      {"sizes exceed n", {1, 2, 5, 6}, {1, 1, 0, 1}, {1, 1, 1, 1}, {3, 9}, 0},
+      {"sizes short of n", {1, 2, 5, 6}, {1, 1, 0, 1}, {1, 1, 1, 1}, {1, 1}, 0},
+      {"negative and NaN sizes", {1, 2, 5, 6}, {1, 1, 0, 1}, {1, 1, 1, 1}, {-5, kNaN, 1e300}, 0},
+  };
+}
+}  // namespace
+
+TEST(SurvivalBadInput, EveryFlatEntryStaysInsideItsArrays) {
+  for (const BadCase& bc : BadCases()) {
+    SCOPED_TRACE(bc.name);
+    const int n = static_cast<int>(bc.t.size());
+    const int G = static_cast<int>(bc.sizes.size());
+    Guarded t(n), s(n), w(n), g(n), sizes(G), mx(1);
+    for (int i = 0; i < n; ++i) t[i] = bc.t[static_cast<std::size_t>(i)], s[i] = bc.s[static_cast<std::size_t>(i)], w[i] = bc.w[static_cast<std::size_t>(i)], g[i] = 1;
+    for (int k = 0; k < G; ++k) sizes[k] = bc.sizes[static_cast<std::size_t>(k)];
+    EXPECT_EQ(ReorganizeData(t.p(), n, s.p(), w.p(), g.p(), sizes.p(), G, 0, mx.p()), bc.expectedPrep);
+    const int Gs = std::max(G, 1), R = n + 1;
+    Guarded tab(Gs * R * 12), last(Gs), tot(Gs);
+    EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), n, sizes.p(), G, 0, 1, 0, 0, R, tab.p(), last.p(), tot.p()), 0);
+    Guarded lifeTab(Gs * 3 * 12), lifeLast(Gs), lifeTot(Gs);
+    EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), n, sizes.p(), G, 0, 1, -1, 0.5, 3, lifeTab.p(), lifeLast.p(), lifeTot.p()), 0);
+    const int T = static_cast<int>(last[0]);
+    Guarded na(std::max(T, 0) * 9), cap(1), mean(4), q(12), codes(n), rec(n), summary(Gs * 6), wsum(Gs * 5);
+    EXPECT_EQ(Cpp_TransNelsonAalen(tab.p(), R, T, 0.05, 3, na.p()), 0);
+    EXPECT_EQ(Cpp_ComputeKaplanMeanMedian(tab.p(), R, T + 1, 0.05, n, cap.p(), mean.p(), q.p()), 0);
+    const int P = 2 * T + 1, C = std::max(2 * T - 1, 0);
+    Guarded mainS(P * 7), haz(C * 3), ll(C * 3);
+    EXPECT_EQ(Cpp_PrepareKaplanCharts(tab.p(), R, T, -1, -1, -1, 1, 0.05, 0, mainS.p(), P, haz.p(), ll.p(), C), 0);
+    unsigned int k = 0;
+    const int cs = Cpp_CheckStatusFormat(s.p(), n, codes.p(), &k, 0, rec.p());
+    EXPECT_TRUE(cs == 0 || cs == -1);
+    EXPECT_EQ(Cpp_Build_Summary(tab.p(), R, G, last.p(), tot.p(), summary.p()), 0);
+    EXPECT_EQ(Cpp_Build_WeightedSummary(t.p(), s.p(), w.p(), n, sizes.p(), G, 1, wsum.p()), 0);
+    int count = n + 1;
+    Guarded comb((3 * Gs + 1) * count), res(12), pairs(std::max(3 * Gs * (Gs - 1) / 2, 0) * 7);
+    EXPECT_EQ(LoadKaplanTest(&count, tab.p(), Gs, R, last.p(), comb.p()), 0);
+    EXPECT_EQ(ComputeLifeTests(comb.p(), count, Gs, 0.05, res.p()), 0);
+    EXPECT_EQ(Cpp_ComputeMultComp(comb.p(), count, Gs, 0.05, pairs.p()), 0);
+    for (Guarded* a : {&t, &s, &w, &g, &sizes, &mx, &tab, &last, &tot, &lifeTab, &lifeLast, &lifeTot, &na, &cap,
+                       &mean, &q, &codes, &rec, &summary, &wsum, &comb, &res, &pairs, &mainS, &haz, &ll})
+      EXPECT_TRUE(a->intact());
+  }
+}
+
+TEST(SurvivalBadInput, SizesTooLargeForTheArraysAreClippedAndNullArraysRefused) {
+  // A table shorter than the stated group size: the rows that do not fit are dropped.
+  Guarded t{1, 2, 3, 4}, s{1, 1, 0, 1}, w{1, 1, 1, 1}, tab(2 * 12), last(1), tot(1);
+  EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), 4, nullptr, 0, 0, 1, 0, 0, 2, tab.p(), last.p(), tot.p()), 0);
+  EXPECT_TRUE(tab.intact());
+  EXPECT_DOUBLE_EQ(tab[1 + 7 * 2], 0.75);  // row 1 survival fits
+  // Group offsets beyond n: the later groups are empty (0 rows).
+  Guarded sizes{4, 3}, tab2(2 * 5 * 12), last2(2), tot2(2);
+  EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), 4, sizes.p(), 2, 0, 1, 0, 0, 5, tab2.p(), last2.p(), tot2.p()), 0);
+  EXPECT_EQ(last2[0], 4);
+  EXPECT_EQ(last2[1], 0);
+  EXPECT_TRUE(tab2.intact());
+  // Null arrays with a positive length: status 3, nothing written.
+  EXPECT_EQ(RunLife(nullptr, s.p(), w.p(), 4, nullptr, 0, 0, 1, 0, 0, 5, tab2.p(), last2.p(), tot2.p()),
+            VELKOR_E_NULL_ARRAY);
+  EXPECT_EQ(ReorganizeData(t.p(), 4, s.p(), w.p(), t.p(), nullptr, 1, 0, nullptr), VELKOR_E_NULL_ARRAY);
+  double res[12];
+  EXPECT_EQ(ComputeLifeTests(nullptr, 3, 2, 0.05, res), VELKOR_E_NULL_ARRAY);
+  // One group: nothing to compare, the statistics are missing.
+  const double comb[] = {1, 3, 1, 0};
+  ASSERT_EQ(ComputeLifeTests(comb, 1, 1, 0.05, res), 0);
+  EXPECT_EQ(res[0], M);
+  EXPECT_EQ(res[9], 0.05);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Object interface: the full analysis agrees with the flat chain.
+// ---------------------------------------------------------------------------------------------
+TEST(SurvivalObjects, FullAnalysisMatchesTheFlatChainAndReportsDataConditions) {
+  const int n = LEN(lung_time);
+  cST_DataSet data;
+  std::vector<double> status(lung_status, lung_status + n);
+  for (double& v : status) v = v == 1 ? 2 : 1;  // lung's own coding: 2 dead, 1 censored
+  data.add(u"time", lung_time, static_cast<std::uint32_t>(n));
+  data.add(u"status", status.data(), static_cast<std::uint32_t>(n));
+  data.add(u"sex", lung_group, static_cast<std::uint32_t>(n));
+  SURV_Param param;
+  param.eventCode = 2;
+  param.groupColumn = 2;
+  cSURV_Results res;
+  cST_FactorsInfo factors;
+  VELKORInfo info;
+  ASSERT_EQ(Cpp_RunLife_ST(data, param, res, factors, info), 0);
+  ASSERT_EQ(res.groups.size(), 2u);
+  EXPECT_EQ(res.groups[0].rows, static_cast<std::uint32_t>(LEN(lung_g1_t)));
+  for (int j = 1; j <= LEN(lung_g2_t); ++j)
+    ExpectRel(lung_g2_surv[j - 1], (*res.groups[1].table[7])[static_cast<std::uint32_t>(j)], 1e-13, "S", j);
+  ExpectRel(lung_g1_mean[2], (*res.groups[0].mean[0])[0], 1e-12, "mean", 0);
+  EXPECT_EQ((*res.groups[1].quartiles[1])[1], lung_g2_quartiles[1]);
+  for (int r = 0; r < 3; ++r) ExpectRel(lung_tests[r], (*res.tests[0])[static_cast<std::uint32_t>(r)], 1e-10, "X2", r);
+  EXPECT_EQ(res.pairwise.size(), 7u);
+  EXPECT_EQ(res.groups[0].mainSeries.size(), 7u);
+  EXPECT_EQ(res.groups[0].nelsonAalen.size(), 9u);
+  std::vector<VectDPtr> report, naChart;
+  ASSERT_EQ(Cpp_Build_LifeTable_ST(res.groups[0], 0, 0.05, report), 0);
+  EXPECT_EQ(report.size(), 8u);
+  ExpectRel(std::sqrt(lung_g1_greenwood[0]) * lung_g1_surv[0], (*report[5])[0], 1e-12, "SE", 0);
+  ASSERT_EQ(PrepareNelsonACharts_ST(res.groups[0], naChart), 0);
+  EXPECT_EQ(naChart.size(), 5u);
+
+  // The life-table variant: 14 report columns and a chart.
+  param.lifeTable = -1;
+  param.intervalWidth = 100;
+  cSURV_Results life;
+  ASSERT_EQ(Cpp_RunLife_ST(data, param, life, factors, info), 0);
+  ASSERT_EQ(Cpp_Build_LifeTable_ST(life.groups[0], -1, 0.05, report), 0);
+  EXPECT_EQ(report.size(), 14u);
+  EXPECT_EQ((*report[1])[0], 100);
+  ASSERT_EQ(PrepareLifeChart_ST(life.groups[0], 0.05, naChart), 0);
+  EXPECT_EQ((*naChart[0])[1], 100);
+
+  // Data conditions: a status outside the codes is a warning-free recode (censored); one row
+  // is -2 with the error record filled; a missing column is a null array.
+  cST_DataSet tiny;
+  const double one = 5;
+  tiny.add(u"time", &one, 1);
+  tiny.add(u"status", &one, 1);
+  param = SURV_Param{};
+  EXPECT_EQ(Cpp_RunLife_ST(tiny, param, res, factors, info), -1);  // status 5 with event code 1
+  param.eventCode = 5;
+  EXPECT_EQ(Cpp_RunLife_ST(tiny, param, res, factors, info), -2);
+  EXPECT_EQ(info.error.status, -2);
+  param.statusColumn = 7;
+  EXPECT_EQ(Cpp_RunLife_ST(tiny, param, res, factors, info), VELKOR_E_NULL_ARRAY);
+}
