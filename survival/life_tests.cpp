@@ -67,63 +67,83 @@ static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R
 
 namespace {
 
-// One weighted log-rank statistic; `weight_of(N)` gives w_t.
-template <class Weight>
-double weighted_logrank(matrix<double>* table, int T, int G, Weight weight_of) {
-  const int k1 = G - 1;
-  std::vector<double> U(k1, 0.0), E(k1, 0.0), n(G), d(G);
-  matrix<double> V(static_cast<std::uint32_t>(k1), static_cast<std::uint32_t>(k1));
-  for (int t = 1; t <= T; ++t) {
-    double D = 0.0, N = 0.0;
-    for (int k = 0; k < G; ++k) {
-      n[k] = (*table)(3 * (k + 1) - 1, t);
-      d[k] = std::max(0.0, (*table)(3 * (k + 1), t));
-      D += d[k];
-      N += n[k];
-    }
-    if (!(D > 0.0)) continue;
-    const double w = weight_of(N);
-    for (int k = 0; k < k1; ++k) {
-      if (N > 0.0) E[k] = n[k] * D / N;  // kept from the previous event time otherwise
-      U[k] += w * (d[k] - E[k]);
-    }
-    if (N * (N - 1.0) != 0.0) {
-      const double common = w * w * D * (N - D) / (N - 1.0);
+// The three weighted log-rank statistics (weights 1, N_t, sqrt(N_t)) of the groups whose 1-based
+// numbers are listed in `groups` (the last one is the reference), accumulated in one pass over
+// the combined table, read in place. Results rows 1-3: X^2, critical value, p-value, alpha.
+void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, double alpha,
+                 matrix<double>* results) {
+  const int G = static_cast<int>(groups.size());
+  double x2[3] = {velkor::kMissing, velkor::kMissing, velkor::kMissing};
+  double crit = velkor::kMissing, pval[3] = {velkor::kMissing, velkor::kMissing, velkor::kMissing};
+  if (G >= 2) {
+    const int k1 = G - 1;
+    const std::size_t kk = static_cast<std::size_t>(k1) * static_cast<std::size_t>(k1);
+    std::vector<double> U(3 * static_cast<std::size_t>(k1), 0.0), V(3 * kk, 0.0);
+    std::vector<double> E(static_cast<std::size_t>(k1), 0.0), n(static_cast<std::size_t>(G)),
+        d(static_cast<std::size_t>(G));
+    const std::uint64_t ld = table->rows;
+    const std::uint64_t cols =
+        std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, table->cols);
+    for (std::uint64_t t = 0; t < cols; ++t) {
+      const double* column = table->data + t * ld;
+      double D = 0.0, N = 0.0;
+      for (int k = 0; k < G; ++k) {
+        const auto r = static_cast<std::uint64_t>(3) * static_cast<std::uint64_t>(groups[static_cast<std::size_t>(k)]);
+        n[static_cast<std::size_t>(k)] = r - 2 < ld ? column[r - 2] : table->spare;  // row 3k - 1
+        d[static_cast<std::size_t>(k)] = std::max(0.0, r - 1 < ld ? column[r - 1] : table->spare);  // row 3k
+        D += d[static_cast<std::size_t>(k)];
+        N += n[static_cast<std::size_t>(k)];
+      }
+      if (!(D > 0.0)) continue;
+      const double w[3] = {1.0, N, sqr(N)};
       for (int k = 0; k < k1; ++k) {
-        const double share = n[k] / N;
-        for (int l = 0; l < k1; ++l) {
-          V.at0(k, l) += common * share * ((k == l ? 1.0 : 0.0) - n[l] / N);
+        if (N > 0.0) E[static_cast<std::size_t>(k)] = n[static_cast<std::size_t>(k)] * D / N;  // else kept (deliberate)
+        const double o = d[static_cast<std::size_t>(k)] - E[static_cast<std::size_t>(k)];
+        for (int m = 0; m < 3; ++m) U[static_cast<std::size_t>(m * k1 + k)] += w[m] * o;
+      }
+      if (N * (N - 1.0) != 0.0) {
+        const double common = D * (N - D) / (N - 1.0);
+        for (int k = 0; k < k1; ++k) {
+          const double share = n[static_cast<std::size_t>(k)] / N;
+          for (int l = 0; l < k1; ++l) {
+            const double v = common * share * ((k == l ? 1.0 : 0.0) - n[static_cast<std::size_t>(l)] / N);
+            const std::size_t at = static_cast<std::size_t>(k) * static_cast<std::size_t>(k1) + static_cast<std::size_t>(l);
+            for (int m = 0; m < 3; ++m) V[static_cast<std::size_t>(m) * kk + at] += w[m] * w[m] * v;
+          }
         }
       }
     }
+    const auto dim = static_cast<std::uint32_t>(k1);
+    const double df = static_cast<double>(k1);
+    crit = InvCDFChiSq(1.0 - alpha, df);
+    for (int m = 0; m < 3; ++m) {
+      matrix<double> Vm(dim, dim), inv(dim, dim);
+      for (std::size_t e = 0; e < kk; ++e) Vm.data[e] = V[static_cast<std::size_t>(m) * kk + e];
+      short flag = 0;
+      M_Inverse(&Vm, &inv, flag, 1e-12);  // a singular V gives the zero inverse: X^2 = 0
+      double q = 0.0;
+      for (int k = 0; k < k1; ++k)
+        for (int l = 0; l < k1; ++l)
+          q += U[static_cast<std::size_t>(m * k1 + k)] * inv.at0(static_cast<std::uint64_t>(k), static_cast<std::uint64_t>(l)) *
+               U[static_cast<std::size_t>(m * k1 + l)];
+      x2[m] = q;
+      pval[m] = pValChiSq(q, df);
+    }
   }
-  matrix<double> inv(static_cast<std::uint32_t>(k1), static_cast<std::uint32_t>(k1));
-  short flag = 0;
-  M_Inverse(&V, &inv, flag, 1e-12);
-  double x2 = 0.0;
-  for (int k = 0; k < k1; ++k)
-    for (int l = 0; l < k1; ++l) x2 += U[k] * inv.at0(k, l) * U[l];
-  return x2;
+  for (int r = 1; r <= 3; ++r) {
+    results->set(r, 1, x2[r - 1]);
+    results->set(r, 2, crit);
+    results->set(r, 3, pval[r - 1]);
+    results->set(r, 4, alpha);
+  }
 }
 
 }  // namespace
 
 static int cComputeLifeTests_impl(matrix<double>* table, int T, int G, double alpha, matrix<double>* results) {
-  for (int r = 1; r <= 3; ++r) {
-    double x2 = velkor::kMissing, crit = velkor::kMissing, pval = velkor::kMissing;
-    if (G >= 2) {
-      if (r == 1) x2 = weighted_logrank(table, T, G, [](double) { return 1.0; });
-      if (r == 2) x2 = weighted_logrank(table, T, G, [](double N) { return N; });
-      if (r == 3) x2 = weighted_logrank(table, T, G, [](double N) { return sqr(N); });
-      const double df = static_cast<double>(G - 1);
-      crit = InvCDFChiSq(1.0 - alpha, df);
-      pval = pValChiSq(x2, df);
-    }
-    results->set(r, 1, x2);
-    results->set(r, 2, crit);
-    results->set(r, 3, pval);
-    results->set(r, 4, alpha);
-  }
+  std::vector<int> groups;
+  for (int k = 1; k <= G && k <= 1000000; ++k) groups.push_back(k);
+  three_tests(table, T, groups, alpha, results);
   return 0;
 }
 
@@ -131,21 +151,12 @@ static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alp
   // More pairs than an int can number cannot be laid out in any caller array.
   if (G < 2 || T < 0 || G > 20000) return 0;
   const int P = G * (G - 1) / 2;
-  const std::uint32_t cols = static_cast<std::uint32_t>(T);
-  matrix<double> pair(7, cols);
   matrix<double> res(3, 4);
   std::vector<double> raw(static_cast<std::size_t>(3 * P), 0.0);
   int p = 0;
   for (int a = 1; a < G; ++a) {
     for (int b = a + 1; b <= G; ++b, ++p) {
-      for (int t = 1; t <= T; ++t) {
-        pair.set(1, t, (*table)(1, t));
-        for (int r = 0; r < 3; ++r) {
-          pair.set(2 + r, t, (*table)(3 * a - 1 + r, t));
-          pair.set(5 + r, t, (*table)(3 * b - 1 + r, t));
-        }
-      }
-      cComputeLifeTests(&pair, T, 2, alpha, &res);
+      three_tests(table, T, {a, b}, alpha, &res);
       for (int k = 1; k <= 3; ++k) {
         const int row = 3 * p + k;
         results->set(row, 1, a);
