@@ -102,7 +102,8 @@ double WorkerAnalysis(const Data& in) {
   cRunLife(&t, &s, &w, n, &sizes, G, 0, 1, 0, 0.0, R, &tables, &last, &tot);
   double sink = 0;
   for (int k = 0; k < G; ++k) {
-    matrix<double> tab(static_cast<std::uint32_t>(R), 12, tablesV.data() + static_cast<std::size_t>(k) * R * 12, 1);
+    matrix<double> tab(static_cast<std::uint32_t>(R), 12,
+                       tablesV.data() + static_cast<std::size_t>(k) * R * 12, 1);
     const int T = static_cast<int>(lastV[static_cast<std::size_t>(k)]);
     matrix<double> na(static_cast<std::uint32_t>(T), 9);
     TransNelsonAalen(&tab, T, 0.05, 1, &na);

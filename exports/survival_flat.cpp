@@ -13,13 +13,16 @@
 
 namespace {
 constexpr long long kTableCols = 12;
-long long nonneg(long long v) { return v > 0 ? v : 0; }
-long long groups_or_one(int nGroups) { return nGroups > 0 ? nGroups : 1; }
+long long nonneg(long long v) {
+  return v > 0 ? v : 0;
+}
+long long groups_or_one(int nGroups) {
+  return nGroups > 0 ? nGroups : 1;
+}
 }  // namespace
 
-VELKOR_EXTERN_C VELKOR_API int ReorganizeData(double* times, int n, double* status,
-                                              double* weights, double* groups,
-                                              const double* groupSizes, int nGroups,
+VELKOR_EXTERN_C VELKOR_API int ReorganizeData(double* times, int n, double* status, double* weights,
+                                              double* groups, const double* groupSizes, int nGroups,
                                               short grouped, double* maxTime) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     auto& t = f.out(times, n);
@@ -53,9 +56,9 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_CheckStatusFormat(const double* status, int n
 
 VELKOR_EXTERN_C VELKOR_API int RunLife(const double* times, const double* status,
                                        const double* weights, int n, const double* groupSizes,
-                                       int nGroups, short grouped, int eventCode,
-                                       short lifeTable, double width, int blockRows,
-                                       double* tables, double* lastRows, double* totals) {
+                                       int nGroups, short grouped, int eventCode, short lifeTable,
+                                       double width, int blockRows, double* tables,
+                                       double* lastRows, double* totals) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     const long long G = groups_or_one(nGroups);
     auto& t = f.in(times, n);
@@ -65,8 +68,8 @@ VELKOR_EXTERN_C VELKOR_API int RunLife(const double* times, const double* status
     auto& tab = f.out(tables, G * nonneg(blockRows) * kTableCols);
     auto& last = f.out(lastRows, G);
     auto& tot = f.out(totals, G);
-    return cRunLife(&t, &s, &w, n, &sizes, nGroups, grouped, eventCode, lifeTable, width,
-                    blockRows, &tab, &last, &tot);
+    return cRunLife(&t, &s, &w, n, &sizes, nGroups, grouped, eventCode, lifeTable, width, blockRows,
+                    &tab, &last, &tot);
   });
 }
 
@@ -79,11 +82,10 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_TransNelsonAalen(const double* table, int tab
   });
 }
 
-VELKOR_EXTERN_C VELKOR_API int Cpp_PrepareKaplanCharts(const double* table, int tableRows,
-                                                       int rows, short hazardOpt,
-                                                       short logLogOpt, short failureOpt,
-                                                       double startX, double alpha,
-                                                       int markerMode, double* main,
+VELKOR_EXTERN_C VELKOR_API int Cpp_PrepareKaplanCharts(const double* table, int tableRows, int rows,
+                                                       short hazardOpt, short logLogOpt,
+                                                       short failureOpt, double startX,
+                                                       double alpha, int markerMode, double* main,
                                                        int mainPoints, double* hazard,
                                                        double* logLog, int curvePoints) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
@@ -91,14 +93,14 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_PrepareKaplanCharts(const double* table, int 
     auto& m = f.out(main, mainPoints, 7);
     auto& h = f.out(hazard, curvePoints, 3);
     auto& l = f.out(logLog, curvePoints, 3);
-    return KaplanChartSeries(rows, hazardOpt, logLogOpt, failureOpt, startX, &km, alpha, &m, &h,
-                             &l, markerMode);
+    return KaplanChartSeries(rows, hazardOpt, logLogOpt, failureOpt, startX, &km, alpha, &m, &h, &l,
+                             markerMode);
   });
 }
 
-VELKOR_EXTERN_C VELKOR_API int Cpp_Build_Summary(const double* tables, int blockRows,
-                                                 int nGroups, const double* lastRows,
-                                                 const double* totals, double* summary) {
+VELKOR_EXTERN_C VELKOR_API int Cpp_Build_Summary(const double* tables, int blockRows, int nGroups,
+                                                 const double* lastRows, const double* totals,
+                                                 double* summary) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     const long long G = nonneg(nGroups), R = nonneg(blockRows);
     auto& tab = f.in(tables, G * R * kTableCols);
@@ -109,8 +111,7 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_Build_Summary(const double* tables, int block
   });
 }
 
-VELKOR_EXTERN_C VELKOR_API int Cpp_Build_WeightedSummary(const double* times,
-                                                         const double* status,
+VELKOR_EXTERN_C VELKOR_API int Cpp_Build_WeightedSummary(const double* times, const double* status,
                                                          const double* weights, int n,
                                                          const double* groupSizes, int nGroups,
                                                          int eventCode, double* summary) {
@@ -137,8 +138,8 @@ VELKOR_EXTERN_C VELKOR_API int LoadKaplanTest(int* count, const double* tables, 
   });
 }
 
-VELKOR_EXTERN_C VELKOR_API int ComputeLifeTests(const double* combined, int T, int G,
-                                                double alpha, double* results) {
+VELKOR_EXTERN_C VELKOR_API int ComputeLifeTests(const double* combined, int T, int G, double alpha,
+                                                double* results) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     auto& tab = f.in(combined, 3 * nonneg(G) + 1, T);
     auto& res = f.out(results, 3, 4);

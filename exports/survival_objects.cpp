@@ -56,11 +56,20 @@ void report(VELKORInfo& info, int status, const char16_t* key, const char16_t* t
 
 void report_status(VELKORInfo& info, int status) {
   switch (status) {
-    case -1: report(info, status, u"StatusRange", u"A status value is below 0 or above 1."); break;
-    case -2: report(info, status, u"TooFewObs", u"Fewer than two observations."); break;
-    case -3: report(info, status, u"NoEvent", u"No event in the data."); break;
-    case -5: report(info, status, u"AllEvents", u"Every observation is an event."); break;
-    default: break;
+    case -1:
+      report(info, status, u"StatusRange", u"A status value is below 0 or above 1.");
+      break;
+    case -2:
+      report(info, status, u"TooFewObs", u"Fewer than two observations.");
+      break;
+    case -3:
+      report(info, status, u"NoEvent", u"No event in the data.");
+      break;
+    case -5:
+      report(info, status, u"AllEvents", u"Every observation is an event.");
+      break;
+    default:
+      break;
   }
 }
 
@@ -93,8 +102,10 @@ int prepare(cST_DataSet& data, SURV_Param& param, cSURV_Data& out) {
   std::map<double, std::uint32_t> counts;
   std::uint32_t nanCount = 0;
   for (std::uint32_t i = 0; i < n; ++i) {
-    if (std::isnan(g.data[i])) ++nanCount;
-    else ++counts[g.data[i]];
+    if (std::isnan(g.data[i]))
+      ++nanCount;
+    else
+      ++counts[g.data[i]];
   }
   out = cSURV_Data{};
   for (const auto& [label, count] : counts) {
@@ -115,8 +126,8 @@ int prepare(cST_DataSet& data, SURV_Param& param, cSURV_Data& out) {
   }
   int count = static_cast<int>(n);
   cReorganizeResult result;
-  out.statusCode = cReorganizeData(&t, count, &s, &w, &g, &sizes, static_cast<int>(G),
-                                   param.grouped, result);
+  out.statusCode =
+      cReorganizeData(&t, count, &s, &w, &g, &sizes, static_cast<int>(G), param.grouped, result);
   out.maxTime = result.maxTime;
   out.times = std::make_shared<VectD>(t.data, n);
   out.status = std::make_shared<VectD>(s.data, n);
@@ -166,8 +177,8 @@ int cRunLife_ST(cSURV_Data& data, SURV_Param& param, cSURV_Results& res) {
       for (std::uint64_t c = 0; c < table.count; ++c) table.data[c] = kMissing;
       std::uint32_t rows = 0;
       if (param.lifeTable == -1) {
-        ComputeLife(grp.offset, static_cast<int>(grp.size), param.grouped, 1, &t, &s, &w,
-                    grp.total, &table, rows, param.intervalWidth);
+        ComputeLife(grp.offset, static_cast<int>(grp.size), param.grouped, 1, &t, &s, &w, grp.total,
+                    &table, rows, param.intervalWidth);
       } else {
         ComputeKaplanMeier(grp.offset, static_cast<int>(grp.size), param.grouped, 1, &t, &s, &w,
                            grp.total, &table, rows, nullptr);
@@ -203,8 +214,8 @@ int PrepareKaplanCharts_ST(int rows, int count, std::int16_t hazardOption,
     const std::uint32_t curve = points > 2 ? points - 2 : 0;
     matrix<double> km = to_matrix(table, r + 1);
     matrix<double> main(points, 7), haz(curve, 3), ll(curve, 3);
-    const int status = KaplanChartSeries(rows, hazardOption, logLogOption, failureOption,
-                                         start[0], &km, alpha, &main, &haz, &ll, markerMode);
+    const int status = KaplanChartSeries(rows, hazardOption, logLogOption, failureOption, start[0],
+                                         &km, alpha, &main, &haz, &ll, markerMode);
     mainSeries = from_matrix(main);
     hazardSeries = from_matrix(haz);
     logLogSeries = from_matrix(ll);
@@ -242,7 +253,8 @@ int ComputeKaplanMeanMedian_ST(std::vector<VectDPtr>& table, int nRows, double a
     // The worker writes the mean record as 4 x 1; lay it out as 4 columns of one value.
     matrix<double> mcol(4, 1);
     const int status = ComputeKaplanMeanMedian(&tab, alpha, k, nRows, cap, &mcol, &q);
-    for (int c = 0; c < 4; ++c) m.at0(0, static_cast<std::uint64_t>(c)) = mcol.at0(static_cast<std::uint64_t>(c));
+    for (int c = 0; c < 4; ++c)
+      m.at0(0, static_cast<std::uint64_t>(c)) = mcol.at0(static_cast<std::uint64_t>(c));
     mean = from_matrix(m);
     quartiles = from_matrix(q);
     return status;
@@ -264,12 +276,13 @@ int LoadKaplanTest_ST(cSURV_Results& res) {
       last.data[k] = g.rows;
       for (std::uint32_t c = 0; c < km_col::kCount && c < g.table.size(); ++c)
         for (std::uint32_t r = 0; r <= g.rows; ++r)
-          source.data[(static_cast<std::uint64_t>(k) * km_col::kCount + c) * R + r] = (*g.table[c])[r];
+          source.data[(static_cast<std::uint64_t>(k) * km_col::kCount + c) * R + r] =
+              (*g.table[c])[r];
     }
     int count = static_cast<int>(std::min<std::uint64_t>(capacity, 0x7fffffff));
     matrix<double> combined(3 * G + 1, static_cast<std::uint32_t>(count));
-    const int status = cLoadKaplanTest(count, &source, static_cast<int>(G), static_cast<int>(R),
-                                       &last, &combined);
+    const int status =
+        cLoadKaplanTest(count, &source, static_cast<int>(G), static_cast<int>(R), &last, &combined);
     res.combined = column_set(3 * G + 1, static_cast<std::uint32_t>(count), kMissing);
     for (std::uint32_t row = 0; row < 3 * G + 1; ++row)
       for (std::uint32_t t = 0; t < static_cast<std::uint32_t>(count); ++t)
@@ -313,8 +326,14 @@ int Cpp_Build_LifeTable_ST(cSURV_Group& group, std::int16_t lifeTable, double al
       matrix<double> out(T, 8);
       for (std::uint32_t j = 1; j <= T; ++j) {
         const double S = at(j, kSurv), se = S * std::sqrt(at(j, kGreenwood));
-        const double vals[8] = {at(j, kTime), at(j, kAtRisk), at(j, kEvents), at(j, kCensored), S,
-                                se, std::max(0.0, S - z * se), std::min(1.0, S + z * se)};
+        const double vals[8] = {at(j, kTime),
+                                at(j, kAtRisk),
+                                at(j, kEvents),
+                                at(j, kCensored),
+                                S,
+                                se,
+                                std::max(0.0, S - z * se),
+                                std::min(1.0, S + z * se)};
         for (int c = 0; c < 8; ++c) out.at0(j - 1, static_cast<std::uint64_t>(c)) = vals[c];
       }
       report = from_matrix(out);
@@ -326,11 +345,20 @@ int Cpp_Build_LifeTable_ST(cSURV_Group& group, std::int16_t lifeTable, double al
       const double eff = at(j, kRiskUsed);
       const double gPrev = j > 1 ? at(j - 1, kGreenwood) : 0.0;
       const double seF = q > 0.0 && eff > 0.0 ? f * std::sqrt(gPrev + p / (eff * q)) : 0.0;
-      const double vals[14] = {at(j, kTime),     at(j, kEnd),      at(j, kAtRisk),
-                               at(j, kEvents),   at(j, kCensored), eff,
-                               q,                at(j - 1, kSurv), S,
-                               S * std::sqrt(at(j, kGreenwood)),   f,
-                               seF,              at(j, kHazard),   at(j, kHazardSE)};
+      const double vals[14] = {at(j, kTime),
+                               at(j, kEnd),
+                               at(j, kAtRisk),
+                               at(j, kEvents),
+                               at(j, kCensored),
+                               eff,
+                               q,
+                               at(j - 1, kSurv),
+                               S,
+                               S * std::sqrt(at(j, kGreenwood)),
+                               f,
+                               seF,
+                               at(j, kHazard),
+                               at(j, kHazardSE)};
       for (int c = 0; c < 14; ++c) out.at0(j - 1, static_cast<std::uint64_t>(c)) = vals[c];
     }
     report = from_matrix(out);
@@ -352,12 +380,12 @@ int Cpp_RunLife_ST(cST_DataSet& data, SURV_Param& param, cSURV_Results& res,
       if (status == 0)
         status = PrepareKaplanCharts_ST(static_cast<int>(g.rows), static_cast<int>(2 * g.rows + 1),
                                         param.hazardChart, param.logLogChart, param.failureChart,
-                                        start, g.table, param.alpha, g.mainSeries,
-                                        g.hazardSeries, g.logLogSeries, param.markerMode);
+                                        start, g.table, param.alpha, g.mainSeries, g.hazardSeries,
+                                        g.logLogSeries, param.markerMode);
       if (status == 0)
-        status = ComputeKaplanMeanMedian_ST(g.table, static_cast<int>(g.rows + 1), param.alpha,
-                                            static_cast<int>(g.size), g.timeCap, g.mean,
-                                            g.quartiles);
+        status =
+            ComputeKaplanMeanMedian_ST(g.table, static_cast<int>(g.rows + 1), param.alpha,
+                                       static_cast<int>(g.size), g.timeCap, g.mean, g.quartiles);
     }
     if (status == 0 && res.groups.size() >= 2) status = Cpp_ComputeLifeTest_ST(res, param.alpha);
     return status != 0 ? status : prep;

@@ -75,10 +75,9 @@ int KaplanChartSeries(int rows, short hazardOpt, short logLogOpt, short failureO
       main->set(2 * i + 1, 6, (*main)(2 * i + 1, 4));
       if (fail) main->set(2 * i + 1, 7, (*main)(2 * i + 1, 5));
     }
-    const bool mark = markerMode == 1
-                          ? c > 0.0
-                          : d > 0.0 && c > 0.0 && !velkor::IsMissing(c) &&
-                                2LL * i - 1 <= hazardLength;
+    const bool mark = markerMode == 1 ? c > 0.0
+                                      : d > 0.0 && c > 0.0 && !velkor::IsMissing(c) &&
+                                            2LL * i - 1 <= hazardLength;
     if (!mark) continue;
     const double S = tab(table, i, kSurv), t = tab(table, i, kTime);
     if (haz && S > 0.0) hazard->set(2 * i - 1, 3, (*hazard)(2 * i - 1, 2));

@@ -150,7 +150,8 @@ int ComputeLife(std::uint32_t offset, int n, short grouped, int eventCode, matri
     const double t = times->at0(off + i);
     if (std::isnan(t)) continue;
     const double pos = t > 0.0 ? std::floor(t / w) : 0.0;
-    const std::uint32_t j = pos >= static_cast<double>(K - 1) ? K : static_cast<std::uint32_t>(pos) + 1;
+    const std::uint32_t j =
+        pos >= static_cast<double>(K - 1) ? K : static_cast<std::uint32_t>(pos) + 1;
     const double s = status->at0(off + i), wt = weights->at0(off + i);
     if (grouped == -1) {
       cell(table, j, kEvents) += s;
@@ -189,10 +190,10 @@ int ComputeLife(std::uint32_t offset, int n, short grouped, int eventCode, matri
   return static_cast<int>(K);
 }
 
-static int cRunLife_impl(matrix<double>* times, matrix<double>* status, matrix<double>* weights, int n,
-             matrix<double>* groupSizes, int nGroups, short grouped, int eventCode,
-             short lifeTable, double width, int blockRows, matrix<double>* tables,
-             matrix<double>* lastRows, matrix<double>* totals) {
+static int cRunLife_impl(matrix<double>* times, matrix<double>* status, matrix<double>* weights,
+                         int n, matrix<double>* groupSizes, int nGroups, short grouped,
+                         int eventCode, short lifeTable, double width, int blockRows,
+                         matrix<double>* tables, matrix<double>* lastRows, matrix<double>* totals) {
   const std::int64_t total = n > 0 ? n : 0;
   const int groups = nGroups > 0 ? nGroups : 1;
   const std::uint32_t R = blockRows > 0 ? static_cast<std::uint32_t>(blockRows) : 0;
@@ -202,10 +203,9 @@ static int cRunLife_impl(matrix<double>* times, matrix<double>* status, matrix<d
     std::int64_t size = total - start;
     if (nGroups > 0) {
       const double cellSize = (*groupSizes)(1, g + 1);
-      size = !std::isfinite(cellSize) || cellSize <= 0.0 ? 0
-             : cellSize >= static_cast<double>(total - start)
-                 ? total - start
-                 : static_cast<std::int64_t>(cellSize);
+      size = !std::isfinite(cellSize) || cellSize <= 0.0      ? 0
+             : cellSize >= static_cast<double>(total - start) ? total - start
+                                                              : static_cast<std::int64_t>(cellSize);
     }
     // The group's table: a view over its slice of `tables` when the slice fits, else a private
     // table whose cells are dropped (the caller's array was too short).
@@ -220,8 +220,8 @@ static int cRunLife_impl(matrix<double>* times, matrix<double>* status, matrix<d
       ComputeLife(offset, static_cast<int>(size), grouped, eventCode, times, status, weights,
                   groupTotal, &own, rows, width);
     } else {
-      ComputeKaplanMeier(offset, static_cast<int>(size), grouped, eventCode, times, status,
-                         weights, groupTotal, &own, rows, nullptr);
+      ComputeKaplanMeier(offset, static_cast<int>(size), grouped, eventCode, times, status, weights,
+                         groupTotal, &own, rows, nullptr);
     }
     lastRows->at0(static_cast<std::uint64_t>(g)) = rows;
     totals->at0(static_cast<std::uint64_t>(g)) = groupTotal;
@@ -273,8 +273,11 @@ int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix
 
 // Allocation failures become status codes (the worker is exported under its own name).
 int cRunLife(matrix<double>* times, matrix<double>* status, matrix<double>* weights, int n,
-             matrix<double>* groupSizes, int nGroups, short grouped, int eventCode,
-             short lifeTable, double width, int blockRows, matrix<double>* tables,
-             matrix<double>* lastRows, matrix<double>* totals) {
-  return velkor::guarded_call([&] { return cRunLife_impl(times, status, weights, n, groupSizes, nGroups, grouped, eventCode, lifeTable, width, blockRows, tables, lastRows, totals); });
+             matrix<double>* groupSizes, int nGroups, short grouped, int eventCode, short lifeTable,
+             double width, int blockRows, matrix<double>* tables, matrix<double>* lastRows,
+             matrix<double>* totals) {
+  return velkor::guarded_call([&] {
+    return cRunLife_impl(times, status, weights, n, groupSizes, nGroups, grouped, eventCode,
+                         lifeTable, width, blockRows, tables, lastRows, totals);
+  });
 }

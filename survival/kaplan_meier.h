@@ -49,9 +49,9 @@ inline constexpr int kTime = 1, kEnd = 2, kAtRisk = 3, kEvents = 4, kCensored = 
 // conditional survival, not 1); the scan stops at the first row whose n'_j is not positive,
 // which keeps its counts. Returns rows. Cost O(n).
 VELKOR_API int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, int eventCode,
-                       matrix<double>* times, matrix<double>* status, matrix<double>* weights,
-                       double& total, matrix<double>* table, std::uint32_t& rows,
-                       matrix<double>* workspace);
+                                  matrix<double>* times, matrix<double>* status,
+                                  matrix<double>* weights, double& total, matrix<double>* table,
+                                  std::uint32_t& rows, matrix<double>* workspace);
 
 // ComputeLife: actuarial (Cutler-Ederer) life table of the same block, in the layout above.
 // Intervals [a_j, b_j) of equal width w start at 0: a_j = (j - 1) w. `width` <= 0 or not finite
@@ -69,9 +69,9 @@ VELKOR_API int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, in
 // The standard errors of S(b_j) = S sqrt(G_j) and of the density
 // f_j sqrt(G_(j-1) + p_j / (n'_j q_j)) follow from the columns (Gehan 1969; Collett 2015 §2.1).
 // Returns the number of intervals (rows). Cost O(n + rows).
-VELKOR_API int ComputeLife(std::uint32_t offset, int n, short grouped, int eventCode, matrix<double>* times,
-                matrix<double>* status, matrix<double>* weights, double& total,
-                matrix<double>* table, std::uint32_t& rows, double width);
+VELKOR_API int ComputeLife(std::uint32_t offset, int n, short grouped, int eventCode,
+                           matrix<double>* times, matrix<double>* status, matrix<double>* weights,
+                           double& total, matrix<double>* table, std::uint32_t& rows, double width);
 
 // cRunLife: the estimator of every group block.
 //   times, status, weights: n x 1 in, arranged by cReorganizeData;
@@ -83,10 +83,10 @@ VELKOR_API int ComputeLife(std::uint32_t offset, int n, short grouped, int event
 //             so that cells no estimator writes are recognisable;
 //   lastRows  out, one per group: index of the last table row; totals out: initial number at risk.
 // Returns 0 (data conditions are reported by cReorganizeData). Cost O(n + groups x R).
-VELKOR_API int cRunLife(matrix<double>* times, matrix<double>* status, matrix<double>* weights, int n,
-             matrix<double>* groupSizes, int nGroups, short grouped, int eventCode,
-             short lifeTable, double width, int blockRows, matrix<double>* tables,
-             matrix<double>* lastRows, matrix<double>* totals);
+VELKOR_API int cRunLife(matrix<double>* times, matrix<double>* status, matrix<double>* weights,
+                        int n, matrix<double>* groupSizes, int nGroups, short grouped,
+                        int eventCode, short lifeTable, double width, int blockRows,
+                        matrix<double>* tables, matrix<double>* lastRows, matrix<double>* totals);
 
 // TransNelsonAalen: Nelson-Aalen cumulative hazard from a finished product-limit table of T rows
 // (rows 1 .. T of `km`, origin excluded). Output T x 9, row i for product-limit row i:
@@ -97,9 +97,10 @@ VELKOR_API int cRunLife(matrix<double>* times, matrix<double>* status, matrix<do
 //   col 7 SE(H_i) = sqrt(Var),
 //   col 8, 9 lower and upper limits of the log-transformed interval
 //         H exp(-+ z SE / H), z = Phi^-1(1 - alpha / 2) (Klein & Moeschberger 2003, §4.2): always
-//         positive, and mapped through S = exp(-H) it is the "log-log" interval of the survival curve
-//         (R's survfit(conf.type = "log-log")).
+//         positive, and mapped through S = exp(-H) it is the "log-log" interval of the survival
+//         curve (R's survfit(conf.type = "log-log")).
 // Rows before the first event row hold the missing-value marker in columns 5 to 9; a later row
 // without events (or whose n' is not positive) copies columns 5 to 9 of the row before.
 // Returns 0. Cost O(T).
-VELKOR_API int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix<double>* na);
+VELKOR_API int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method,
+                                matrix<double>* na);

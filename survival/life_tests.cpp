@@ -12,8 +12,8 @@
 #include "core/numeric.h"
 #include "survival/kaplan_meier.h"
 
-static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R, matrix<double>* lastRows,
-                    matrix<double>* table) {
+static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R,
+                                matrix<double>* lastRows, matrix<double>* table) {
   const int groups = G > 0 ? G : 0;
   const std::uint64_t rowsPer = R > 0 ? static_cast<std::uint64_t>(R) : 0;
   const std::uint64_t block = rowsPer * km_col::kCount;
@@ -25,7 +25,7 @@ static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R
   std::vector<double> atRisk(groups, 0.0);
   for (int g = 0; g < groups; ++g) {
     const double lr = lastRows->at0(static_cast<std::uint64_t>(g));
-    last[g] = !(lr >= 1.0) ? 0
+    last[g] = !(lr >= 1.0)                         ? 0
               : lr >= static_cast<double>(rowsPer) ? (rowsPer > 0 ? rowsPer - 1 : 0)
                                                    : static_cast<std::uint64_t>(lr);
     atRisk[g] = last[g] >= 1 ? at(g, 1, km_col::kAtRisk) : 0.0;
@@ -88,16 +88,20 @@ void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, d
       const double* column = table->data + t * ld;
       double D = 0.0, N = 0.0;
       for (int k = 0; k < G; ++k) {
-        const auto r = static_cast<std::uint64_t>(3) * static_cast<std::uint64_t>(groups[static_cast<std::size_t>(k)]);
+        const auto r = static_cast<std::uint64_t>(3) *
+                       static_cast<std::uint64_t>(groups[static_cast<std::size_t>(k)]);
         n[static_cast<std::size_t>(k)] = r - 2 < ld ? column[r - 2] : table->spare;  // row 3k - 1
-        d[static_cast<std::size_t>(k)] = std::max(0.0, r - 1 < ld ? column[r - 1] : table->spare);  // row 3k
+        d[static_cast<std::size_t>(k)] =
+            std::max(0.0, r - 1 < ld ? column[r - 1] : table->spare);  // row 3k
         D += d[static_cast<std::size_t>(k)];
         N += n[static_cast<std::size_t>(k)];
       }
       if (!(D > 0.0)) continue;
       const double w[3] = {1.0, N, sqr(N)};
       for (int k = 0; k < k1; ++k) {
-        if (N > 0.0) E[static_cast<std::size_t>(k)] = n[static_cast<std::size_t>(k)] * D / N;  // else kept (deliberate)
+        if (N > 0.0)
+          E[static_cast<std::size_t>(k)] =
+              n[static_cast<std::size_t>(k)] * D / N;  // else kept (deliberate)
         const double o = d[static_cast<std::size_t>(k)] - E[static_cast<std::size_t>(k)];
         for (int m = 0; m < 3; ++m) U[static_cast<std::size_t>(m * k1 + k)] += w[m] * o;
       }
@@ -106,8 +110,10 @@ void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, d
         for (int k = 0; k < k1; ++k) {
           const double share = n[static_cast<std::size_t>(k)] / N;
           for (int l = 0; l < k1; ++l) {
-            const double v = common * share * ((k == l ? 1.0 : 0.0) - n[static_cast<std::size_t>(l)] / N);
-            const std::size_t at = static_cast<std::size_t>(k) * static_cast<std::size_t>(k1) + static_cast<std::size_t>(l);
+            const double v =
+                common * share * ((k == l ? 1.0 : 0.0) - n[static_cast<std::size_t>(l)] / N);
+            const std::size_t at = static_cast<std::size_t>(k) * static_cast<std::size_t>(k1) +
+                                   static_cast<std::size_t>(l);
             for (int m = 0; m < 3; ++m) V[static_cast<std::size_t>(m) * kk + at] += w[m] * w[m] * v;
           }
         }
@@ -124,7 +130,8 @@ void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, d
       double q = 0.0;
       for (int k = 0; k < k1; ++k)
         for (int l = 0; l < k1; ++l)
-          q += U[static_cast<std::size_t>(m * k1 + k)] * inv.at0(static_cast<std::uint64_t>(k), static_cast<std::uint64_t>(l)) *
+          q += U[static_cast<std::size_t>(m * k1 + k)] *
+               inv.at0(static_cast<std::uint64_t>(k), static_cast<std::uint64_t>(l)) *
                U[static_cast<std::size_t>(m * k1 + l)];
       x2[m] = q;
       pval[m] = pValChiSq(q, df);
@@ -140,14 +147,16 @@ void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, d
 
 }  // namespace
 
-static int cComputeLifeTests_impl(matrix<double>* table, int T, int G, double alpha, matrix<double>* results) {
+static int cComputeLifeTests_impl(matrix<double>* table, int T, int G, double alpha,
+                                  matrix<double>* results) {
   std::vector<int> groups;
   for (int k = 1; k <= G && k <= 1000000; ++k) groups.push_back(k);
   three_tests(table, T, groups, alpha, results);
   return 0;
 }
 
-static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alpha, matrix<double>* results) {
+static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alpha,
+                                 matrix<double>* results) {
   // More pairs than an int can number cannot be laid out in any caller array.
   if (G < 2 || T < 0 || G > 20000) return 0;
   const int P = G * (G - 1) / 2;
@@ -188,7 +197,8 @@ static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alp
 // Allocation failures become status codes (the worker is exported under its own name).
 int cLoadKaplanTest(int& count, matrix<double>* source, int G, int R, matrix<double>* lastRows,
                     matrix<double>* table) {
-  return velkor::guarded_call([&] { return cLoadKaplanTest_impl(count, source, G, R, lastRows, table); });
+  return velkor::guarded_call(
+      [&] { return cLoadKaplanTest_impl(count, source, G, R, lastRows, table); });
 }
 
 // Allocation failures become status codes (the worker is exported under its own name).

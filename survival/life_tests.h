@@ -21,8 +21,8 @@
 //           0 after its last row).
 // Equal times are matched exactly (NaN matches NaN so that the merge always advances).
 // Returns 0. Cost O(T G).
-VELKOR_API int cLoadKaplanTest(int& count, matrix<double>* source, int G, int R, matrix<double>* lastRows,
-                    matrix<double>* table);
+VELKOR_API int cLoadKaplanTest(int& count, matrix<double>* source, int G, int R,
+                               matrix<double>* lastRows, matrix<double>* table);
 
 // cComputeLifeTests: the three weighted log-rank tests on the combined table (3G + 1) x T.
 // With w_t = 1 (log-rank, Mantel 1966), N_t (Gehan 1965 / Breslow 1970 generalised Wilcoxon) or
@@ -37,7 +37,8 @@ VELKOR_API int cLoadKaplanTest(int& count, matrix<double>* source, int G, int R,
 // Gehan, Tarone-Ware; columns X^2, critical value InvCDFChiSq(1 - alpha, G - 1), p-value
 // pValChiSq(X^2, G - 1), alpha. With G < 2 there is nothing to compare: columns 1 to 3 hold the
 // missing-value marker. Returns 0. Cost O(T G^2 + G^3).
-VELKOR_API int cComputeLifeTests(matrix<double>* table, int T, int G, double alpha, matrix<double>* results);
+VELKOR_API int cComputeLifeTests(matrix<double>* table, int T, int G, double alpha,
+                                 matrix<double>* results);
 
 // cComputeMultComp: every pair (a, b), a < b, of the G groups tested with the three tests on the
 // pair's rows of the combined table. P = G (G - 1) / 2 pairs in the order (1,2), (1,3), ...,

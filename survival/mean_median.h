@@ -21,12 +21,11 @@
 // Mean: mu = t_1 + sum_(j = 1 .. T-1, t_(j+1) < cap or cap = 0) (t_(j+1) - t_j) S_j, the area under
 // the step curve up to tau = the last t_(j+1) taken (t_1 when none).
 // Standard error (Kaplan & Meier 1958; Klein & Moeschberger 2003, eq. 4.5.1, as R's survfit
-// prints for rmean): Var(mu) = sum_(event rows j, t_j < tau, n_j > d_j) A_j^2 d_j / (n_j (n_j - d_j)),
-// A_j = integral_(t_j)^(tau) S(u) du. Limits mu -+ z SE, z = Phi^-1(1 - alpha / 2), the lower one
-// clipped at 0.
-// Quartiles, p = 0.25, 0.5, 0.75: missing when the last S exceeds p; otherwise over rows
-// j = 1 .. T (later matches overwrite): |S_j - p| < eps gives (t_j + t_(j+1)) / 2; S_j >= p > S_(j+1)
-// with events at j + 1 gives t_(j+1). Limits from the squared Greenwood test
+// prints for rmean): Var(mu) = sum_(event rows j, t_j < tau, n_j > d_j) A_j^2 d_j / (n_j (n_j -
+// d_j)), A_j = integral_(t_j)^(tau) S(u) du. Limits mu -+ z SE, z = Phi^-1(1 - alpha / 2), the
+// lower one clipped at 0. Quartiles, p = 0.25, 0.5, 0.75: missing when the last S exceeds p;
+// otherwise over rows j = 1 .. T (later matches overwrite): |S_j - p| < eps gives (t_j + t_(j+1)) /
+// 2; S_j >= p > S_(j+1) with events at j + 1 gives t_(j+1). Limits from the squared Greenwood test
 // (S_j - p)^2 <= S_j^2 c G_j, c = InvCDFChiSq(1 - alpha, 1): lower = t_j of the first row passing
 // it; upper = t_(j+1) for the first row j >= 2 passing it, with t_j > 0, whose next row fails it.
 // Defaults: no quartile, missing; no lower limit, 0 when t_1 > 0 (else missing); no upper limit,
@@ -35,5 +34,6 @@
 // the quartile t_T, and a curve still inside the band at its last row has no upper limit from
 // the scan (the default t_T applies).
 // Returns 0 (nRows < 2: every output is the missing-value marker, cap 0). Cost O(T).
-VELKOR_API int ComputeKaplanMeanMedian(matrix<double>* table, double alpha, int k, int nRows, double& cap,
-                            matrix<double>* mean, matrix<double>* quartiles);
+VELKOR_API int ComputeKaplanMeanMedian(matrix<double>* table, double alpha, int k, int nRows,
+                                       double& cap, matrix<double>* mean,
+                                       matrix<double>* quartiles);

@@ -20,9 +20,9 @@ std::int64_t block_size(double cell, std::int64_t limit) {
 }  // namespace
 
 static int cReorganizeData_impl(matrix<double>* times, int& n, matrix<double>* status,
-                    matrix<double>* weights, matrix<double>* groups,
-                    matrix<double>* groupSizes, int nGroups, short grouped,
-                    cReorganizeResult& result) {
+                                matrix<double>* weights, matrix<double>* groups,
+                                matrix<double>* groupSizes, int nGroups, short grouped,
+                                cReorganizeResult& result) {
   // 1. Status range check (skipped for grouped data, whose status column holds counts).
   if (grouped != -1) {
     for (int i = 0; i < n; ++i) {
@@ -125,9 +125,11 @@ int CheckStatusFormat(const matrix<double>* status, int n, matrix<double>* codes
 }
 
 // Allocation failures become status codes (the worker is exported under its own name).
-int cReorganizeData(matrix<double>* times, int& n, matrix<double>* status,
-                    matrix<double>* weights, matrix<double>* groups,
-                    matrix<double>* groupSizes, int nGroups, short grouped,
+int cReorganizeData(matrix<double>* times, int& n, matrix<double>* status, matrix<double>* weights,
+                    matrix<double>* groups, matrix<double>* groupSizes, int nGroups, short grouped,
                     cReorganizeResult& result) {
-  return velkor::guarded_call([&] { return cReorganizeData_impl(times, n, status, weights, groups, groupSizes, nGroups, grouped, result); });
+  return velkor::guarded_call([&] {
+    return cReorganizeData_impl(times, n, status, weights, groups, groupSizes, nGroups, grouped,
+                                result);
+  });
 }

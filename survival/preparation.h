@@ -37,9 +37,9 @@
 // Sorting is stable (radix sort of the keys): rows with equal labels, and equal times within a
 // block, keep their input order; NaN times go to the end of their block. Cost O(n).
 VELKOR_API int cReorganizeData(matrix<double>* times, int& n, matrix<double>* status,
-                    matrix<double>* weights, matrix<double>* groups,
-                    matrix<double>* groupSizes, int nGroups, short grouped,
-                    cReorganizeResult& result);
+                               matrix<double>* weights, matrix<double>* groups,
+                               matrix<double>* groupSizes, int nGroups, short grouped,
+                               cReorganizeResult& result);
 
 // CheckStatusFormat: recodes a status column carrying several event types.
 //   status  n x 1 in; codes n x 1 out (distinct event codes in order of first appearance, 1-based
@@ -50,4 +50,4 @@ VELKOR_API int cReorganizeData(matrix<double>* times, int& n, matrix<double>* st
 // Returns -1 when every one of the n values equals the censoring code (or n < 1), else 0.
 // Cost O(n x number of distinct codes).
 VELKOR_API int CheckStatusFormat(const matrix<double>* status, int n, matrix<double>* codes,
-                      std::uint32_t& nCodes, int censorCode, matrix<double>* recoded);
+                                 std::uint32_t& nCodes, int censorCode, matrix<double>* recoded);

@@ -18,8 +18,9 @@ int BuildSummary(matrix<double>* tables, int R, int G, matrix<double>* lastRows,
     };
     const double lr = lastRows->at0(static_cast<std::uint64_t>(g));
     const std::uint64_t last = !(lr >= 1.0) ? 0
-                               : lr >= static_cast<double>(rowsPer) ? (rowsPer ? rowsPer - 1 : 0)
-                                                                    : static_cast<std::uint64_t>(lr);
+                               : lr >= static_cast<double>(rowsPer)
+                                   ? (rowsPer ? rowsPer - 1 : 0)
+                                   : static_cast<std::uint64_t>(lr);
     double d = 0.0, c = 0.0;
     for (std::uint64_t j = 1; j <= last; ++j) {
       d += at(j, km_col::kEvents);
@@ -48,7 +49,7 @@ int BuildWeightedSummary(matrix<double>* times, matrix<double>* status, matrix<d
     std::int64_t size = total - start;
     if (nGroups > 0) {
       const double cell = (*groupSizes)(1, g);
-      size = !std::isfinite(cell) || cell <= 0.0 ? 0
+      size = !std::isfinite(cell) || cell <= 0.0          ? 0
              : cell >= static_cast<double>(total - start) ? total - start
                                                           : static_cast<std::int64_t>(cell);
     }

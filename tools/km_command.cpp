@@ -58,11 +58,15 @@ bool ParseOptions(int argc, char** argv, KmOptions& o, std::string& error) {
       return true;
     };
     std::string v;
-    if (a == "--time") { if (!value(o.time)) return false; }
-    else if (a == "--status") { if (!value(o.status)) return false; }
-    else if (a == "--group") { if (!value(o.group)) return false; }
-    else if (a == "--weight") { if (!value(o.weight)) return false; }
-    else if (a == "--event-code" || a == "--alpha") {
+    if (a == "--time") {
+      if (!value(o.time)) return false;
+    } else if (a == "--status") {
+      if (!value(o.status)) return false;
+    } else if (a == "--group") {
+      if (!value(o.group)) return false;
+    } else if (a == "--weight") {
+      if (!value(o.weight)) return false;
+    } else if (a == "--event-code" || a == "--alpha") {
       if (!value(v)) return false;
       double x = 0;
       if (!ParseNumber(v, x)) {
@@ -109,7 +113,8 @@ bool LoadData(const CsvTable& csv, const KmOptions& o, KmData& d, std::string& e
   bool numeric = true;
   for (const auto& row : csv.rows) {
     double x;
-    if (cg >= 0 && !row[static_cast<std::size_t>(cg)].empty() && row[static_cast<std::size_t>(cg)] != "NA")
+    if (cg >= 0 && !row[static_cast<std::size_t>(cg)].empty() &&
+        row[static_cast<std::size_t>(cg)] != "NA")
       numeric = numeric && ParseNumber(row[static_cast<std::size_t>(cg)], x);
   }
   for (const auto& row : csv.rows) {
@@ -182,9 +187,10 @@ int RunKmCommand(int argc, char** argv) {
   const int level = static_cast<int>(std::lround(100 * (1 - o.alpha)));
 
   std::printf("Kaplan-Meier analysis of %s\n", o.file.c_str());
-  std::printf("  time: %s, status: %s (event = %g)%s%s; %d rows used, %zu left out (missing values)\n\n",
-              o.time.c_str(), o.status.c_str(), o.eventCode, o.group.empty() ? "" : ", group: ",
-              o.group.c_str(), n, d.dropped);
+  std::printf(
+      "  time: %s, status: %s (event = %g)%s%s; %d rows used, %zu left out (missing values)\n\n",
+      o.time.c_str(), o.status.c_str(), o.eventCode,
+      o.group.empty() ? "" : ", group: ", o.group.c_str(), n, d.dropped);
 
   // 1. Preparation: group blocks in ascending label order, each ascending in time.
   std::vector<double> sizes(static_cast<std::size_t>(G), 0.0);
@@ -203,11 +209,14 @@ int RunKmCommand(int argc, char** argv) {
 
   // 2. Product-limit tables.
   const int R = static_cast<int>(*std::max_element(sizes.begin(), sizes.end())) + 1;
-  std::vector<double> tables(static_cast<std::size_t>(G) * R * 12), last(static_cast<std::size_t>(G)), totals(last.size());
+  std::vector<double> tables(static_cast<std::size_t>(G) * R * 12),
+      last(static_cast<std::size_t>(G)), totals(last.size());
   RunLife(d.times.data(), d.status.data(), d.weights.data(), n, sizes.data(), G, 0, 1, 0, 0.0, R,
           tables.data(), last.data(), totals.data());
   auto table = [&](int g) { return tables.data() + static_cast<std::size_t>(g) * R * 12; };
-  auto cell = [&](int g, int row, int col) { return table(g)[static_cast<std::size_t>(col - 1) * R + row]; };
+  auto cell = [&](int g, int row, int col) {
+    return table(g)[static_cast<std::size_t>(col - 1) * R + row];
+  };
 
   std::vector<double> summary(static_cast<std::size_t>(G) * 6);
   Cpp_Build_Summary(tables.data(), R, G, last.data(), totals.data(), summary.data());
@@ -215,8 +224,8 @@ int RunKmCommand(int argc, char** argv) {
   TextTable sum({"group", "n", "events", "censored", "% censored", "first time", "last time"});
   for (int g = 0; g < G; ++g) {
     auto s = [&](int c) { return summary[static_cast<std::size_t>(c) * G + g]; };
-    sum.add({GroupName(o, d.labels[static_cast<std::size_t>(g)]), Num(s(0), 0), Num(s(1), 0), Num(s(2), 0),
-             Num(s(3), 1), Num(s(4), 1), Num(s(5), 1)});
+    sum.add({GroupName(o, d.labels[static_cast<std::size_t>(g)]), Num(s(0), 0), Num(s(1), 0),
+             Num(s(2), 0), Num(s(3), 1), Num(s(4), 1), Num(s(5), 1)});
   }
   sum.print(stdout);
 
@@ -225,17 +234,21 @@ int RunKmCommand(int argc, char** argv) {
       const int T = static_cast<int>(last[static_cast<std::size_t>(g)]);
       const int P = 2 * T + 1, C = std::max(2 * T - 1, 1);
       // The chart series carry the linear band already clipped to [0, 1].
-      std::vector<double> mainS(static_cast<std::size_t>(P) * 7), haz(static_cast<std::size_t>(C) * 3), ll(haz.size());
+      std::vector<double> mainS(static_cast<std::size_t>(P) * 7),
+          haz(static_cast<std::size_t>(C) * 3), ll(haz.size());
       Cpp_PrepareKaplanCharts(table(g), R, T, 0, 0, 0, T > 0 ? cell(g, 1, 1) : 0.0, o.alpha, 1,
                               mainS.data(), P, haz.data(), ll.data(), C);
-      std::printf("\nProduct-limit table, %s\n", GroupName(o, d.labels[static_cast<std::size_t>(g)]).c_str());
+      std::printf("\nProduct-limit table, %s\n",
+                  GroupName(o, d.labels[static_cast<std::size_t>(g)]).c_str());
       TextTable km({"time", "at risk", "events", "censored", "survival", "std. error",
-                    "lower " + std::to_string(level) + "%", "upper " + std::to_string(level) + "%"});
+                    "lower " + std::to_string(level) + "%",
+                    "upper " + std::to_string(level) + "%"});
       for (int j = 1; j <= T; ++j) {
         const double S = cell(g, j, 8), se = S * std::sqrt(cell(g, j, 11));
         const auto pt = static_cast<std::size_t>(2 * j + 1 - 1);
-        km.add({Num(cell(g, j, 1), 1), Num(cell(g, j, 3), 0), Num(cell(g, j, 4), 0), Num(cell(g, j, 5), 0),
-                Num(S, 4), Num(se, 4), Num(mainS[pt + static_cast<std::size_t>(P)], 4),
+        km.add({Num(cell(g, j, 1), 1), Num(cell(g, j, 3), 0), Num(cell(g, j, 4), 0),
+                Num(cell(g, j, 5), 0), Num(S, 4), Num(se, 4),
+                Num(mainS[pt + static_cast<std::size_t>(P)], 4),
                 Num(mainS[pt + 2 * static_cast<std::size_t>(P)], 4)});
       }
       km.print(stdout);
@@ -252,8 +265,9 @@ int RunKmCommand(int argc, char** argv) {
   for (int g = 0; g < G; ++g) {
     const int T = static_cast<int>(last[static_cast<std::size_t>(g)]);
     double cap = 0, mean[4], q[12];
-    Cpp_ComputeKaplanMeanMedian(table(g), R, T + 1, o.alpha, static_cast<int>(sizes[static_cast<std::size_t>(g)]),
-                                &cap, mean, q);
+    Cpp_ComputeKaplanMeanMedian(table(g), R, T + 1, o.alpha,
+                                static_cast<int>(sizes[static_cast<std::size_t>(g)]), &cap, mean,
+                                q);
     const std::string name = GroupName(o, d.labels[static_cast<std::size_t>(g)]);
     means.add({name, Num(mean[0], 1), Num(mean[1], 1), Num(mean[2], 1), Num(mean[3], 1),
                cap > 0 ? Num(cap, 1) : std::string("none (S reaches 0)")});
@@ -277,15 +291,18 @@ int RunKmCommand(int argc, char** argv) {
     const char* names[3] = {"Log-rank", "Gehan-Wilcoxon", "Tarone-Ware"};
     for (int r = 0; r < 3; ++r)
       tests.add({names[r], Num(res[static_cast<std::size_t>(r)], 4), std::to_string(G - 1),
-                 Num(res[static_cast<std::size_t>(3 + r)], 4), PValue(res[static_cast<std::size_t>(6 + r)])});
+                 Num(res[static_cast<std::size_t>(3 + r)], 4),
+                 PValue(res[static_cast<std::size_t>(6 + r)])});
     tests.print(stdout);
     const int rows = 3 * G * (G - 1) / 2;
     std::printf("\nPairwise comparisons (1 df; Bonferroni and Holm adjusted p-values)\n");
     TextTable pw({"groups", "test", "chi-square", "p-value", "Bonferroni", "Holm"});
     for (int r = 0; r < rows; ++r) {
       auto p = [&](int c) { return pairs[static_cast<std::size_t>(c) * rows + r]; };
-      pw.add({d.labels[static_cast<std::size_t>(p(0)) - 1] + " vs " + d.labels[static_cast<std::size_t>(p(1)) - 1],
-              names[static_cast<int>(p(2)) - 1], Num(p(3), 4), PValue(p(4)), PValue(p(5)), PValue(p(6))});
+      pw.add({d.labels[static_cast<std::size_t>(p(0)) - 1] + " vs " +
+                  d.labels[static_cast<std::size_t>(p(1)) - 1],
+              names[static_cast<int>(p(2)) - 1], Num(p(3), 4), PValue(p(4)), PValue(p(5)),
+              PValue(p(6))});
     }
     pw.print(stdout);
   }

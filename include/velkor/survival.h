@@ -4,8 +4,8 @@
  *
  * A typical analysis: ReorganizeData (groups in ascending label blocks, each ascending in time)
  * -> RunLife (one product-limit table per group) -> Cpp_TransNelsonAalen, Cpp_PrepareKaplanCharts,
- * Cpp_ComputeKaplanMeanMedian per group -> LoadKaplanTest + ComputeLifeTests (+ Cpp_ComputeMultComp)
- * when there are two groups or more.
+ * Cpp_ComputeKaplanMeanMedian per group -> LoadKaplanTest + ComputeLifeTests (+
+ * Cpp_ComputeMultComp) when there are two groups or more.
  *
  * Product-limit table ("PL table"): R rows x 12 columns, column-major, table row j (0 = origin)
  * in row j + 1. Columns: 1 time t_j (life table: interval start), 2 life table: interval end,
@@ -19,6 +19,24 @@
  * Positive codes: internal failure, nothing written. Functions that document no negative code
  * return 0 for any data; sizes that do not fit the arrays are clipped, and cells that cannot be
  * placed are dropped (never written outside the caller's arrays).
+ *
+ * Bad input, what each case gives (no other negative code is ever returned):
+ *   n = 0 or 1          ReorganizeData -2 (-1 first when a status is out of range);
+ *                       Cpp_CheckStatusFormat -1 for n = 0; RunLife: tables with the origin row
+ *                       only (n = 0) or one row (n = 1), status 0.
+ *   NaN time            sorted last in its block; the product-limit estimator joins it to the run
+ *                       before it (ties end at the first strictly greater time) and the life table
+ *                       leaves it out.
+ *   +-infinite time     an ordinary value in the ordering; densities next to it are 0 or NaN.
+ *   missing-value marker in a time: an ordinary (very small) value, sorted first; callers drop such
+ *                       rows before the analysis (the velkor tool does).
+ *   missing-value marker in a status: ReorganizeData -1 (it is below 0); a NaN status passes the
+ *                       range test and counts as censored.
+ *   negative weights    taken as given (counts and the estimate follow the formulas; no status).
+ *   group sizes that do not add up to n: blocks are clipped at n, later groups get 0 rows; rows
+ *                       after the last block are not ordered by time and belong to no group.
+ *   a group offset beyond n: an empty group (lastRows 0, only the origin row).
+ *   null array with a positive length: VELKOR_E_NULL_ARRAY (3), nothing written.
  */
 #ifndef VELKOR_SURVIVAL_H
 #define VELKOR_SURVIVAL_H
@@ -45,9 +63,9 @@ extern "C" {
  *   maxTime    out, 1: largest time (written when the ordering ran, i.e. status 0, -3 or -5).
  * Returns -1 (some status < 0 or > 1, missing-value markers included; checked first), -2
  * (n < 2), else -3 / -5 / 0 with the arrays reordered. Nothing is written with -1 or -2. */
-VELKOR_API int ReorganizeData(double* times, int n, double* status, double* weights,
-                              double* groups, const double* groupSizes, int nGroups,
-                              short grouped, double* maxTime);
+VELKOR_API int ReorganizeData(double* times, int n, double* status, double* weights, double* groups,
+                              const double* groupSizes, int nGroups, short grouped,
+                              double* maxTime);
 
 /* Cpp_CheckStatusFormat: recodes a multi-cause status column for the competing-risks analyses.
  *   status in, n; codes out, n: distinct non-censoring codes in order of first appearance

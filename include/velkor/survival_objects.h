@@ -20,17 +20,17 @@
 struct SURV_Param {
   int timeColumn = 0;
   int statusColumn = 1;
-  int weightColumn = -1;    // -1: unit weights (grouped = -1: required, the censored counts)
-  int groupColumn = -1;     // numeric labels; -1: one group
-  int eventCode = 1;        // status value of an event. 1: the status column is taken as it is
-                            // (0/1, range-checked); another code: recoded, eventCode -> 1,
-                            // any other non-missing value -> 0 (censored)
-  std::int16_t grouped = 0;     // -1: status = number of events, weights = number censored
-  std::int16_t lifeTable = 0;   // -1: actuarial life table instead of Kaplan-Meier
-  double intervalWidth = 0.0;   // life table: interval width (<= 0: largest time / 10)
-  double alpha = 0.05;          // significance level of every interval and test
-  int nelsonAalenMethod = 1;    // 1 Aalen, 2 (n-d)d/n^3, 3 (n-d)d/(n^2(n-1))
-  std::int16_t hazardChart = -1;   // chart options, -1 on
+  int weightColumn = -1;       // -1: unit weights (grouped = -1: required, the censored counts)
+  int groupColumn = -1;        // numeric labels; -1: one group
+  int eventCode = 1;           // status value of an event. 1: the status column is taken as it is
+                               // (0/1, range-checked); another code: recoded, eventCode -> 1,
+                               // any other non-missing value -> 0 (censored)
+  std::int16_t grouped = 0;    // -1: status = number of events, weights = number censored
+  std::int16_t lifeTable = 0;  // -1: actuarial life table instead of Kaplan-Meier
+  double intervalWidth = 0.0;  // life table: interval width (<= 0: largest time / 10)
+  double alpha = 0.05;         // significance level of every interval and test
+  int nelsonAalenMethod = 1;   // 1 Aalen, 2 (n-d)d/n^3, 3 (n-d)d/(n^2(n-1))
+  std::int16_t hazardChart = -1;  // chart options, -1 on
   std::int16_t logLogChart = -1;
   std::int16_t failureChart = 0;
   int markerMode = 1;
@@ -43,7 +43,7 @@ struct cSURV_Data {
   std::vector<std::uint32_t> offsets;       // 0-based first row of each block
   std::vector<std::uint32_t> sizes;         // rows of each block
   double maxTime = 0.0;
-  int statusCode = 0;                       // status code of the preparation
+  int statusCode = 0;  // status code of the preparation
 };
 
 // Everything computed for one group.
@@ -64,9 +64,9 @@ struct cSURV_Group {
 struct cSURV_Results {
   cSURV_Data data;
   std::vector<cSURV_Group> groups;
-  std::vector<VectDPtr> combined;   // 3G + 1 columns of T values: the transposed combined table
-  std::vector<VectDPtr> tests;      // 4 columns of 3 rows (ComputeLifeTests layout)
-  std::vector<VectDPtr> pairwise;   // 7 columns of 3P rows (Cpp_ComputeMultComp layout)
+  std::vector<VectDPtr> combined;  // 3G + 1 columns of T values: the transposed combined table
+  std::vector<VectDPtr> tests;     // 4 columns of 3 rows (ComputeLifeTests layout)
+  std::vector<VectDPtr> pairwise;  // 7 columns of 3P rows (Cpp_ComputeMultComp layout)
 };
 
 // Record filled by cReorganizeData: its first field is the largest time.
@@ -113,8 +113,7 @@ VELKOR_API int PrepareNelsonACharts_ST(cSURV_Group& group, std::vector<VectDPtr>
 
 // Life-table chart (rows + 1 points x 6: x, S, lower, upper, hazard, density) of a group whose
 // table is a life table.
-VELKOR_API int PrepareLifeChart_ST(cSURV_Group& group, double alpha,
-                                   std::vector<VectDPtr>& series);
+VELKOR_API int PrepareLifeChart_ST(cSURV_Group& group, double alpha, std::vector<VectDPtr>& series);
 
 // Mean and quartiles of one PL table (ComputeKaplanMeanMedian layout): mean 4 columns of 1,
 // quartiles 4 columns of 3 (resized here).
@@ -153,13 +152,11 @@ VELKOR_API int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, in
                                   std::uint32_t& rows, matrix<double>* workspace);
 VELKOR_API int ComputeLife(std::uint32_t offset, int n, short grouped, int eventCode,
                            matrix<double>* times, matrix<double>* status, matrix<double>* weights,
-                           double& total, matrix<double>* table, std::uint32_t& rows,
-                           double width);
+                           double& total, matrix<double>* table, std::uint32_t& rows, double width);
 VELKOR_API int cRunLife(matrix<double>* times, matrix<double>* status, matrix<double>* weights,
                         int n, matrix<double>* groupSizes, int nGroups, short grouped,
                         int eventCode, short lifeTable, double width, int blockRows,
-                        matrix<double>* tables, matrix<double>* lastRows,
-                        matrix<double>* totals);
+                        matrix<double>* tables, matrix<double>* lastRows, matrix<double>* totals);
 VELKOR_API int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method,
                                 matrix<double>* na);
 VELKOR_API int cLoadKaplanTest(int& count, matrix<double>* source, int G, int R,

@@ -21,8 +21,8 @@ constexpr double kInf = std::numeric_limits<double>::infinity();
 
 void ExpectRel(double expected, double actual, double tol, const char* what, int i) {
   const double scale = std::max(1.0, std::fabs(expected));
-  EXPECT_LE(std::fabs(expected - actual), tol * scale) << what << " at " << i << ": expected "
-                                                       << expected << ", got " << actual;
+  EXPECT_LE(std::fabs(expected - actual), tol * scale)
+      << what << " at " << i << ": expected " << expected << ", got " << actual;
 }
 
 // Arrays with guard cells on both sides: any write outside the caller's n cells shows up.
@@ -31,7 +31,8 @@ struct Guarded {
   static constexpr double kGuard = 12345.678;
   std::vector<double> buf;
   int n;
-  explicit Guarded(int size, double init = 0.0) : buf(static_cast<std::size_t>(std::max(size, 0)) + 2 * kPad, kGuard), n(size) {
+  explicit Guarded(int size, double init = 0.0)
+      : buf(static_cast<std::size_t>(std::max(size, 0)) + 2 * kPad, kGuard), n(size) {
     for (int i = 0; i < n; ++i) buf[kPad + static_cast<std::size_t>(i)] = init;
   }
   Guarded(std::initializer_list<double> v) : Guarded(static_cast<int>(v.size())) {
@@ -41,7 +42,9 @@ struct Guarded {
   double& operator[](int i) { return buf[kPad + static_cast<std::size_t>(i)]; }
   bool intact() const {
     for (int i = 0; i < kPad; ++i)
-      if (buf[static_cast<std::size_t>(i)] != kGuard || buf[buf.size() - 1 - static_cast<std::size_t>(i)] != kGuard) return false;
+      if (buf[static_cast<std::size_t>(i)] != kGuard ||
+          buf[buf.size() - 1 - static_cast<std::size_t>(i)] != kGuard)
+        return false;
     return true;
   }
 };
@@ -65,7 +68,8 @@ struct FlatAnalysis {
     G = static_cast<int>(labels.size());
     for (double l : labels) sizes.push_back(static_cast<double>(std::count(g.begin(), g.end(), l)));
     double maxTime = 0;
-    prepStatus = ReorganizeData(t.data(), n, s.data(), w.data(), g.data(), sizes.data(), G, 0, &maxTime);
+    prepStatus =
+        ReorganizeData(t.data(), n, s.data(), w.data(), g.data(), sizes.data(), G, 0, &maxTime);
     R = static_cast<int>(*std::max_element(sizes.begin(), sizes.end())) + 1;
     tables.assign(static_cast<std::size_t>(G) * R * 12, 0.0);
     lastRows.assign(static_cast<std::size_t>(G), 0.0);
@@ -79,7 +83,8 @@ struct FlatAnalysis {
     std::vector<double> packed(static_cast<std::size_t>(3 * G + 1) * T);
     for (int c = 0; c < T; ++c)
       for (int r = 0; r < 3 * G + 1; ++r)
-        packed[static_cast<std::size_t>(c) * (3 * G + 1) + r] = combined[static_cast<std::size_t>(c) * (3 * G + 1) + r];
+        packed[static_cast<std::size_t>(c) * (3 * G + 1) + r] =
+            combined[static_cast<std::size_t>(c) * (3 * G + 1) + r];
     combined = packed;
     tests.assign(12, 0.0);
     EXPECT_EQ(0, ComputeLifeTests(combined.data(), T, G, alpha, tests.data()));
@@ -87,7 +92,9 @@ struct FlatAnalysis {
     EXPECT_EQ(0, Cpp_ComputeMultComp(combined.data(), T, G, alpha, pairs.data()));
   }
   const double* table(int k) const { return tables.data() + static_cast<std::size_t>(k) * R * 12; }
-  double cell(int k, int row, int col) const { return table(k)[static_cast<std::size_t>(col - 1) * R + row]; }
+  double cell(int k, int row, int col) const {
+    return table(k)[static_cast<std::size_t>(col - 1) * R + row];
+  }
   int rows(int k) const { return static_cast<int>(lastRows[static_cast<std::size_t>(k)]); }
 };
 
@@ -118,18 +125,23 @@ void CompareGroup(const FlatAnalysis& a, int k, const GroupRef& ref) {
       continue;
     }
     ExpectRel(ref.cumhaz[j - 1], na[static_cast<std::size_t>(4 * ref.size + j - 1)], 1e-13, "H", j);
-    ExpectRel(ref.varhaz[j - 1], na[static_cast<std::size_t>(5 * ref.size + j - 1)], 1e-12, "Var H", j);
+    ExpectRel(ref.varhaz[j - 1], na[static_cast<std::size_t>(5 * ref.size + j - 1)], 1e-12, "Var H",
+              j);
   }
   double cap = -1, mean[4], q[12];
-  ASSERT_EQ(0, Cpp_ComputeKaplanMeanMedian(a.table(k), a.R, ref.size + 1, 0.05, ref.size, &cap, mean, q));
+  ASSERT_EQ(
+      0, Cpp_ComputeKaplanMeanMedian(a.table(k), a.R, ref.size + 1, 0.05, ref.size, &cap, mean, q));
   EXPECT_EQ(cap, ref.mean[0]);
   ExpectRel(ref.mean[2], mean[0], 1e-12, "restricted mean", k);
   ExpectRel(ref.mean[3], mean[1], 1e-10, "se(rmean)", k);
   for (int r = 0; r < 3; ++r) EXPECT_EQ(q[3 + r], ref.quartiles[r]) << "quartile row " << r + 1;
 }
 
-#define GROUP(p, size) \
-  GroupRef { p##_t, p##_nrisk, p##_nevent, p##_ncens, p##_surv, p##_greenwood, p##_cumhaz, p##_varhaz, p##_quartiles, p##_mean, size }
+#define GROUP(p, size)                                                                        \
+  GroupRef {                                                                                  \
+    p##_t, p##_nrisk, p##_nevent, p##_ncens, p##_surv, p##_greenwood, p##_cumhaz, p##_varhaz, \
+        p##_quartiles, p##_mean, size                                                         \
+  }
 #define LEN(a) static_cast<int>(sizeof(a) / sizeof(a[0]))
 
 }  // namespace
@@ -145,14 +157,17 @@ TEST(SurvivalReferenceR, LungBySexMatchesSurvfitAndSurvdiff) {
     ExpectRel(lung_tests[r], a.tests[static_cast<std::size_t>(r)], 1e-10, "X2", r);
     EXPECT_NEAR(a.tests[static_cast<std::size_t>(3 + r)], 3.841458820694124, 1e-12);
     // One degree of freedom: P(chi2_1 > x) = erfc(sqrt(x / 2)).
-    ExpectRel(std::erfc(std::sqrt(lung_tests[r] / 2)), a.tests[static_cast<std::size_t>(6 + r)], 1e-10, "p", r);
+    ExpectRel(std::erfc(std::sqrt(lung_tests[r] / 2)), a.tests[static_cast<std::size_t>(6 + r)],
+              1e-10, "p", r);
     EXPECT_EQ(a.tests[static_cast<std::size_t>(9 + r)], 0.05);
   }
   // One pair: the pairwise statistics are the overall ones, Bonferroni = Holm = raw p.
   for (int k = 0; k < 3; ++k) {
     EXPECT_NEAR(a.pairs[static_cast<std::size_t>(3 * 3 + k)], lung_tests[k], 1e-9);
-    EXPECT_EQ(a.pairs[static_cast<std::size_t>(5 * 3 + k)], a.pairs[static_cast<std::size_t>(4 * 3 + k)]);
-    EXPECT_EQ(a.pairs[static_cast<std::size_t>(6 * 3 + k)], a.pairs[static_cast<std::size_t>(4 * 3 + k)]);
+    EXPECT_EQ(a.pairs[static_cast<std::size_t>(5 * 3 + k)],
+              a.pairs[static_cast<std::size_t>(4 * 3 + k)]);
+    EXPECT_EQ(a.pairs[static_cast<std::size_t>(6 * 3 + k)],
+              a.pairs[static_cast<std::size_t>(4 * 3 + k)]);
   }
 }
 
@@ -163,7 +178,8 @@ TEST(SurvivalReferenceR, VeteranFourCellTypesMatchSurvdiffOnThreeDegreesOfFreedo
   CompareGroup(a, 1, GROUP(veteran_g2, LEN(veteran_g2_t)));
   CompareGroup(a, 2, GROUP(veteran_g3, LEN(veteran_g3_t)));
   CompareGroup(a, 3, GROUP(veteran_g4, LEN(veteran_g4_t)));
-  for (int r = 0; r < 3; ++r) ExpectRel(veteran_tests[r], a.tests[static_cast<std::size_t>(r)], 1e-10, "X2", r);
+  for (int r = 0; r < 3; ++r)
+    ExpectRel(veteran_tests[r], a.tests[static_cast<std::size_t>(r)], 1e-10, "X2", r);
   EXPECT_NEAR(a.tests[3], 7.814727903251178, 1e-10);  // qchisq(0.95, 3)
   // Six pairs, log-rank rows 1, 4, 7, ...; Bonferroni and Holm over the six log-rank p-values.
   const int P = 6;
@@ -195,8 +211,9 @@ int Reorganize(std::vector<double>& t, std::vector<double>& s, std::vector<doubl
                std::vector<double> sizes, short grouped = 0, double* maxTime = nullptr) {
   std::vector<double> w(t.size(), 1.0);
   double mx = -7;
-  const int status = ReorganizeData(t.data(), static_cast<int>(t.size()), s.data(), w.data(), g.data(),
-                                    sizes.data(), static_cast<int>(sizes.size()), grouped, &mx);
+  const int status =
+      ReorganizeData(t.data(), static_cast<int>(t.size()), s.data(), w.data(), g.data(),
+                     sizes.data(), static_cast<int>(sizes.size()), grouped, &mx);
   if (maxTime) *maxTime = mx;
   return status;
 }
@@ -266,10 +283,12 @@ struct KM {
     if (w.empty()) w.assign(t.size(), 1.0);
     R = static_cast<int>(t.size()) + 1;
     tab.assign(static_cast<std::size_t>(R) * 12, 0.0);
-    EXPECT_EQ(0, RunLife(t.data(), s.data(), w.data(), static_cast<int>(t.size()), nullptr, 0, grouped, 1, 0, 0,
-                         R, tab.data(), last.data(), tot.data()));
+    EXPECT_EQ(0, RunLife(t.data(), s.data(), w.data(), static_cast<int>(t.size()), nullptr, 0,
+                         grouped, 1, 0, 0, R, tab.data(), last.data(), tot.data()));
   }
-  double operator()(int row, int col) const { return tab[static_cast<std::size_t>(col - 1) * R + row]; }
+  double operator()(int row, int col) const {
+    return tab[static_cast<std::size_t>(col - 1) * R + row];
+  }
   int rows() const { return static_cast<int>(last[0]); }
 };
 }  // namespace
@@ -288,11 +307,11 @@ TEST(SurvivalKaplanMeier, TiesOfEventsAndCensoringsShareOneRow) {
   }
   EXPECT_EQ(km(0, 7), 1);
   EXPECT_EQ(km(0, 8), 1);
-  EXPECT_DOUBLE_EQ(km(1, 11), 0.25 / 0.75 / 4);           // (1 - p) / (p n')
-  EXPECT_DOUBLE_EQ(km(3, 11), km(2, 11));                  // p = 0 adds nothing
-  EXPECT_DOUBLE_EQ(km(1, 9), 0.25);                         // (1 - 0.75) / (2 - 1)
-  EXPECT_DOUBLE_EQ(km(3, 9), 0.5);                          // last run: t_next = t + 1
-  EXPECT_EQ(km(2, 2), M);                                   // never written by the estimator
+  EXPECT_DOUBLE_EQ(km(1, 11), 0.25 / 0.75 / 4);  // (1 - p) / (p n')
+  EXPECT_DOUBLE_EQ(km(3, 11), km(2, 11));        // p = 0 adds nothing
+  EXPECT_DOUBLE_EQ(km(1, 9), 0.25);              // (1 - 0.75) / (2 - 1)
+  EXPECT_DOUBLE_EQ(km(3, 9), 0.5);               // last run: t_next = t + 1
+  EXPECT_EQ(km(2, 2), M);                        // never written by the estimator
   EXPECT_EQ(km.tot[0], 4);
 }
 
@@ -317,7 +336,7 @@ TEST(SurvivalKaplanMeier, WeightsEnterTheCountsButNotTheInitialNumberAtRisk) {
   EXPECT_EQ(km(2, 3), 1);
   EXPECT_EQ(km.rows(), 3);  // row 3 starts with n' = -1 <= 0: kept with its counts, scan stops
   EXPECT_EQ(km(3, 3), -1);
-  EXPECT_EQ(km(3, 8), M);   // not estimated: the pre-filled marker stays
+  EXPECT_EQ(km(3, 8), M);  // not estimated: the pre-filled marker stays
 }
 
 TEST(SurvivalKaplanMeier, GroupedRowsCarryCountsAndFrequencyWeightsEqualRepeatedRows) {
@@ -333,7 +352,8 @@ TEST(SurvivalKaplanMeier, GroupedRowsCarryCountsAndFrequencyWeightsEqualRepeated
 }
 
 TEST(SurvivalKaplanMeier, LifeTableFollowsTheActuarialFormulas) {
-  // Width 10: [0,10) has 10 entering, 2 deaths, 2 withdrawn; [10,20) 6 entering, 1 death, 1 withdrawn.
+  // Width 10: [0,10) has 10 entering, 2 deaths, 2 withdrawn; [10,20) 6 entering, 1 death, 1
+  // withdrawn.
   std::vector<double> t{1, 2, 3, 4, 5, 6, 7, 8, 9, 9.5, 11, 12, 13, 14, 15, 16};
   std::vector<double> s{1, 1, 0, 0, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0};
   // Interval 1: deaths at 1,2,5..9.5 = 8, censored 3,4 = 2.  Interval 2: death 11, censored 5.
@@ -386,9 +406,10 @@ TEST(SurvivalNelsonAalen, VarianceMethodsAndTheLogTransformedInterval) {
 TEST(SurvivalCharts, StepPointsClippedBandHazardLogLogAndMarkers) {
   KM km({1, 2, 2, 3}, {0, 1, 0, 1});  // S: 1 (censored), 2/3, 0
   const int T = km.rows(), P = 2 * T + 1, C = 2 * T - 1;
-  std::vector<double> mainS(static_cast<std::size_t>(P) * 7), haz(static_cast<std::size_t>(C) * 3), ll(haz.size());
-  ASSERT_EQ(0, Cpp_PrepareKaplanCharts(km.tab.data(), km.R, T, -1, -1, -1, 1.0, 0.05, 1, mainS.data(), P,
-                                       haz.data(), ll.data(), C));
+  std::vector<double> mainS(static_cast<std::size_t>(P) * 7), haz(static_cast<std::size_t>(C) * 3),
+      ll(haz.size());
+  ASSERT_EQ(0, Cpp_PrepareKaplanCharts(km.tab.data(), km.R, T, -1, -1, -1, 1.0, 0.05, 1,
+                                       mainS.data(), P, haz.data(), ll.data(), C));
   auto m = [&](int pt, int c) { return mainS[static_cast<std::size_t>(c - 1) * P + pt - 1]; };
   auto h = [&](int pt, int c) { return haz[static_cast<std::size_t>(c - 1) * C + pt - 1]; };
   auto l = [&](int pt, int c) { return ll[static_cast<std::size_t>(c - 1) * C + pt - 1]; };
@@ -404,7 +425,7 @@ TEST(SurvivalCharts, StepPointsClippedBandHazardLogLogAndMarkers) {
   EXPECT_NEAR(m(5, 2), 2.0 / 3 - half, 1e-12);
   EXPECT_EQ(m(5, 3), 1.0);  // upper limit clipped at 1
   EXPECT_DOUBLE_EQ(m(5, 5), 1.0 / 3);
-  EXPECT_EQ(m(7, 4), 0);    // last row: one point only
+  EXPECT_EQ(m(7, 4), 0);  // last row: one point only
   // Censored markers: rows 1 and 2 have censorings (points 3 and 5), row 3 none.
   EXPECT_EQ(m(3, 6), 1);
   EXPECT_DOUBLE_EQ(m(5, 6), 2.0 / 3);
@@ -419,8 +440,8 @@ TEST(SurvivalCharts, StepPointsClippedBandHazardLogLogAndMarkers) {
   EXPECT_DOUBLE_EQ(l(3, 2), std::log(-std::log(2.0 / 3)));
   EXPECT_DOUBLE_EQ(h(3, 3), h(3, 2));  // marker mode 1: every censored row
   // Other marker mode: only rows with events and censorings (row 2), not row 1.
-  ASSERT_EQ(0, Cpp_PrepareKaplanCharts(km.tab.data(), km.R, T, -1, -1, 0, 1.0, 0.05, 0, mainS.data(), P,
-                                       haz.data(), ll.data(), C));
+  ASSERT_EQ(0, Cpp_PrepareKaplanCharts(km.tab.data(), km.R, T, -1, -1, 0, 1.0, 0.05, 0,
+                                       mainS.data(), P, haz.data(), ll.data(), C));
   EXPECT_EQ(h(1, 3), M);
   EXPECT_DOUBLE_EQ(h(3, 3), h(3, 2));
   EXPECT_EQ(m(5, 5), M);  // failure option off
@@ -428,7 +449,8 @@ TEST(SurvivalCharts, StepPointsClippedBandHazardLogLogAndMarkers) {
 
 TEST(SurvivalMeanMedian, QuartilesMeanAndTimeCap) {
   auto run = [](const KM& km, double* cap, double* mean, double* q) {
-    return Cpp_ComputeKaplanMeanMedian(km.tab.data(), km.R, km.rows() + 1, 0.05, km.R - 1, cap, mean, q);
+    return Cpp_ComputeKaplanMeanMedian(km.tab.data(), km.R, km.rows() + 1, 0.05, km.R - 1, cap,
+                                       mean, q);
   };
   double cap, mean[4], q[12];
   // No censoring, S reaches 0: cap 0 and the full area (mean of the times).
@@ -462,7 +484,8 @@ TEST(SurvivalMeanMedian, QuartilesMeanAndTimeCap) {
   EXPECT_NEAR(mean[2], std::max(0.0, mean[0] - 1.959963984540054 * mean[1]), 1e-12);
   EXPECT_NEAR(mean[3], mean[0] + 1.959963984540054 * mean[1], 1e-12);
   // k - 1 < 1: no standard error.
-  ASSERT_EQ(0, Cpp_ComputeKaplanMeanMedian(end.tab.data(), end.R, end.rows() + 1, 0.05, 1, &cap, mean, q));
+  ASSERT_EQ(0, Cpp_ComputeKaplanMeanMedian(end.tab.data(), end.R, end.rows() + 1, 0.05, 1, &cap,
+                                           mean, q));
   EXPECT_EQ(mean[1], M);
   EXPECT_EQ(mean[3], M);
 }
@@ -480,8 +503,10 @@ TEST(SurvivalMeanMedian, QuartileLimitsScanTheSquaredGreenwoodBand) {
   const double ps[3] = {0.25, 0.5, 0.75};
   for (int r = 0; r < 3; ++r) {
     int lo = 0, up = 0;
-    for (int j = 1; j <= 10 && !lo; ++j) if (passes(j, ps[r])) lo = j;
-    for (int j = 2; j < 10 && !up; ++j) if (passes(j, ps[r]) && !passes(j + 1, ps[r])) up = j + 1;
+    for (int j = 1; j <= 10 && !lo; ++j)
+      if (passes(j, ps[r])) lo = j;
+    for (int j = 2; j < 10 && !up; ++j)
+      if (passes(j, ps[r]) && !passes(j + 1, ps[r])) up = j + 1;
     EXPECT_EQ(q[6 + r], lo) << ps[r];
     EXPECT_EQ(q[9 + r], up ? up : 10) << ps[r];
   }
@@ -489,14 +514,16 @@ TEST(SurvivalMeanMedian, QuartileLimitsScanTheSquaredGreenwoodBand) {
 
 TEST(SurvivalTests, IdenticalGroupsSingleEventTimeAndLoneSubjects) {
   // Identical groups: U = 0, X^2 = 0, p = 1.
-  const double t[] = {1, 2, 3, 4, 1, 2, 3, 4}, s[] = {1, 0, 1, 1, 1, 0, 1, 1}, g[] = {1, 1, 1, 1, 2, 2, 2, 2};
+  const double t[] = {1, 2, 3, 4, 1, 2, 3, 4}, s[] = {1, 0, 1, 1, 1, 0, 1, 1},
+               g[] = {1, 1, 1, 1, 2, 2, 2, 2};
   FlatAnalysis same(t, s, g, 8);
   for (int r = 0; r < 3; ++r) {
     EXPECT_NEAR(same.tests[static_cast<std::size_t>(r)], 0, 1e-15);
     EXPECT_NEAR(same.tests[static_cast<std::size_t>(6 + r)], 1, 1e-15);
   }
   // One event time: the weight cancels, the three statistics agree.
-  const double t1[] = {5, 6, 7, 5, 6, 7, 8}, s1[] = {1, 0, 0, 0, 0, 0, 0}, g1[] = {1, 1, 1, 2, 2, 2, 2};
+  const double t1[] = {5, 6, 7, 5, 6, 7, 8}, s1[] = {1, 0, 0, 0, 0, 0, 0},
+               g1[] = {1, 1, 1, 2, 2, 2, 2};
   FlatAnalysis one(t1, s1, g1, 7);
   EXPECT_GT(one.tests[0], 0);
   EXPECT_NEAR(one.tests[1], one.tests[0], 1e-12);
@@ -505,7 +532,7 @@ TEST(SurvivalTests, IdenticalGroupsSingleEventTimeAndLoneSubjects) {
   EXPECT_NEAR(one.tests[0], (4.0 / 7) * (4.0 / 7) / (12.0 / 49), 1e-12);
   // A time with one subject at risk adds to U but not to V: the group-2 death at 9 after all
   // others left changes U only. Combined table checked directly.
-  const double comb[] = {1, 2, 1, 0, 1, 0, 0,  // t=1: group 1 (2 at risk, 1 event), group 2 (1, 0)
+  const double comb[] = {1, 2, 1, 0, 1, 0, 0,   // t=1: group 1 (2 at risk, 1 event), group 2 (1, 0)
                          9, 0, 0, 0, 1, 1, 0};  // t=9: only group 2's lone subject, who dies
   double res[12];
   ASSERT_EQ(0, ComputeLifeTests(comb, 2, 2, 0.05, res));
@@ -546,21 +573,31 @@ TEST(SurvivalBadInput, EveryFlatEntryStaysInsideItsArrays) {
     const int n = static_cast<int>(bc.t.size());
     const int G = static_cast<int>(bc.sizes.size());
     Guarded t(n), s(n), w(n), g(n), sizes(G), mx(1);
-    for (int i = 0; i < n; ++i) t[i] = bc.t[static_cast<std::size_t>(i)], s[i] = bc.s[static_cast<std::size_t>(i)], w[i] = bc.w[static_cast<std::size_t>(i)], g[i] = 1;
+    for (int i = 0; i < n; ++i)
+      t[i] = bc.t[static_cast<std::size_t>(i)], s[i] = bc.s[static_cast<std::size_t>(i)],
+      w[i] = bc.w[static_cast<std::size_t>(i)], g[i] = 1;
     for (int k = 0; k < G; ++k) sizes[k] = bc.sizes[static_cast<std::size_t>(k)];
-    EXPECT_EQ(ReorganizeData(t.p(), n, s.p(), w.p(), g.p(), sizes.p(), G, 0, mx.p()), bc.expectedPrep);
+    EXPECT_EQ(ReorganizeData(t.p(), n, s.p(), w.p(), g.p(), sizes.p(), G, 0, mx.p()),
+              bc.expectedPrep);
     const int Gs = std::max(G, 1), R = n + 1;
     Guarded tab(Gs * R * 12), last(Gs), tot(Gs);
-    EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), n, sizes.p(), G, 0, 1, 0, 0, R, tab.p(), last.p(), tot.p()), 0);
+    EXPECT_EQ(
+        RunLife(t.p(), s.p(), w.p(), n, sizes.p(), G, 0, 1, 0, 0, R, tab.p(), last.p(), tot.p()),
+        0);
     Guarded lifeTab(Gs * 3 * 12), lifeLast(Gs), lifeTot(Gs);
-    EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), n, sizes.p(), G, 0, 1, -1, 0.5, 3, lifeTab.p(), lifeLast.p(), lifeTot.p()), 0);
+    EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), n, sizes.p(), G, 0, 1, -1, 0.5, 3, lifeTab.p(),
+                      lifeLast.p(), lifeTot.p()),
+              0);
     const int T = static_cast<int>(last[0]);
-    Guarded na(std::max(T, 0) * 9), cap(1), mean(4), q(12), codes(n), rec(n), summary(Gs * 6), wsum(Gs * 5);
+    Guarded na(std::max(T, 0) * 9), cap(1), mean(4), q(12), codes(n), rec(n), summary(Gs * 6),
+        wsum(Gs * 5);
     EXPECT_EQ(Cpp_TransNelsonAalen(tab.p(), R, T, 0.05, 3, na.p()), 0);
     EXPECT_EQ(Cpp_ComputeKaplanMeanMedian(tab.p(), R, T + 1, 0.05, n, cap.p(), mean.p(), q.p()), 0);
     const int P = 2 * T + 1, C = std::max(2 * T - 1, 0);
     Guarded mainS(P * 7), haz(C * 3), ll(C * 3);
-    EXPECT_EQ(Cpp_PrepareKaplanCharts(tab.p(), R, T, -1, -1, -1, 1, 0.05, 0, mainS.p(), P, haz.p(), ll.p(), C), 0);
+    EXPECT_EQ(Cpp_PrepareKaplanCharts(tab.p(), R, T, -1, -1, -1, 1, 0.05, 0, mainS.p(), P, haz.p(),
+                                      ll.p(), C),
+              0);
     unsigned int k = 0;
     const int cs = Cpp_CheckStatusFormat(s.p(), n, codes.p(), &k, 0, rec.p());
     EXPECT_TRUE(cs == 0 || cs == -1);
@@ -571,8 +608,9 @@ TEST(SurvivalBadInput, EveryFlatEntryStaysInsideItsArrays) {
     EXPECT_EQ(LoadKaplanTest(&count, tab.p(), Gs, R, last.p(), comb.p()), 0);
     EXPECT_EQ(ComputeLifeTests(comb.p(), count, Gs, 0.05, res.p()), 0);
     EXPECT_EQ(Cpp_ComputeMultComp(comb.p(), count, Gs, 0.05, pairs.p()), 0);
-    for (Guarded* a : {&t, &s, &w, &g, &sizes, &mx, &tab, &last, &tot, &lifeTab, &lifeLast, &lifeTot, &na, &cap,
-                       &mean, &q, &codes, &rec, &summary, &wsum, &comb, &res, &pairs, &mainS, &haz, &ll})
+    for (Guarded* a : {&t,       &s,        &w,       &g,   &sizes, &mx,    &tab, &last,  &tot,
+                       &lifeTab, &lifeLast, &lifeTot, &na,  &cap,   &mean,  &q,   &codes, &rec,
+                       &summary, &wsum,     &comb,    &res, &pairs, &mainS, &haz, &ll})
       EXPECT_TRUE(a->intact());
   }
 }
@@ -580,19 +618,24 @@ TEST(SurvivalBadInput, EveryFlatEntryStaysInsideItsArrays) {
 TEST(SurvivalBadInput, SizesTooLargeForTheArraysAreClippedAndNullArraysRefused) {
   // A table shorter than the stated group size: the rows that do not fit are dropped.
   Guarded t{1, 2, 3, 4}, s{1, 1, 0, 1}, w{1, 1, 1, 1}, tab(2 * 12), last(1), tot(1);
-  EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), 4, nullptr, 0, 0, 1, 0, 0, 2, tab.p(), last.p(), tot.p()), 0);
+  EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), 4, nullptr, 0, 0, 1, 0, 0, 2, tab.p(), last.p(), tot.p()),
+            0);
   EXPECT_TRUE(tab.intact());
   EXPECT_DOUBLE_EQ(tab[1 + 7 * 2], 0.75);  // row 1 survival fits
   // Group offsets beyond n: the later groups are empty (0 rows).
   Guarded sizes{4, 3}, tab2(2 * 5 * 12), last2(2), tot2(2);
-  EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), 4, sizes.p(), 2, 0, 1, 0, 0, 5, tab2.p(), last2.p(), tot2.p()), 0);
+  EXPECT_EQ(
+      RunLife(t.p(), s.p(), w.p(), 4, sizes.p(), 2, 0, 1, 0, 0, 5, tab2.p(), last2.p(), tot2.p()),
+      0);
   EXPECT_EQ(last2[0], 4);
   EXPECT_EQ(last2[1], 0);
   EXPECT_TRUE(tab2.intact());
   // Null arrays with a positive length: status 3, nothing written.
-  EXPECT_EQ(RunLife(nullptr, s.p(), w.p(), 4, nullptr, 0, 0, 1, 0, 0, 5, tab2.p(), last2.p(), tot2.p()),
+  EXPECT_EQ(
+      RunLife(nullptr, s.p(), w.p(), 4, nullptr, 0, 0, 1, 0, 0, 5, tab2.p(), last2.p(), tot2.p()),
+      VELKOR_E_NULL_ARRAY);
+  EXPECT_EQ(ReorganizeData(t.p(), 4, s.p(), w.p(), t.p(), nullptr, 1, 0, nullptr),
             VELKOR_E_NULL_ARRAY);
-  EXPECT_EQ(ReorganizeData(t.p(), 4, s.p(), w.p(), t.p(), nullptr, 1, 0, nullptr), VELKOR_E_NULL_ARRAY);
   double res[12];
   EXPECT_EQ(ComputeLifeTests(nullptr, 3, 2, 0.05, res), VELKOR_E_NULL_ARRAY);
   // One group: nothing to compare, the statistics are missing.
@@ -623,10 +666,12 @@ TEST(SurvivalObjects, FullAnalysisMatchesTheFlatChainAndReportsDataConditions) {
   ASSERT_EQ(res.groups.size(), 2u);
   EXPECT_EQ(res.groups[0].rows, static_cast<std::uint32_t>(LEN(lung_g1_t)));
   for (int j = 1; j <= LEN(lung_g2_t); ++j)
-    ExpectRel(lung_g2_surv[j - 1], (*res.groups[1].table[7])[static_cast<std::uint32_t>(j)], 1e-13, "S", j);
+    ExpectRel(lung_g2_surv[j - 1], (*res.groups[1].table[7])[static_cast<std::uint32_t>(j)], 1e-13,
+              "S", j);
   ExpectRel(lung_g1_mean[2], (*res.groups[0].mean[0])[0], 1e-12, "mean", 0);
   EXPECT_EQ((*res.groups[1].quartiles[1])[1], lung_g2_quartiles[1]);
-  for (int r = 0; r < 3; ++r) ExpectRel(lung_tests[r], (*res.tests[0])[static_cast<std::uint32_t>(r)], 1e-10, "X2", r);
+  for (int r = 0; r < 3; ++r)
+    ExpectRel(lung_tests[r], (*res.tests[0])[static_cast<std::uint32_t>(r)], 1e-10, "X2", r);
   EXPECT_EQ(res.pairwise.size(), 7u);
   EXPECT_EQ(res.groups[0].mainSeries.size(), 7u);
   EXPECT_EQ(res.groups[0].nelsonAalen.size(), 9u);
