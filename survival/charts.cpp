@@ -38,7 +38,7 @@ int KaplanChartSeries(int rows, short hazardOpt, short logLogOpt, short failureO
     main->set(k, 2, 1.0);
     main->set(k, 3, 1.0);
     main->set(k, 4, 1.0);
-    if (fail) main->set(k, 5, 0.0);
+    main->set(k, 5, 0.0);  // the origin points carry failure 0 whatever the option
   }
   bool anyCensored = false;
   for (int i = 1; i <= rows; ++i) anyCensored = anyCensored || tab(table, i, kCensored) > 0.0;

@@ -8,9 +8,10 @@
 // KaplanChartSeries: `rows` product-limit rows of `table` (layout of survival/kaplan_meier.h).
 //   main   (2 rows + 1) x 7: x, lower, upper, survival, failure 1 - S, censored marker on S,
 //          censored marker on 1 - S. Points 1 and 2 (1-based) are the origin (x = 0) and
-//          (x = startX), both at S = lower = upper = 1 and failure 0; row i gives point 2i + 1 at
-//          x = t_i and, when i < rows, point 2i + 2 at x = t_(i+1), both at height S_i with the
-//          linear band S_i -+ z S_i sqrt(G_i) clipped to [0, 1], z = Phi^-1(1 - alpha / 2);
+//          (x = startX), both at S = lower = upper = 1 and failure 0 (whatever the failure option);
+//          row i gives point 2i + 1 at x = t_i and, when i < rows, point 2i + 2 at x = t_(i+1),
+//          both at height S_i with the linear band S_i -+ z S_i sqrt(G_i) clipped to [0, 1], z =
+//          Phi^-1(1 - alpha / 2);
 //   hazard (2 rows - 1) x 3: x, -ln S, marker; point k goes with main point k + 2 (both step
 //          points of a row), drawn when hazardOpt = -1 and S_i > 0;
 //   logLog (2 rows - 1) x 3: ln x, ln(-ln S), marker; drawn when logLogOpt = -1, t_i > 0 and

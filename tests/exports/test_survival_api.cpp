@@ -445,6 +445,7 @@ TEST(SurvivalCharts, StepPointsClippedBandHazardLogLogAndMarkers) {
   EXPECT_EQ(h(1, 3), M);
   EXPECT_DOUBLE_EQ(h(3, 3), h(3, 2));
   EXPECT_EQ(m(5, 5), M);  // failure option off
+  EXPECT_EQ(m(1, 5), 0);  // but the origin points carry failure 0
 }
 
 TEST(SurvivalMeanMedian, QuartilesMeanAndTimeCap) {
