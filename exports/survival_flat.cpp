@@ -76,7 +76,8 @@ VELKOR_EXTERN_C VELKOR_API int RunLife(const double* times, const double* status
 VELKOR_EXTERN_C VELKOR_API int Cpp_TransNelsonAalen(const double* table, int tableRows, int T,
                                                     double alpha, int method, double* na) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
-    auto& km = f.in(table, tableRows, kTableCols);
+    // Only columns 1 to 6 are read (time, counts, number at risk): the private copy stops there.
+    auto& km = f.in(table, tableRows, 6);
     auto& out = f.out(na, T, 9);
     return TransNelsonAalen(&km, T, alpha, method, &out);
   });
