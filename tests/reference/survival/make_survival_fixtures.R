@@ -6,8 +6,10 @@
 #
 # What is compared, and where Velkor deliberately differs from R:
 #  - survival S and Greenwood sum G: survfit(conf.type = "plain"); R's std.err is sqrt(G).
-#    R's table has no rows at censored-only times when censor = FALSE; we keep every distinct time
-#    (censor = TRUE), and at a censored-only time our row repeats the previous values, as R does.
+#    We keep a row at every distinct time, censored-only ones included (survfit's default too);
+#    such a row repeats the previous S and G as R does, and also repeats the previous conditional
+#    survival p_j in column 7 where 1 would be the natural value (deliberate; R has no such
+#    column): that rule is tested by hand in tests/exports/test_survival_api.cpp.
 #    Where S reaches 0, R's std.err is Inf; our Greenwood sum skips the term with p = 0 (the
 #    variance of S = 0 is 0 either way), so those rows are checked against the previous sum.
 #    The plain band itself is not compared: ours is clipped to [0, 1] (R clips it too, but we
