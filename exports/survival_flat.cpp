@@ -90,7 +90,8 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_PrepareKaplanCharts(const double* table, int 
                                                        int mainPoints, double* hazard,
                                                        double* logLog, int curvePoints) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
-    auto& km = f.in(table, tableRows, kTableCols);
+    // Columns 1 to 11 are read (column 12 never): the private copy stops there.
+    auto& km = f.in(table, tableRows, 11);
     auto& m = f.out(main, mainPoints, 7);
     auto& h = f.out(hazard, curvePoints, 3);
     auto& l = f.out(logLog, curvePoints, 3);
@@ -163,7 +164,8 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeKaplanMeanMedian(const double* table, 
                                                            double* cap, double* mean,
                                                            double* quartiles) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
-    auto& tab = f.in(table, tableRows, kTableCols);
+    // Columns 1 to 11 are read (column 12 never): the private copy stops there.
+    auto& tab = f.in(table, tableRows, 11);
     double& c = f.scalar(cap);
     auto& m = f.out(mean, 4);
     auto& q = f.out(quartiles, 3, 4);
