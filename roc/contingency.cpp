@@ -33,6 +33,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <utility>
 
 #include "companion/basic.h"
@@ -321,6 +322,7 @@ void ClassificationStatistics(double a, double b, double c, double d, double z, 
 }
 
 double CriticalValueTwoSided(double alpha) {
+  if (!(alpha > 0.0 && alpha < 1.0)) return std::numeric_limits<double>::quiet_NaN();
   return std::fabs(InvCDFNormalStd(1.0 - alpha / 2.0));
 }
 
