@@ -8,7 +8,7 @@
 //   out: curve ((n+1) x 3), thresholdStats (n x 44), costs (n x 1), auc (9 x 1),
 //        optimal (n x 4), counts (3 x 1 int). Cells past the k thresholds hold the missing marker.
 //   Status: 0, or -2 when the usable rows hold no positive or no negative (nothing written).
-//   Helpers: SortOrder (stable radix order, the order SortQ gives), InvCDFNormalStd,
+//   Helpers: a stable radix sort (the order SortQ gives), InvCDFNormalStd,
 //            CDFNormalStd, ClassificationStatistics (the table statistics at each threshold).
 //
 // The curve: the k distinct test values t_1 < ... < t_k are the thresholds; threshold r gives
@@ -20,13 +20,13 @@
 #include "roc/roc_curve.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <numeric>
 
 #include "companion/basic.h"
 #include "companion/distributions.h"
-#include "companion/sorting.h"
 #include "core/numeric.h"
 #include "roc/contingency.h"
 
@@ -51,6 +51,17 @@ std::vector<double> compensated_prefix(const std::vector<double>& w) {
     P[i + 1] = sum + comp;
   }
   return P;
+}
+
+// Total of w by the same compensated summation (the last prefix sum, without storing the others).
+double compensated_total(const std::vector<double>& w) {
+  double sum = 0.0, comp = 0.0;
+  for (double x : w) {
+    const double t = sum + x;
+    comp += std::fabs(sum) >= std::fabs(x) ? (sum - t) + x : (x - t) + sum;
+    sum = t;
+  }
+  return sum + comp;
 }
 
 double psi(double x, double y) {
@@ -279,65 +290,117 @@ bool high_values_positive(int side) {
   return side != kSideBelowOrEqual && side != kSideBelow;
 }
 
-// Usable rows sorted ascending by test value (stable: the order SortQ gives).
-struct SortedRows {
-  std::vector<double> value, weight;
-  std::vector<unsigned char> positive;
-  int nPositive = 0, nNegative = 0;
+// Order-preserving map of a (non-NaN) double to an unsigned key, and back: the integer order of
+// the keys is the numeric order of the doubles (negative zero is mapped as zero).
+inline std::uint64_t order_key(double x) {
+  const std::uint64_t b = std::bit_cast<std::uint64_t>(x == 0.0 ? 0.0 : x);
+  return (b & 0x8000000000000000ULL) ? ~b : (b | 0x8000000000000000ULL);
+}
+inline double key_value(std::uint64_t k) {
+  return std::bit_cast<double>((k & 0x8000000000000000ULL) ? (k & ~0x8000000000000000ULL) : ~k);
+}
+
+struct KeyRow {
+  std::uint64_t key;
+  std::uint32_t row;  // (usable-row index << 1) | positive
 };
 
-SortedRows sorted_usable_rows(matrix<double>* status, matrix<double>* values,
-                              matrix<double>* weights, int n) {
-  SortedRows s;
+// Stable LSD radix sort on 11-bit digits (six passes cover the 64-bit key; the histograms of
+// all digits are taken in one pass, and a digit that is the same for every key moves nothing and
+// is skipped). Stable, so it gives the order SortQ gives; linear in n. 2048 buckets keep the
+// scatter of each pass within the cache. Small inputs use a stable comparison sort.
+void radix_sort(std::vector<KeyRow>& a) {
+  constexpr int kBits = 11, kDigits = 6;
+  constexpr std::uint32_t kBuckets = 1u << kBits, kMask = kBuckets - 1;
+  const std::size_t n = a.size();
+  if (n < 4096) {
+    std::stable_sort(a.begin(), a.end(),
+                     [](const KeyRow& x, const KeyRow& y) { return x.key < y.key; });
+    return;
+  }
+  std::vector<std::uint32_t> count(kDigits * kBuckets, 0u);
+  for (const KeyRow& e : a)
+    for (int d = 0; d < kDigits; ++d) ++count[d * kBuckets + ((e.key >> (kBits * d)) & kMask)];
+  std::vector<KeyRow> b(n);
+  for (int d = 0; d < kDigits; ++d) {
+    std::uint32_t* c = count.data() + d * kBuckets;
+    const int shift = kBits * d;
+    if (c[(a[0].key >> shift) & kMask] == n) continue;
+    std::uint32_t sum = 0;
+    for (std::uint32_t v = 0; v < kBuckets; ++v) {
+      const std::uint32_t t = c[v];
+      c[v] = sum;
+      sum += t;
+    }
+    for (const KeyRow& e : a) b[c[(e.key >> shift) & kMask]++] = e;
+    a.swap(b);
+  }
+}
+
+// The usable rows sorted once by test value, as the curve and the standard errors need them:
+// the distinct values with the weights of their positives and negatives, and the two groups with
+// oriented values ascending (negated and reversed for the sides where low values are positive).
+struct PreparedRows {
+  std::vector<double> t, posW, negW;  // distinct values ascending
+  GroupedValues g;
+  std::size_t nPositive = 0, nNegative = 0;
+};
+
+PreparedRows prepare_rows(matrix<double>* status, matrix<double>* values, matrix<double>* weights,
+                          int n, bool highPositive) {
+  PreparedRows p;
   const bool unit = weights == nullptr || weights->count == 0;
-  std::vector<double> v, w;
-  std::vector<unsigned char> pos;
+  std::vector<KeyRow> keys;
+  std::vector<double> w;
   const std::size_t len = n > 0 ? static_cast<std::size_t>(n) : 0;
-  v.reserve(len);
-  w.reserve(len);
-  pos.reserve(len);
+  keys.reserve(len);
+  if (!unit) w.reserve(len);
   for (std::size_t i = 0; i < len; ++i) {
     const double st = status->at0(i), x = values->at0(i), wi = unit ? 1.0 : weights->at0(i);
     if (!RowIsUsable(st, x, wi)) continue;
-    v.push_back(x == 0.0 ? 0.0 : x);  // -0 and +0 are one value
-    w.push_back(wi);
-    pos.push_back(st == 1.0 ? 1 : 0);
+    const auto row = static_cast<std::uint32_t>(keys.size());
+    const bool positive = st == 1.0;
+    keys.push_back({order_key(x), (row << 1) | (positive ? 1u : 0u)});
+    if (!unit) w.push_back(wi);
+    (positive ? p.nPositive : p.nNegative) += 1;
   }
-  const std::vector<std::uint32_t> order = SortOrder(v.data(), v.size());
-  s.value.resize(v.size());
-  s.weight.resize(v.size());
-  s.positive.resize(v.size());
-  for (std::size_t r = 0; r < order.size(); ++r) {
-    s.value[r] = v[order[r]];
-    s.weight[r] = w[order[r]];
-    s.positive[r] = pos[order[r]];
-    (s.positive[r] ? s.nPositive : s.nNegative) += 1;
-  }
-  return s;
-}
+  if (p.nPositive == 0 || p.nNegative == 0) return p;
+  radix_sort(keys);
 
-// Positives and negatives with oriented values ascending.
-GroupedValues group_rows(const SortedRows& s, bool highPositive) {
-  GroupedValues g;
-  g.x.reserve(static_cast<std::size_t>(s.nPositive));
-  g.wx.reserve(static_cast<std::size_t>(s.nPositive));
-  g.y.reserve(static_cast<std::size_t>(s.nNegative));
-  g.wy.reserve(static_cast<std::size_t>(s.nNegative));
-  const std::size_t m = s.value.size();
-  for (std::size_t k = 0; k < m; ++k) {
-    const std::size_t r = highPositive ? k : m - 1 - k;
-    const double v = highPositive ? s.value[r] : -s.value[r];
-    if (s.positive[r]) {
-      g.x.push_back(v);
-      g.wx.push_back(s.weight[r]);
+  GroupedValues& g = p.g;
+  g.x.resize(p.nPositive);
+  g.wx.resize(p.nPositive);
+  g.y.resize(p.nNegative);
+  g.wy.resize(p.nNegative);
+  std::size_t ip = 0, in = 0;
+  std::uint64_t lastKey = 0;
+  for (std::size_t r = 0; r < keys.size(); ++r) {
+    const KeyRow& e = keys[r];
+    const double v = key_value(e.key);
+    const double wi = unit ? 1.0 : w[e.row >> 1];
+    if (r == 0 || e.key != lastKey) {
+      p.t.push_back(v);
+      p.posW.push_back(0.0);
+      p.negW.push_back(0.0);
+      lastKey = e.key;
+    }
+    if (e.row & 1u) {
+      p.posW.back() += wi;
+      const std::size_t k = highPositive ? ip : p.nPositive - 1 - ip;
+      g.x[k] = highPositive ? v : -v;
+      g.wx[k] = wi;
+      ++ip;
     } else {
-      g.y.push_back(v);
-      g.wy.push_back(s.weight[r]);
+      p.negW.back() += wi;
+      const std::size_t k = highPositive ? in : p.nNegative - 1 - in;
+      g.y[k] = highPositive ? v : -v;
+      g.wy[k] = wi;
+      ++in;
     }
   }
-  g.W1 = compensated_prefix(g.wx).back();
-  g.W0 = compensated_prefix(g.wy).back();
-  return g;
+  g.W1 = compensated_total(g.wx);
+  g.W0 = compensated_total(g.wy);
+  return p;
 }
 
 // Lexicographic (x, then y) order of the curve rows that a stable sort by y followed by a stable
@@ -421,20 +484,11 @@ int ComputeROC(matrix<double>* status, matrix<double>* values, matrix<double>* w
   const double z = CriticalValueTwoSided(alpha);
   if (side < kSideAboveOrEqual || side > kSideBelow) side = kSideAbove;
 
-  const SortedRows rows = sorted_usable_rows(status, values, weights, n);
+  const PreparedRows rows = prepare_rows(status, values, weights, n, high_values_positive(side));
   // npos x nneg = 0: no positives or no negatives among the usable rows.
-  if (static_cast<long long>(rows.nPositive) * rows.nNegative == 0) return -2;
+  if (rows.nPositive * rows.nNegative == 0) return -2;
 
-  // Distinct values: threshold t_g with the weights of its positives and negatives.
-  std::vector<double> t, posW, negW;
-  for (std::size_t r = 0; r < rows.value.size(); ++r) {
-    if (t.empty() || rows.value[r] != t.back()) {
-      t.push_back(rows.value[r]);
-      posW.push_back(0.0);
-      negW.push_back(0.0);
-    }
-    (rows.positive[r] ? posW.back() : negW.back()) += rows.weight[r];
-  }
+  const std::vector<double>&t = rows.t, &posW = rows.posW, &negW = rows.negW;
   const std::size_t k = t.size();
   const std::vector<double> Lpos = compensated_prefix(posW), Lneg = compensated_prefix(negW);
   const std::vector<double> Upos = compensated_suffix(posW), Uneg = compensated_suffix(negW);
@@ -557,7 +611,7 @@ int ComputeROC(matrix<double>* status, matrix<double>* values, matrix<double>* w
   }
 
   // Area, standard error, interval, test.
-  const GroupedValues grouped = group_rows(rows, high_values_positive(side));
+  const GroupedValues& grouped = rows.g;
   double se = 0.0;
   double testedArea = area;
   if (seMethod == kSeHanleyMcNeil) {

@@ -522,3 +522,34 @@ TEST(RocComparison, IdenticalTestsAndBadShapes) {
   EXPECT_EQ(roc::ComputeROCComparisonsDep(&sp, &x, &w, 8, 2, 1, 0.05, &aucs, &cov, &global, &pairs),
             -2);
 }
+
+TEST(RocCurve, LargeInputThroughTheRadixSort) {
+  // Above 4096 rows the rows are ordered by a radix sort on the bit patterns: negative values,
+  // both zeros and ties must come out in numeric order. Checked against the brute-force
+  // Mann-Whitney area and against the thresholds of the per-threshold table.
+  std::mt19937_64 rng(99);
+  std::uniform_int_distribution<int> grid(-300, 300), coin(0, 2);
+  std::vector<double> st, x, w;
+  for (int i = 0; i < 6000; ++i) {
+    st.push_back(coin(rng) == 0 ? 1.0 : 0.0);
+    const int gv = grid(rng) + (st.back() == 1.0 ? 40 : 0);
+    x.push_back(gv == 0 && i % 2 ? -0.0 : gv * 1e-3 * (gv % 7 == 0 ? 1e5 : 1.0));
+    w.push_back(1 + i % 3);
+  }
+  const Roc r = run(st, x, w);
+  double num = 0, W1 = 0, W0 = 0;
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    if (st[i] != 1.0) continue;
+    W1 += w[i];
+    for (std::size_t j = 0; j < x.size(); ++j)
+      if (st[j] == 0.0) num += w[i] * w[j] * (x[i] > x[j] ? 1.0 : x[i] == x[j] ? 0.5 : 0.0);
+  }
+  for (std::size_t j = 0; j < x.size(); ++j) W0 += st[j] == 0.0 ? w[j] : 0.0;
+  EXPECT_NEAR(r.auc[0], num / W1 / W0, 1e-12);
+  std::vector<double> distinct(x);
+  for (double& v : distinct) v = v == 0.0 ? 0.0 : v;
+  std::sort(distinct.begin(), distinct.end());
+  distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
+  ASSERT_EQ(static_cast<std::size_t>(r.k), distinct.size());
+  for (std::size_t g = 0; g < distinct.size(); ++g) EXPECT_EQ(r.stats[g], distinct[g]);
+}
