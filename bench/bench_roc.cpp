@@ -29,10 +29,9 @@ Data load(int n) {
     if (FILE* f = std::fopen(path.c_str(), "rb")) {
       d.status.resize(static_cast<std::size_t>(n));
       d.values.resize(static_cast<std::size_t>(n));
-      const bool ok = std::fread(d.status.data(), sizeof(double), d.status.size(), f) ==
-                          d.status.size() &&
-                      std::fread(d.values.data(), sizeof(double), d.values.size(), f) ==
-                          d.values.size();
+      const bool ok =
+          std::fread(d.status.data(), sizeof(double), d.status.size(), f) == d.status.size() &&
+          std::fread(d.values.data(), sizeof(double), d.values.size(), f) == d.values.size();
       std::fclose(f);
       if (ok) return d;
     }
@@ -54,7 +53,8 @@ void run(benchmark::State& state, int seMethod, bool table) {
   const Data d = load(n);
   const std::size_t un = static_cast<std::size_t>(n);
   std::vector<double> curve(3 * (un + 1)), auc(9);
-  std::vector<double> stats(table ? 44 * un : 0), costs(table ? un : 0), optimal(table ? 4 * un : 0);
+  std::vector<double> stats(table ? 44 * un : 0), costs(table ? un : 0),
+      optimal(table ? 4 * un : 0);
   const double unitCosts[4] = {0, 1, 1, 0};
   int counts[3];
   for (auto _ : state) {
@@ -69,17 +69,38 @@ void run(benchmark::State& state, int seMethod, bool table) {
   state.counters["thresholds"] = counts[0];
 }
 
-void Core(benchmark::State& s) { run(s, 2, false); }
-void Bamber(benchmark::State& s) { run(s, 1, false); }
-void ThresholdTable(benchmark::State& s) { run(s, 2, true); }
+void Core(benchmark::State& s) {
+  run(s, 2, false);
+}
+void Bamber(benchmark::State& s) {
+  run(s, 1, false);
+}
+void ThresholdTable(benchmark::State& s) {
+  run(s, 2, true);
+}
 
 }  // namespace
 
-BENCHMARK(Core)->Name("ROC/core")->Arg(10000)->Arg(100000)->Arg(1048576)
-    ->Unit(benchmark::kMillisecond)->MinTime(0.3);
-BENCHMARK(Bamber)->Name("ROC/bamber")->Arg(10000)->Arg(100000)->Arg(1048576)
-    ->Unit(benchmark::kMillisecond)->MinTime(0.3);
-BENCHMARK(ThresholdTable)->Name("ROC/threshold_table")->Arg(10000)->Arg(100000)->Arg(1048576)
-    ->Unit(benchmark::kMillisecond)->MinTime(0.3);
+BENCHMARK(Core)
+    ->Name("ROC/core")
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1048576)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.3);
+BENCHMARK(Bamber)
+    ->Name("ROC/bamber")
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1048576)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.3);
+BENCHMARK(ThresholdTable)
+    ->Name("ROC/threshold_table")
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1048576)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.3);
 
 BENCHMARK_MAIN();

@@ -1,7 +1,9 @@
 #!/bin/sh
 # ROC benchmark against pROC on the same data in the same run:
 #   bench/roc_compare.sh [BUILD_DIR]     (default build/release; needs Rscript with pROC)
-# Prints: task, n, ours (s), R (s), ratio R / ours.
+# Prints per task and n: our wall and CPU time, R's wall and CPU time, and the ratio R / ours of
+# wall times and of CPU times (on a shared machine the CPU ratio is the steadier one; the
+# per-threshold table runs an OpenMP loop whose other threads the CPU time does not count).
 set -eu
 build=${1:-build/release}
 dir=$(mktemp -d)
@@ -9,9 +11,10 @@ trap 'rm -rf "$dir"' EXIT
 Rscript "$(dirname "$0")/roc_r.R" "$dir" 3 > "$dir/r.csv"
 VELKOR_ROC_DATA="$dir" "$build/bench/bench_roc" --benchmark_format=csv 2>/dev/null > "$dir/ours.csv"
 awk -F, '
-  FNR == NR { r[$1] = $2; next }
+  FNR == NR { rw[$1] = $2; rc[$1] = $3; next }
   /^"ROC\// {
     split($1, p, "/"); task = p[2]; n = p[3]; gsub(/"/, "", n)
-    t = $4 / 1000.0   # real_time in milliseconds
-    printf "%-16s %8d  ours %9.4f s  R %9.4f s  ratio %6.1f\n", task, n, t, r[n], r[n] / t
+    w = $3 / 1000.0; c = $4 / 1000.0   # real_time, cpu_time in milliseconds
+    printf "%-16s %8d  ours %8.4f s (cpu %8.4f)  R %8.4f s (cpu %8.4f)  ratio %6.1f (cpu %6.1f)\n",
+      task, n, w, c, rw[n], rc[n], rw[n] / w, rc[n] / c
   }' "$dir/r.csv" "$dir/ours.csv"
