@@ -4,6 +4,7 @@
 //   ROC/core/<n>            curve + AUC + DeLong SE + test (optional outputs other than the
 //                           curve skipped) - the work pROC's roc + auc + ci.auc(delong) does
 //   ROC/bamber/<n>          the same with Bamber's SE
+// Output tables are sized to the k thresholds (known from a first call), as a caller would.
 //   ROC/threshold_table/<n> core plus the per-threshold statistics table (13 statistics with
 //                           intervals at every threshold), costs and optimal thresholds
 #include <benchmark/benchmark.h>
@@ -51,15 +52,20 @@ Data load(int n) {
 void run(benchmark::State& state, int seMethod, bool table) {
   const int n = static_cast<int>(state.range(0));
   const Data d = load(n);
-  const std::size_t un = static_cast<std::size_t>(n);
-  std::vector<double> curve(3 * (un + 1)), auc(9);
-  std::vector<double> stats(table ? 44 * un : 0), costs(table ? un : 0),
-      optimal(table ? 4 * un : 0);
   const double unitCosts[4] = {0, 1, 1, 0};
   int counts[3];
+  // Output tables sized to the k thresholds, as a caller does after a first call for k.
+  std::vector<double> auc(9);
+  Cpp_ComputeROC(d.status.data(), d.values.data(), nullptr, n, 1, 0.05, seMethod, 0, 0, 0, 0.0,
+                 unitCosts, 0, nullptr, nullptr, nullptr, auc.data(), nullptr, counts);
+  const int k = counts[0];
+  const std::size_t uk = static_cast<std::size_t>(k);
+  std::vector<double> curve(3 * (uk + 1));
+  std::vector<double> stats(table ? 44 * uk : 0), costs(table ? uk : 0);
+  std::vector<double> optimal(table ? 4 * uk : 0);
   for (auto _ : state) {
     const int st = Cpp_ComputeROC(d.status.data(), d.values.data(), nullptr, n, 1, 0.05, seMethod,
-                                  0, 0, 0, 0.0, unitCosts, curve.data(),
+                                  0, 0, 0, 0.0, unitCosts, k, curve.data(),
                                   table ? stats.data() : nullptr, table ? costs.data() : nullptr,
                                   auc.data(), table ? optimal.data() : nullptr, counts);
     if (st != 0) state.SkipWithError("ComputeROC failed");

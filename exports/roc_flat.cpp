@@ -47,17 +47,17 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeROC(const double* status, const double
                                               const double* weights, int n, int side, double alpha,
                                               int seMethod, short tail, int intervalMethod,
                                               short continuity, double prior,
-                                              const double* unitCosts, double* curve,
+                                              const double* unitCosts, int tableRows, double* curve,
                                               double* thresholdStats, double* costs, double* auc,
                                               double* optimal, int* counts) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
-    const long long rows = n;
+    const long long rows = n, tab = tableRows > 0 ? tableRows : rows;
     return velkor::roc::ComputeROC(
         &f.in(status, rows), &f.in(values, rows), &optional_in(f, weights, rows), n, side, alpha,
         seMethod, tail, intervalMethod, continuity, prior, &optional_in(f, unitCosts, 4),
-        &optional_out(f, curve, rows + 1, 3),
-        &optional_out(f, thresholdStats, rows, velkor::roc::kThresholdStatsCols),
-        &optional_out(f, costs, rows), &f.out(auc, 9), &optional_out(f, optimal, rows, 4),
+        &optional_out(f, curve, tab + 1, 3),
+        &optional_out(f, thresholdStats, tab, velkor::roc::kThresholdStatsCols),
+        &optional_out(f, costs, tab), &f.out(auc, 9), &optional_out(f, optimal, tab, 4),
         &optional_out(f, counts, 3));
   });
 }

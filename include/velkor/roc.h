@@ -125,17 +125,22 @@ VELKOR_API int Cpp_GetROCStats(const double* table, double alpha, int method, sh
  *                    all 0. The cost at a threshold is
  *                    unitCosts[0] pa + unitCosts[1] pb + unitCosts[2] pc + unitCosts[3] pd,
  *                    the expected cost per observation.
- *   curve       out  double[(n+1) * 3], an (n+1) x 3 column-major table; rows 1..k+1 hold the
+ *   tableRows   in   rows R of the per-threshold outputs below; 0 or less means R = n, which
+ *                    always suffices (k <= n). A caller that wants smaller buffers gets k from
+ *                    counts[0] of a first call with null tables. With R < k the tables hold the
+ *                    first R rows only (the curve its first R + 1 points); the AUC, its SE and
+ *                    the test never depend on R.
+ *   curve       out  double[(R+1) * 3], an (R+1) x 3 column-major table; rows 1..k+1 hold the
  *                    curve ordered by 1 - Sp, then Se: column 1 = 1 - specificity, column 2 =
  *                    sensitivity, column 3 = the threshold of the point (VELKOR_MISSING for the
  *                    end point); rows past k+1 are VELKOR_MISSING. May be null.
  *   thresholdStats
- *               out  double[n * 44], an n x 44 column-major table, row r = the r-th threshold
+ *               out  double[R * 44], an R x 44 column-major table, row r = the r-th threshold
  *                    ascending: column 1 threshold, columns 2-5 the cells a, b, c, d, columns
  *                    6-44 the 13 x 3 statistics table of Cpp_GetROCStats (6-18 values, 19-31
  *                    lower limits, 32-44 upper limits). Rows past k are VELKOR_MISSING. May be
- *                    null (this table is the costly part for large n: skip it when unused).
- *   costs       out  double[n]: the cost at each threshold (ascending thresholds), then
+ *                    null (with k large this table is the costly part: skip it when unused).
+ *   costs       out  double[R]: the cost at each threshold (ascending thresholds), then
  *                    VELKOR_MISSING. May be null.
  *   auc         out  double[9]: 1 AUC (trapezoid rule over the curve); 2 standard error SE;
  *                    3 max(0, AUC - z SE); 4 min(1, AUC + z SE); 5 z = d / SE; 6, 7 limits of
@@ -151,7 +156,7 @@ VELKOR_API int Cpp_GetROCStats(const double* table, double alpha, int method, sh
  *                    radicand, Bamber when (W1 - 1)(W0 - 1) <= 1e-12 or its B <= 1e-12,
  *                    DeLong when either group's total weight is not above 1 + 1e-12.
  *                    alpha outside (0, 1): rows 3, 4, 6, 7, 9 missing.
- *   optimal     out  double[n * 4], n x 4 column-major: column 1 every threshold whose Youden
+ *   optimal     out  double[R * 4], R x 4 column-major: column 1 every threshold whose Youden
  *                    index J = Se + Sp - 1 is within 1e-12 of the largest, ascending; column 2
  *                    its J; column 3 every threshold whose cost is within 1e-12 max(1, |min|)
  *                    of the lowest cost, ascending; column 4 its cost. Unused cells
@@ -164,7 +169,8 @@ VELKOR_API int Cpp_GetROCStats(const double* table, double alpha, int method, sh
 VELKOR_API int Cpp_ComputeROC(const double* status, const double* values, const double* weights,
                               int n, int side, double alpha, int seMethod, short tail,
                               int intervalMethod, short continuity, double prior,
-                              const double* unitCosts, double* curve, double* thresholdStats,
+                              const double* unitCosts, int tableRows, double* curve,
+                              double* thresholdStats,
                               double* costs, double* auc, double* optimal, int* counts);
 
 /* Paired comparison of the areas under m >= 2 ROC curves of tests measured on the same subjects

@@ -175,7 +175,7 @@ TEST(RocApi, CurveAreaAndOptionalOutputs) {
   Buffer curve(3 * (n + 1)), stats(44 * n), costs(n), auc(9), optimal(4 * n);
   int counts[3] = {0, 0, 0};
   ASSERT_EQ(Cpp_ComputeROC(status.data(), values.data(), nullptr, static_cast<int>(n), 1, 0.05, 2,
-                           0, 0, 0, 0.0, unitCosts, curve.data(), stats.data(), costs.data(),
+                           0, 0, 0, 0.0, unitCosts, 0, curve.data(), stats.data(), costs.data(),
                            auc.data(), optimal.data(), counts),
             0);
   EXPECT_EQ(counts[0], 7);  // distinct values
@@ -193,7 +193,7 @@ TEST(RocApi, CurveAreaAndOptionalOutputs) {
   Buffer auc2(9);
   ASSERT_EQ(
       Cpp_ComputeROC(status.data(), values.data(), nullptr, static_cast<int>(n), 1, 0.05, 2, 0, 0,
-                     0, 0.0, nullptr, nullptr, nullptr, nullptr, auc2.data(), nullptr, nullptr),
+                     0, 0.0, nullptr, 0, nullptr, nullptr, nullptr, auc2.data(), nullptr, nullptr),
       0);
   for (int i = 0; i < 9; ++i) EXPECT_EQ(auc2[i], auc[i]);
   // The exported C++ worker gives the same result.
@@ -236,8 +236,8 @@ TEST(RocApi, BadInputLeavesEveryOutputUntouched) {
     int counts[3] = {-7, -7, -7};
     const int st = Cpp_ComputeROC(c.status.data(), c.values.data(),
                                   c.weights.empty() ? nullptr : c.weights.data(), c.n, 1, 0.05, 2,
-                                  0, 0, 0, 0.0, nullptr, curve.data(), stats.data(), costs.data(),
-                                  auc.data(), optimal.data(), counts);
+                                  0, 0, 0, 0.0, nullptr, 0, curve.data(), stats.data(),
+                                  costs.data(), auc.data(), optimal.data(), counts);
     EXPECT_EQ(st, c.expected);
     for (Buffer* b : {&curve, &stats, &costs, &auc, &optimal}) EXPECT_TRUE(b->untouched());
     EXPECT_EQ(counts[0], -7);
@@ -245,15 +245,15 @@ TEST(RocApi, BadInputLeavesEveryOutputUntouched) {
   // Null required arrays with n > 0.
   const double s[2] = {1, 0}, v[2] = {1, 2};
   Buffer auc(9);
-  EXPECT_EQ(Cpp_ComputeROC(nullptr, v, nullptr, 2, 1, 0.05, 2, 0, 0, 0, 0, nullptr, nullptr,
+  EXPECT_EQ(Cpp_ComputeROC(nullptr, v, nullptr, 2, 1, 0.05, 2, 0, 0, 0, 0, nullptr, 0, nullptr,
                            nullptr, nullptr, auc.data(), nullptr, nullptr),
             VELKOR_E_NULL_ARRAY);
-  EXPECT_EQ(Cpp_ComputeROC(s, v, nullptr, 2, 1, 0.05, 2, 0, 0, 0, 0, nullptr, nullptr, nullptr,
+  EXPECT_EQ(Cpp_ComputeROC(s, v, nullptr, 2, 1, 0.05, 2, 0, 0, 0, 0, nullptr, 0, nullptr, nullptr,
                            nullptr, nullptr, nullptr, nullptr),
             VELKOR_E_NULL_ARRAY);
   EXPECT_TRUE(auc.untouched());
   // Two rows, one per group: an area with no variance (SE 0, no test), never a crash.
-  ASSERT_EQ(Cpp_ComputeROC(s, v, nullptr, 2, 7, 2.0, 9, 3, 9, 1, -1, nullptr, nullptr, nullptr,
+  ASSERT_EQ(Cpp_ComputeROC(s, v, nullptr, 2, 7, 2.0, 9, 3, 9, 1, -1, nullptr, 0, nullptr, nullptr,
                            nullptr, auc.data(), nullptr, nullptr),
             0);
   EXPECT_EQ(auc[0], 0.0);  // side 7 is taken as 3 (high values positive): the positive is lower
@@ -304,4 +304,27 @@ TEST(RocApi, PairedComparisons) {
   EXPECT_EQ(Cpp_ComputeROCComparisonsDep2(status.data(), nullptr, nullptr, n, m, 1, 0.05, a3.data(),
                                           nullptr, nullptr, nullptr),
             VELKOR_E_NULL_ARRAY);
+}
+
+TEST(RocApi, TablesSizedByTheCaller) {
+  // tableRows below k: the tables hold their first rows only, the area is unchanged and nothing
+  // is written past any buffer.
+  const std::vector<double> status = {1, 0, 1, 0, 1, 0, 1, 0};
+  const std::vector<double> values = {8, 1, 7, 2, 6, 3, 5, 4};
+  const int R = 3;
+  Buffer curve(3 * (R + 1)), stats(44 * R), costs(R), auc(9), optimal(4 * R), full(9);
+  int counts[3] = {0, 0, 0};
+  ASSERT_EQ(
+      Cpp_ComputeROC(status.data(), values.data(), nullptr, 8, 1, 0.05, 0, 0, 0, 0, 0.0, nullptr, R,
+                     curve.data(), stats.data(), costs.data(), auc.data(), optimal.data(), counts),
+      0);
+  ASSERT_EQ(Cpp_ComputeROC(status.data(), values.data(), nullptr, 8, 1, 0.05, 0, 0, 0, 0, 0.0,
+                           nullptr, 0, nullptr, nullptr, nullptr, full.data(), nullptr, nullptr),
+            0);
+  EXPECT_EQ(counts[0], 8);
+  EXPECT_EQ(auc[0], 1.0);
+  for (int i = 0; i < 9; ++i) EXPECT_EQ(auc[i], full[i]);
+  EXPECT_EQ(stats[0], 1.0);  // thresholds 1, 2, 3
+  EXPECT_EQ(stats[2], 3.0);
+  for (Buffer* b : {&curve, &stats, &costs, &optimal}) EXPECT_TRUE(b->guard_intact());
 }
