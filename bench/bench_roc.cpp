@@ -5,6 +5,7 @@
 //                           curve skipped) - the work pROC's roc + auc + ci.auc(delong) does
 //   ROC/bamber/<n>          the same with Bamber's SE
 // Output tables are sized to the k thresholds (known from a first call), as a caller would.
+//   ROC/*_continuous/<n>    the same on continuous values (k = n thresholds)
 //   ROC/threshold_table/<n> core plus the per-threshold statistics table (13 statistics with
 //                           intervals at every threshold), costs and optimal thresholds
 #include <benchmark/benchmark.h>
@@ -23,10 +24,11 @@ struct Data {
   std::vector<double> status, values;
 };
 
-Data load(int n) {
+Data load(int n, bool continuous = false) {
   Data d;
   if (const char* dir = std::getenv("VELKOR_ROC_DATA")) {
-    const std::string path = std::string(dir) + "/roc_n" + std::to_string(n) + ".bin";
+    const std::string path =
+        std::string(dir) + (continuous ? "/roc_c" : "/roc_n") + std::to_string(n) + ".bin";
     if (FILE* f = std::fopen(path.c_str(), "rb")) {
       d.status.resize(static_cast<std::size_t>(n));
       d.values.resize(static_cast<std::size_t>(n));
@@ -44,14 +46,15 @@ Data load(int n) {
   d.values.resize(static_cast<std::size_t>(n));
   for (int i = 0; i < n; ++i) {
     d.status[i] = u(rng) < 0.3 ? 1.0 : 0.0;
-    d.values[i] = std::round((z(rng) + d.status[i]) * 1000) / 1000;
+    d.values[i] = z(rng) + d.status[i];
+    if (!continuous) d.values[i] = std::round(d.values[i] * 1000) / 1000;
   }
   return d;
 }
 
-void run(benchmark::State& state, int seMethod, bool table) {
+void run(benchmark::State& state, int seMethod, bool table, bool continuous = false) {
   const int n = static_cast<int>(state.range(0));
-  const Data d = load(n);
+  const Data d = load(n, continuous);
   const double unitCosts[4] = {0, 1, 1, 0};
   int counts[3];
   // Output tables sized to the k thresholds, as a caller does after a first call for k.
@@ -84,6 +87,12 @@ void Bamber(benchmark::State& s) {
 void ThresholdTable(benchmark::State& s) {
   run(s, 2, true);
 }
+void CoreContinuous(benchmark::State& s) {
+  run(s, 2, false, true);
+}
+void ThresholdTableContinuous(benchmark::State& s) {
+  run(s, 2, true, true);
+}
 
 }  // namespace
 
@@ -103,6 +112,22 @@ BENCHMARK(Bamber)
     ->MinTime(0.3);
 BENCHMARK(ThresholdTable)
     ->Name("ROC/threshold_table")
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1048576)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.3);
+
+// Continuous values (every value distinct, k = n).
+BENCHMARK(CoreContinuous)
+    ->Name("ROC/core_continuous")
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1048576)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.3);
+BENCHMARK(ThresholdTableContinuous)
+    ->Name("ROC/threshold_table_continuous")
     ->Arg(10000)
     ->Arg(100000)
     ->Arg(1048576)
