@@ -515,7 +515,8 @@ int ComputeROC(matrix<double>* status, matrix<double>* values, matrix<double>* w
   if (unitCosts != nullptr && unitCosts->data != nullptr)
     for (std::uint64_t q = 0; q < 4 && q < unitCosts->count; ++q) unit[q] = unitCosts->data[q];
 
-  // Curve points (Part order: thresholds ascending, then the end point), cost and Youden index.
+  // Curve points (row order before sorting: thresholds ascending, then the end point), cost and
+  // Youden index.
   std::vector<double> X(k + 1), Y(k + 1), cost(k), youden(k);
   for (std::size_t g = 0; g < k; ++g) {
     double a, b, c, d;
