@@ -354,6 +354,9 @@ PreparedRows prepare_rows(matrix<double>* status, matrix<double>* values, matrix
   std::vector<double> w;
   const std::size_t len = n > 0 ? static_cast<std::size_t>(n) : 0;
   keys.reserve(len);
+  p.t.reserve(len);
+  p.posW.reserve(len);
+  p.negW.reserve(len);
   if (!unit) w.reserve(len);
   for (std::size_t i = 0; i < len; ++i) {
     const double st = status->at0(i), x = values->at0(i), wi = unit ? 1.0 : weights->at0(i);

@@ -67,7 +67,7 @@ double DeLongSE(const GroupedValues& g, const std::vector<double>& cpos,
 
 // Rows kept by the ROC analyses: finite test value (not NaN, not infinite, not the missing
 // marker), status exactly 0 or 1, weight finite and > 0 (an empty weights matrix means unit
-// weights). `keep[i]` is set for each kept row.
+// weights).
 bool RowIsUsable(double status, double value, double weight);
 
 // The main ROC routine; see include/velkor/roc.h (Cpp_ComputeROC) for every argument. Optional

@@ -73,8 +73,8 @@ extern "C" {
  *   weights       in   double[n], frequency weights; null = every weight 1.
  *   table         in/out double[4], the table in column order a, c, b, d. The weights are ADDED
  *                      to the values passed in: pass zeros for a fresh table.
- * Returns 0 (or a positive internal-failure code, VELKOR_E_NULL_ARRAY for a null values or
- * table array with n > 0). */
+ * Returns 0 (or a positive internal-failure code: VELKOR_E_NULL_ARRAY for a null table, or a
+ * null values array with n > 0; nothing is then written). */
 VELKOR_API int Cpp_CreateROCContingencyTable(SAFEARRAY* status, int n, const VARIANT* positiveLabel,
                                              const double* values, short exactMatch,
                                              double threshold, int rule, const double* weights,
