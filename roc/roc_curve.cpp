@@ -311,7 +311,7 @@ struct KeyRow {
 // scatter of each pass within the cache. Small inputs use a stable comparison sort.
 void radix_sort(std::vector<KeyRow>& a) {
   constexpr int kBits = 11, kDigits = 6;
-  constexpr std::uint32_t kBuckets = 1u << kBits, kMask = kBuckets - 1;
+  constexpr std::size_t kBuckets = std::size_t{1} << kBits, kMask = kBuckets - 1;
   const std::size_t n = a.size();
   if (n < 4096) {
     std::stable_sort(a.begin(), a.end(),
@@ -320,14 +320,15 @@ void radix_sort(std::vector<KeyRow>& a) {
   }
   std::vector<std::uint32_t> count(kDigits * kBuckets, 0u);
   for (const KeyRow& e : a)
-    for (int d = 0; d < kDigits; ++d) ++count[d * kBuckets + ((e.key >> (kBits * d)) & kMask)];
+    for (std::size_t d = 0; d < kDigits; ++d)
+      ++count[d * kBuckets + ((e.key >> (kBits * d)) & kMask)];
   std::vector<KeyRow> b(n);
-  for (int d = 0; d < kDigits; ++d) {
+  for (std::size_t d = 0; d < kDigits; ++d) {
     std::uint32_t* c = count.data() + d * kBuckets;
-    const int shift = kBits * d;
+    const std::size_t shift = kBits * d;
     if (c[(a[0].key >> shift) & kMask] == n) continue;
     std::uint32_t sum = 0;
-    for (std::uint32_t v = 0; v < kBuckets; ++v) {
+    for (std::size_t v = 0; v < kBuckets; ++v) {
       const std::uint32_t t = c[v];
       c[v] = sum;
       sum += t;
@@ -571,7 +572,7 @@ int ComputeROC(matrix<double>* status, matrix<double>* values, matrix<double>* w
       ts->at0(gr, 2) = b;
       ts->at0(gr, 3) = c;
       ts->at0(gr, 4) = d;
-      for (int q = 0; q < kStatCells; ++q) ts->at0(gr, static_cast<std::uint64_t>(5 + q)) = st[q];
+      for (int q = 0; q < kStatCells; ++q) ts->at0(gr, 5 + static_cast<std::uint64_t>(q)) = st[q];
     }
     for (std::uint64_t g = static_cast<std::uint64_t>(rowsOut); g < ts->rows; ++g)
       for (std::uint64_t q = 0; q < ts->cols; ++q) ts->at0(g, q) = kMissing;
