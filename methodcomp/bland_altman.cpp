@@ -69,9 +69,7 @@ int BlandAltman(matrix<double>* x, matrix<double>* y, int n, int type, double al
                 double& biasLow, double& biasHigh, double& loaLow, double& loaHigh) {
   const int rows = n > 0 ? n : 0;
   matrix<short> mask(static_cast<std::uint32_t>(rows), 1);
-  matrix<double> weights(static_cast<std::uint32_t>(rows), 1);
   InitVectorToFalse(&mask, rows);
-  for (int i = 0; i < rows; ++i) weights.data[i] = 1.0;
 
   long long m = 0;
   for (int i = 0; i < rows; ++i) {
@@ -95,7 +93,9 @@ int BlandAltman(matrix<double>* x, matrix<double>* y, int n, int type, double al
     }
   }
 
-  V_MeanStdev(diffs, rows, bias, sd, &mask, &weights, -1, -1);
+  // Unit weights (a null weight column is a column of n ones): sample mean and SD of the
+  // differences not excluded by the mask.
+  V_MeanStdev(diffs, rows, bias, sd, &mask, nullptr, -1, -1);
   biasLow = biasHigh = loaLow = loaHigh = kMissing;
   if (IsMissing(bias) || IsMissing(sd)) return 0;
   const double q = 1.0 - alpha * 0.5;
@@ -139,9 +139,9 @@ int BlandAltmanLoACI(matrix<double>* x, matrix<double>* y, int n, int type, doub
     kLow = z - t * se;
     kHigh = z + t * se;
   } else {
-    // sqrt(m) (mean + z s - mu) / s ... exact: sqrt(m)(theta_hat - mean)/s with theta = mu + z
-    // sigma is pivotal: sqrt(m) (mean - theta) / s ~ -t'(m - 1, z sqrt(m)), so the limits are
-    // mean + s t'(p) / sqrt(m) at p = alphaCI/2 and 1 - alphaCI/2 (Carkeet 2015).
+    // With theta = mu + z sigma the upper limit, T = sqrt(m) (theta - mean) / s is a
+    // non-central t with m - 1 degrees of freedom and non-centrality z sqrt(m), so theta lies
+    // in mean + s [t'(alphaCI/2), t'(1 - alphaCI/2)] / sqrt(m) (Carkeet 2015).
     const double rm = std::sqrt(m), delta = z * rm;
     kLow = noncentral_t_quantile(alphaCI * 0.5, m - 1.0, delta) / rm;
     kHigh = noncentral_t_quantile(1.0 - alphaCI * 0.5, m - 1.0, delta) / rm;

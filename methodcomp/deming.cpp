@@ -308,6 +308,8 @@ int DemingRegression(matrix<double>* x, matrix<double>* y, int n, double lambda,
                      matrix<double>* coef, matrix<double>* fitted, matrix<double>* residuals) {
   std::vector<double> xs, ys;
   std::vector<bool> used(static_cast<std::size_t>(n > 0 ? n : 0), false);
+  xs.reserve(used.size());
+  ys.reserve(used.size());
   for (int i = 0; i < n; ++i) {
     const double xi = x->at0(i), yi = y->at0(i);
     if (!present(xi) || !present(yi)) continue;

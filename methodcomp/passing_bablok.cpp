@@ -61,6 +61,38 @@ inline int classify(double dx, double dy, bool absolute, const SpecialSlopes& sp
   return 0;  // a difference below the epsilon bound but not exactly zero
 }
 
+// Slopes of the pairs (i, j), j = i+1 .. m-1, in pair order, written to out[0 .. kept-1]; adds
+// the pairs counted in K to k and returns the number kept. The common case (both differences
+// above the epsilon bound) runs without branches on the data; special pairs go through classify.
+template <bool Absolute>
+std::size_t row_slopes(const double* x, const double* y, std::size_t i, std::size_t m,
+                       double dySign, const SpecialSlopes& sp, double* out, long long& k) {
+  const double xi = x[i], yi = y[i];
+  std::size_t w = 0;
+  long long kk = 0;
+  for (std::size_t j = i + 1; j < m; ++j) {
+    const double dx = xi - x[j];
+    const double dy = dySign * (yi - y[j]);
+    double s = 0.0;
+    bool keep = false, inK = false;
+    if (std::fabs(dx) > kEpsilon && std::fabs(dy) > kEpsilon) [[likely]] {
+      const double q = dy / dx;
+      s = Absolute ? std::fabs(q) : q;
+      keep = (q == q) && (Absolute || q != -1.0);  // q != q: inf / inf
+      inK = !Absolute && q < -1.0;
+    } else {
+      const int c = classify(dx, dy, Absolute, sp, s);
+      keep = c != 0;
+      inK = c == 2;
+    }
+    out[w] = s;
+    w += keep ? 1 : 0;
+    kk += (keep && inK) ? 1 : 0;
+  }
+  k += kk;
+  return w;
+}
+
 // Deterministic generator for the sample that places the selection window (SplitMix64).
 struct SplitMix64 {
   std::uint64_t state;
@@ -108,37 +140,43 @@ struct PassCounts {
 
 // One pass over all pairs: counts stored slopes, K and the slopes below lo, and keeps the slopes
 // in [lo, hi] in `window`.
+template <bool Absolute>
 PassCounts windowed_pass(const double* x, const double* y, std::size_t m, double dySign,
-                         bool absolute, const SpecialSlopes& sp, double lo, double hi,
+                         const SpecialSlopes& sp, double lo, double hi,
                          std::vector<double>& window) {
   PassCounts total;
   window.clear();
 #pragma omp parallel
   {
     PassCounts local;
-    std::vector<double> mine;
+    std::vector<double> row(m), mine;
+    std::size_t used = 0;
 #pragma omp for schedule(dynamic, 16) nowait
     for (long long i = 0; i < static_cast<long long>(m); ++i) {
-      const double xi = x[i], yi = y[i];
-      for (std::size_t j = static_cast<std::size_t>(i) + 1; j < m; ++j) {
-        double s = 0.0;
-        const int c = classify(xi - x[j], dySign * (yi - y[j]), absolute, sp, s);
-        if (c == 0) continue;
-        ++local.N;
-        local.K += c == 2 ? 1 : 0;
-        if (s < lo) {
-          ++local.below;
-        } else if (s <= hi) {
-          mine.push_back(s);
-        }
+      const std::size_t kept = row_slopes<Absolute>(x, y, static_cast<std::size_t>(i), m, dySign,
+                                                    sp, row.data(), local.K);
+      local.N += static_cast<long long>(kept);
+      if (mine.size() < used + kept + 1) mine.resize(2 * (used + kept + 1));
+      // Branch-free: the slopes of a row come in random order, so a test on them would be
+      // mispredicted half of the time. Every slope is stored and the window end advances only
+      // for those inside it.
+      const double* r = row.data();
+      long long below = 0;
+      double* dst = mine.data();
+      for (std::size_t t = 0; t < kept; ++t) {
+        const double v = r[t];
+        below += static_cast<long long>(v < lo);
+        dst[used] = v;
+        used += static_cast<std::size_t>(static_cast<int>(v >= lo) & static_cast<int>(v <= hi));
       }
+      local.below += below;
     }
 #pragma omp critical
     {
       total.N += local.N;
       total.K += local.K;
       total.below += local.below;
-      window.insert(window.end(), mine.begin(), mine.end());
+      window.insert(window.end(), mine.begin(), mine.begin() + static_cast<std::ptrdiff_t>(used));
     }
   }
   return total;
@@ -171,25 +209,22 @@ SlopeOrderStats PairwiseSlopes(
       m < 2 ? 0 : static_cast<long long>(m) * (static_cast<long long>(m) - 1) / 2;
   const double spare = last_stored_slope(x, y, m, dySign, absolute, sp);
 
-  if (pairs <= kSlopeStoreLimit) {
-    std::vector<double> all;
-    all.reserve(static_cast<std::size_t>(pairs));
-    for (std::size_t i = 0; i < m; ++i) {
-      for (std::size_t j = i + 1; j < m; ++j) {
-        double s = 0.0;
-        const int c = classify(x[i] - x[j], dySign * (y[i] - y[j]), absolute, sp, s);
-        if (c == 0) continue;
-        all.push_back(s);
-        out.K += c == 2 ? 1 : 0;
-      }
-    }
+  if (pairs <= kDirectSelectionLimit) {
+    std::vector<double> all(static_cast<std::size_t>(pairs) + 1);
+    std::size_t used = 0;
+    for (std::size_t i = 0; i + 1 < m; ++i)
+      used += absolute ? row_slopes<true>(x, y, i, m, dySign, sp, all.data() + used, out.K)
+                       : row_slopes<false>(x, y, i, m, dySign, sp, all.data() + used, out.K);
+    all.resize(used);
     out.N = static_cast<long long>(all.size());
     select_ranks(all, 0, ranks(out.N, out.K), out.values, spare, out.N);
     return out;
   }
 
-  // Sample of pairs (i < j in pair orientation) to place a window around the wanted positions.
-  constexpr std::size_t kSample = 1u << 18;
+  // Sample of pairs (i < j in pair orientation) to place a window around the wanted positions;
+  // about one pair in 64, between 4,096 and 262,144.
+  const std::size_t kSample =
+      static_cast<std::size_t>(std::clamp<long long>(pairs / 64, 4096, 1LL << 18));
   SplitMix64 rng{0x5EEDC0FFEE123457ULL};
   std::vector<double> sample;
   sample.reserve(kSample);
@@ -208,6 +243,7 @@ SlopeOrderStats PairwiseSlopes(
   const double ns = static_cast<double>(sample.size());
   const double inf = std::numeric_limits<double>::infinity();
   double lo = -inf, hi = inf;
+  // Six standard errors of a sample proportion at 1/2, plus a few sample positions.
   double margin = ns > 0 ? 6.0 * 0.5 / std::sqrt(ns) + 4.0 / ns : 1.0;
   std::vector<double> window;
   for (int attempt = 0;; ++attempt) {
@@ -234,7 +270,8 @@ SlopeOrderStats PairwiseSlopes(
       lo = -inf;
       hi = inf;
     }
-    const PassCounts c = windowed_pass(x, y, m, dySign, absolute, sp, lo, hi, window);
+    const PassCounts c = absolute ? windowed_pass<true>(x, y, m, dySign, sp, lo, hi, window)
+                                  : windowed_pass<false>(x, y, m, dySign, sp, lo, hi, window);
     out.N = c.N;
     out.K = c.K;
     const std::vector<long long> wanted = ranks(out.N, out.K);

@@ -24,9 +24,10 @@ inline constexpr int kPabAllowNegative = 3;  // tau < 0: slopes of (x, -y), slop
 // Any other option value behaves as kPabPositiveOnly (the procedure as published, which assumes
 // a positive association between the methods).
 
-// Pair counts up to this size are held in full; above it, only the order statistics the
-// procedure needs are selected exactly over all pairs (see PairwiseSlopes).
-inline constexpr long long kSlopeStoreLimit = 2000000;
+// The selection below is exact for any number of pairs (no cap such as 2,000,000 stored
+// slopes, no pair dropped) and never holds more than a window of them. Up to this many pairs every
+// slope is held and selected directly.
+inline constexpr long long kDirectSelectionLimit = 65536;
 
 // Values a pair without a finite slope takes (the four special values, in argument order of the
 // slope estimators): dx = x_i - x_j and dy = y_i - y_j for i < j.
@@ -47,11 +48,15 @@ SpecialSlopes DefaultSpecialSlopes();  // -kUnbounded, +kUnbounded, -epsilon, +e
 // `ranks(N, K)` returns the 1-based positions wanted once N (stored slopes) and K are known;
 // `values` receives S[r] for each; a position outside 1..N reads the slope of the last pair
 // stored in pair order (the slope store's spare element), and -1 when nothing was stored.
-// Cost: O(m^2) slope evaluations for m points. Up to kSlopeStoreLimit pairs the slopes are
-// stored and selected with std::nth_element; above it one pass (parallel when OpenMP is on)
-// counts N and K and keeps only the slopes inside a window bracketing the wanted positions,
-// the window taken from a deterministic sample of pairs and widened (another pass) should a
-// position fall outside it. Memory O(m + window).
+// Cost: O(m^2) slope evaluations for m points, the same count whatever m. Up to
+// kDirectSelectionLimit pairs the slopes are stored and selected with std::nth_element; above
+// it (including past 2,000,000 slopes, with no pair dropped) a
+// deterministic sample of about one pair in 64 places a window [lo, hi] around the wanted
+// positions, and one pass over all pairs (parallel when OpenMP is on) counts N, K and the slopes
+// below lo and keeps the slopes inside the window, where the positions are selected; should a
+// position fall outside the window, the pass is repeated with a wider one (at worst the whole
+// range). The result equals a full ascending sort of all stored slopes, bit for bit. Memory
+// O(m + window), the window a few per cent of the pairs.
 struct SlopeOrderStats {
   long long N = 0;
   long long K = 0;
@@ -106,8 +111,8 @@ int ComputeBCoeff_PAB3(matrix<double>* x, int n, matrix<double>* y, short& negFl
 // clean-up kept for the front end: a lower limit equal to -1.79769313486231e+308 is reported as
 // +1.79769313486231e+308. With no stored slope (fewer than two distinct points) every scalar is
 // kMissing. Alpha outside (0, 1) leaves the limits and the critical value kMissing.
-// Cost O(n^2) slope evaluations, O(n^2) memory only up to 2,000,000 pairs (see PairwiseSlopes),
-// plus O(n log n).
+// Cost O(n^2) slope evaluations with O(n + window) memory (see PairwiseSlopes), plus
+// O(n log n).
 int PassingBablok(matrix<double>* x, int n, matrix<double>* y, int option, double alpha, double& a,
                   double& aLow, double& aHigh, double& b, double& bLow, double& bHigh,
                   matrix<double>* fitted, matrix<double>* residuals, matrix<double>* differences,

@@ -101,8 +101,8 @@ VELKOR_API int Cpp_GetRepeatability(const double* x, int n, const double* subjec
  *                1.62762361151895 at 0.01, 1.22384787020909 at 0.1, else by bisection), and
  *                1 - K(maxCusum / h) (VELKOR_MISSING when h = 0, every residual zero).
  * Fewer than two distinct points (no slope): every scalar and per-row output VELKOR_MISSING.
- * Exact for any n: up to 2,000,000 pairs every slope is held; beyond, one pass over all pairs
- * keeps only a window around the needed order statistics, which are then selected exactly.
+ * Exact for any n, also past 2,000,000 slopes (no pair is dropped): one pass over all pairs keeps
+ * only a window around the needed order statistics, which are then selected exactly.
  * Returns 0 or VELKOR_PAB_NEGATIVE_TAU. */
 VELKOR_API int Cpp_Passing_Bablok(const double* x, int n, const double* y, int option, double alpha,
                                   double* a, double* aLow, double* aHigh, double* b, double* bLow,

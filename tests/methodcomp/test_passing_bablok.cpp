@@ -193,7 +193,7 @@ TEST(PassingBablok, EquivariantDriver) {
 }
 
 TEST(PassingBablok, ExactBeyondTheSlopeStore) {
-  // 2100 points: 2,203,950 pairs, above the 2,000,000 store: the window selection must give the
+  // 2100 points: 2,203,950 pairs, past 2,000,000 slopes: the window selection must give the
   // same order statistics as the full sort of the reference.
   std::vector<double> x, y;
   mctest::grid(2100, x, y);
@@ -240,6 +240,15 @@ TEST(PassingBablok, WindowedSelectionEqualsFullSort) {
     const double want = (r >= 1 && r <= got.N) ? all[static_cast<std::size_t>(r - 1)] : last;
     EXPECT_EQ(got.values[k], want) << "rank " << r;
   }
+  // A first window placed around the median misses the position finally wanted (the smallest
+  // slope): the pass is repeated with a new window.
+  int calls = 0;
+  const mc::SlopeOrderStats widened =
+      mc::PairwiseSlopes(x.data(), y.data(), x.size(), 1.0, false, sp, [&](long long N, long long) {
+        return ++calls == 1 ? std::vector<long long>{N / 2} : std::vector<long long>{1};
+      });
+  EXPECT_GT(calls, 2);
+  EXPECT_EQ(widened.values[0], all[0]);
 }
 
 TEST(PassingBablok, KolmogorovCriticalValues) {
