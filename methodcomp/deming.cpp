@@ -75,24 +75,36 @@ double jackknife_se(const std::vector<double>& t) {
   return std::sqrt((dm - 1.0) / dm * ss);
 }
 
-// Leave-one-out jackknife standard errors of (a, b) for unit-weight points, the point's sums
-// downdated from the full ones. False when a leave-one-out fit is undefined.
-bool jackknife_closed_form(const std::vector<double>& x, const std::vector<double>& y,
-                           const Moments& s, double lambda, double& seA, double& seB) {
-  const std::size_t m = x.size();
+// Leave-one-out jackknife standard errors of (a, b) for unit-weight points, each point's sums
+// downdated from the full ones. Two passes (mean of the leave-one-out estimates, then their
+// squared deviations) recompute the estimates instead of storing them. False when a
+// leave-one-out fit is undefined.
+bool jackknife_closed_form(const double* x, const double* y, std::size_t m, const Moments& s,
+                           double lambda, double& seA, double& seB) {
   const double dm = static_cast<double>(m), f = dm / (dm - 1.0);
-  std::vector<double> as(m), bs(m);
-  for (std::size_t i = 0; i < m; ++i) {
+  auto leave_out = [&](std::size_t i, double& ai, double& bi) {
     const double dx = x[i] - s.mx, dy = y[i] - s.my;
     const double Sxx = s.Sxx - f * dx * dx, Syy = s.Syy - f * dy * dy, Sxy = s.Sxy - f * dx * dy;
     if (!defined_fit(Sxx, Syy, Sxy, lambda)) return false;
-    const double mx = s.mx - dx / (dm - 1.0), my = s.my - dy / (dm - 1.0);
-    bs[i] = stable_slope(Sxx, Syy, Sxy, lambda);
-    as[i] = my - bs[i] * mx;
-    if (!std::isfinite(as[i]) || !std::isfinite(bs[i])) return false;
+    bi = stable_slope(Sxx, Syy, Sxy, lambda);
+    ai = (s.my - dy / (dm - 1.0)) - bi * (s.mx - dx / (dm - 1.0));
+    return std::isfinite(ai) && std::isfinite(bi);
+  };
+  double sumA = 0.0, sumB = 0.0, ai = 0.0, bi = 0.0;
+  for (std::size_t i = 0; i < m; ++i) {
+    if (!leave_out(i, ai, bi)) return false;
+    sumA += ai;
+    sumB += bi;
   }
-  seA = jackknife_se(as);
-  seB = jackknife_se(bs);
+  const double meanA = sumA / dm, meanB = sumB / dm;
+  double ssA = 0.0, ssB = 0.0;
+  for (std::size_t i = 0; i < m; ++i) {
+    leave_out(i, ai, bi);
+    ssA += (ai - meanA) * (ai - meanA);
+    ssB += (bi - meanB) * (bi - meanB);
+  }
+  seA = std::sqrt((dm - 1.0) / dm * ssA);
+  seB = std::sqrt((dm - 1.0) / dm * ssB);
   return true;
 }
 
@@ -232,7 +244,7 @@ int Deming(matrix<double>* x, matrix<double>* y, matrix<double>* w, int n, doubl
            double& b) {
   double sw = 0.0, sx = 0.0, sy = 0.0;
   for (int i = 0; i < n; ++i) {
-    const double wi = w->at0(i);
+    const double wi = w ? w->at0(i) : 1.0;
     sw += wi;
     sx += wi * x->at0(i);
     sy += wi * y->at0(i);
@@ -240,7 +252,7 @@ int Deming(matrix<double>* x, matrix<double>* y, matrix<double>* w, int n, doubl
   const double mx = sx / sw, my = sy / sw;
   double Sxx = 0.0, Syy = 0.0, Sxy = 0.0;
   for (int i = 0; i < n; ++i) {
-    const double wi = w->at0(i), dx = x->at0(i) - mx, dy = y->at0(i) - my;
+    const double wi = w ? w->at0(i) : 1.0, dx = x->at0(i) - mx, dy = y->at0(i) - my;
     Sxx += wi * dx * dx;
     Syy += wi * dy * dy;
     Sxy += wi * dx * dy;
@@ -306,28 +318,37 @@ int WeightedDeming(matrix<double>* groupSize, int k, matrix<double>* x, matrix<d
 
 int DemingRegression(matrix<double>* x, matrix<double>* y, int n, double lambda, double alpha,
                      matrix<double>* coef, matrix<double>* fitted, matrix<double>* residuals) {
-  std::vector<double> xs, ys;
-  std::vector<bool> used(static_cast<std::size_t>(n > 0 ? n : 0), false);
-  xs.reserve(used.size());
-  ys.reserve(used.size());
-  for (int i = 0; i < n; ++i) {
-    const double xi = x->at0(i), yi = y->at0(i);
-    if (!present(xi) || !present(yi)) continue;
-    used[static_cast<std::size_t>(i)] = true;
-    xs.push_back(xi);
-    ys.push_back(yi);
+  const std::size_t rows = static_cast<std::size_t>(n > 0 ? n : 0);
+  std::vector<bool> used(rows, false);
+  std::size_t m = 0;
+  for (std::size_t i = 0; i < rows; ++i) {
+    used[i] = present(x->at0(i)) && present(y->at0(i));
+    m += used[i] ? 1 : 0;
   }
-  const std::size_t m = xs.size();
   if (m < 3) return kTooFew;
-  const Moments s = moments(xs.data(), ys.data(), nullptr, m);
+  // The complete rows, in place when every row is complete (the usual case), else compacted.
+  std::vector<double> xs, ys;
+  const double* px = x->data;
+  const double* py = y->data;
+  if (m < rows || x->count < rows || y->count < rows) {
+    xs.reserve(m);
+    ys.reserve(m);
+    for (std::size_t i = 0; i < rows; ++i) {
+      if (!used[i]) continue;
+      xs.push_back(x->at0(i));
+      ys.push_back(y->at0(i));
+    }
+    px = xs.data();
+    py = ys.data();
+  }
+  const Moments s = moments(px, py, nullptr, m);
   if (!defined_fit(s.Sxx, s.Syy, s.Sxy, lambda) || std::isinf(lambda)) return kUndefined;
-  const auto rows = static_cast<std::uint32_t>(m);
-  matrix<double> mx(rows, 1, xs.data(), 1), my(rows, 1, ys.data(), 1), mw(rows, 1);
-  for (std::uint32_t i = 0; i < rows; ++i) mw.data[i] = 1.0;
+  const auto mrows = static_cast<std::uint32_t>(m);
+  matrix<double> mx(mrows, 1, const_cast<double*>(px), 1), my(mrows, 1, const_cast<double*>(py), 1);
   double a = 0.0, b = 0.0;
-  Deming(&mx, &my, &mw, static_cast<int>(m), lambda, a, b);
+  Deming(&mx, &my, nullptr, static_cast<int>(m), lambda, a, b);  // unit weights
   double seA = kMissing, seB = kMissing;
-  if (!jackknife_closed_form(xs, ys, s, lambda, seA, seB)) seA = seB = kMissing;
+  if (!jackknife_closed_form(px, py, m, s, lambda, seA, seB)) seA = seB = kMissing;
   write_coefficients(coef, a, seA, b, seB, alpha, static_cast<double>(m) - 2.0);
   write_fit(x, y, n, used, a, b, fitted, residuals);
   return 0;
@@ -388,7 +409,8 @@ int NewDemingRegression(matrix<double>* x, matrix<double>* y, int n, matrix<doub
     if (!defined_fit(s.Sxx, s.Syy, s.Sxy, lambdaUsed)) return kUndefined;
     b = stable_slope(s.Sxx, s.Syy, s.Sxy, lambdaUsed);
     a = s.my - b * s.mx;
-    if (!jackknife_closed_form(subj.xm, subj.ym, s, lambdaUsed, seA, seB)) seA = seB = kMissing;
+    if (!jackknife_closed_form(subj.xm.data(), subj.ym.data(), k, s, lambdaUsed, seA, seB))
+      seA = seB = kMissing;
   }
   write_coefficients(coef, a, seA, b, seB, alpha, static_cast<double>(k) - 2.0);
   info->set(1, lambdaUsed);

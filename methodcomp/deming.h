@@ -16,7 +16,8 @@ namespace velkor::methodcomp {
 // Closed-form weighted Deming fit, lambda = var(error of y) / var(error of x):
 //   mx, my weighted means; Sxx, Syy, Sxy weighted centred sums; D = Syy - lambda Sxx;
 //   b = (D + sqrt(4 lambda Sxy^2 + D^2)) / (2 Sxy), a = my - b mx.
-// x, y, w: n x 1, every row used as it is (no missing-value test). No guard protects Sxy = 0:
+// x, y, w: n x 1, every row used as it is (no missing-value test); w null means unit weights.
+// No guard protects Sxy = 0:
 // callers check it (the drivers do). Returns 0. Cost O(n).
 int Deming(matrix<double>* x, matrix<double>* y, matrix<double>* w, int n, double lambda, double& a,
            double& b);

@@ -57,7 +57,8 @@ VELKOR_API int ComputeBCoeff_PAB3(matrix<double>* x, int n, matrix<double>* y, s
                                   double& N, double& K);
 
 // Closed-form weighted Deming fit: D = Syy - lambda Sxx, b = (D + (4 lambda Sxy^2 + D^2)^0.5) /
-// (2 Sxy), a = my - b mx, all n rows used with weights w as given. No guard for Sxy = 0.
+// (2 Sxy), a = my - b mx, all n rows used with weights w as given (null: unit weights). No
+// guard for Sxy = 0.
 VELKOR_API int Deming(matrix<double>* x, matrix<double>* y, matrix<double>* w, int n, double lambda,
                       double& a, double& b);
 // The same estimator, guarded: skips missing rows and weights <= 0 (w may be null: unit
