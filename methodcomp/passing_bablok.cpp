@@ -454,7 +454,9 @@ int pab_driver(bool equivariant, matrix<double>* x, int n, matrix<double>* y, in
   }
   maxCusum = m > 0 ? V_Max2(&score, static_cast<int>(m)) : 0.0;
   const double h = sqr(static_cast<double>(L + l));
-  if (h > 0.0) pValue = 1.0 - CDFKolmogorov(maxCusum / h);
+  // 1 - K(maxCusum / h), taken from the upper-tail series so that small p-values keep their
+  // digits instead of cancelling to 0.
+  if (h > 0.0) pValue = CDFKolmogorovUpper(maxCusum / h);
   if (alphaOk) critical = finite_or_missing(h * KolmogorovCritical(alpha));
   if (std::isnan(maxCusum)) maxCusum = kMissing;
 
