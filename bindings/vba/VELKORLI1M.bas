@@ -13,3 +13,112 @@ Public Const VELKOR_MISSING As Double = -1.79769313486231E+308
 Public Const VELKOR_UNBOUNDED As Double = 1.79769313486231E+308
 Public Const VELKOR_TRUE As Integer = -1
 Public Const VELKOR_FALSE As Integer = 0
+
+' SAFEARRAY* arguments (ByVal ... As LongPtr): pass VelkorArray(a) for a macro array a, for
+' instance Dim labels() As Variant or As String (a String array is passed as it stands, in
+' UTF-16: no conversion happens through a LongPtr). 0 is a null array.
+Private Declare PtrSafe Sub VelkorCopyMemory Lib "kernel32" Alias "RtlMoveMemory" ( _
+        ByRef Destination As Any, ByVal Source As LongPtr, ByVal Length As LongPtr)
+
+Public Function VelkorArray(ByRef a As Variant) As LongPtr
+    Dim vt As Integer, p As LongPtr
+    VelkorCopyMemory vt, VarPtr(a), 2
+    If (vt And &H2000) = 0 Then Exit Function
+    VelkorCopyMemory p, VarPtr(a) + 8, 8
+    If (vt And &H4000) <> 0 And p <> 0 Then VelkorCopyMemory p, p, 8
+    VelkorArray = p
+End Function
+
+' ---- methodcomp.h
+Public Declare PtrSafe Function Cpp_BlandAltman Lib "VELKORLI1M.dll" (ByRef x As Double, _
+        ByRef y As Double, ByVal n As Long, ByVal type_ As Long, ByVal alpha As Double, _
+        ByRef diffs As Double, ByRef means As Double, ByRef bias As Double, ByRef sd As Double, _
+        ByRef biasLow As Double, ByRef biasHigh As Double, ByRef loaLow As Double, _
+        ByRef loaHigh As Double) As Long
+Public Declare PtrSafe Function Cpp_BlandAltmanLoACI Lib "VELKORLI1M.dll" (ByRef x As Double, _
+        ByRef y As Double, ByVal n As Long, ByVal type_ As Long, ByVal alpha As Double, _
+        ByVal alphaCI As Double, ByVal method As Long, ByRef limits As Double) As Long
+Public Declare PtrSafe Function Cpp_GetRepeatability Lib "VELKORLI1M.dll" (ByRef x As Double, _
+        ByVal n As Long, ByRef subject As Double, ByVal alpha As Double, ByRef sw As Double, _
+        ByRef swLow As Double, ByRef swHigh As Double) As Long
+Public Declare PtrSafe Function Cpp_Passing_Bablok Lib "VELKORLI1M.dll" (ByRef x As Double, _
+        ByVal n As Long, ByRef y As Double, ByVal option_ As Long, ByVal alpha As Double, _
+        ByRef a As Double, ByRef aLow As Double, ByRef aHigh As Double, ByRef b As Double, _
+        ByRef bLow As Double, ByRef bHigh As Double, ByRef fitted As Double, _
+        ByRef residuals As Double, ByRef differences As Double, ByRef distance As Double, _
+        ByRef maxCusum As Double, ByRef critical As Double, ByRef pValue As Double) As Long
+Public Declare PtrSafe Function Cpp_PassingBablokBIS Lib "VELKORLI1M.dll" (ByRef x As Double, _
+        ByVal n As Long, ByRef y As Double, ByVal option_ As Long, ByVal alpha As Double, _
+        ByRef a As Double, ByRef aLow As Double, ByRef aHigh As Double, ByRef b As Double, _
+        ByRef bLow As Double, ByRef bHigh As Double, ByRef fitted As Double, _
+        ByRef residuals As Double, ByRef differences As Double, ByRef distance As Double, _
+        ByRef maxCusum As Double, ByRef critical As Double, ByRef pValue As Double) As Long
+Public Declare PtrSafe Function VB_DemingRegression Lib "VELKORLI1M.dll" (ByRef x As Double, _
+        ByRef y As Double, ByVal n As Long, ByVal lambda As Double, ByVal alpha As Double, _
+        ByRef coef As Double, ByRef fitted As Double, ByRef residuals As Double) As Long
+Public Declare PtrSafe Function Cpp_NewDemingRegression Lib "VELKORLI1M.dll" (ByRef x As Double, _
+        ByRef y As Double, ByVal n As Long, ByRef subject As Double, ByVal weighted As Integer, _
+        ByVal lambda As Double, ByVal alpha As Double, ByVal maxIter As Long, ByVal tol As Double, _
+        ByRef coef As Double, ByRef info As Double, ByRef fitted As Double, _
+        ByRef residuals As Double) As Long
+
+' ---- roc.h
+Public Declare PtrSafe Function Cpp_CreateROCContingencyTable Lib "VELKORLI1M.dll" ( _
+        ByVal status As LongPtr, ByVal n As Long, ByRef positiveLabel As Variant, _
+        ByRef values As Double, ByVal exactMatch As Integer, ByVal threshold As Double, _
+        ByVal rule As Long, ByRef weights As Double, ByRef table As Double) As Long
+Public Declare PtrSafe Function Cpp_GetROCStats Lib "VELKORLI1M.dll" (ByRef table As Double, _
+        ByVal alpha As Double, ByVal method As Long, ByVal continuity As Integer, _
+        ByVal prior As Double, ByRef stats As Double, ByRef proportions As Double) As Long
+Public Declare PtrSafe Function Cpp_ComputeROC Lib "VELKORLI1M.dll" (ByRef status As Double, _
+        ByRef values As Double, ByRef weights As Double, ByVal n As Long, ByVal side As Long, _
+        ByVal alpha As Double, ByVal seMethod As Long, ByVal tail As Integer, _
+        ByVal intervalMethod As Long, ByVal continuity As Integer, ByVal prior As Double, _
+        ByRef unitCosts As Double, ByVal tableRows As Long, ByRef curve As Double, _
+        ByRef thresholdStats As Double, ByRef costs As Double, ByRef auc As Double, _
+        ByRef optimal As Double, ByRef counts As Long) As Long
+Public Declare PtrSafe Function Cpp_ComputeROCComparisonsDep2 Lib "VELKORLI1M.dll" ( _
+        ByRef status As Double, ByRef values As Double, ByRef weights As Double, ByVal n As Long, _
+        ByVal m As Long, ByVal side As Long, ByVal alpha As Double, ByRef aucs As Double, _
+        ByRef covariance As Double, ByRef global_ As Double, ByRef pairs As Double) As Long
+
+' ---- survival.h
+Public Declare PtrSafe Function ReorganizeData Lib "VELKORLI1M.dll" (ByRef times As Double, _
+        ByVal n As Long, ByRef status As Double, ByRef weights As Double, ByRef groups As Double, _
+        ByRef groupSizes As Double, ByVal nGroups As Long, ByVal grouped As Integer, _
+        ByRef maxTime As Double) As Long
+Public Declare PtrSafe Function Cpp_CheckStatusFormat Lib "VELKORLI1M.dll" (ByRef status As Double, _
+        ByVal n As Long, ByRef codes As Double, ByRef nCodes As Long, ByVal censorCode As Long, _
+        ByRef recoded As Double) As Long
+Public Declare PtrSafe Function RunLife Lib "VELKORLI1M.dll" (ByRef times As Double, _
+        ByRef status As Double, ByRef weights As Double, ByVal n As Long, _
+        ByRef groupSizes As Double, ByVal nGroups As Long, ByVal grouped As Integer, _
+        ByVal eventCode As Long, ByVal lifeTable As Integer, ByVal width_ As Double, _
+        ByVal blockRows As Long, ByRef tables As Double, ByRef lastRows As Double, _
+        ByRef totals As Double) As Long
+Public Declare PtrSafe Function Cpp_TransNelsonAalen Lib "VELKORLI1M.dll" (ByRef table As Double, _
+        ByVal tableRows As Long, ByVal T As Long, ByVal alpha As Double, ByVal method As Long, _
+        ByRef na As Double) As Long
+Public Declare PtrSafe Function Cpp_PrepareKaplanCharts Lib "VELKORLI1M.dll" ( _
+        ByRef table As Double, ByVal tableRows As Long, ByVal rows As Long, _
+        ByVal hazardOpt As Integer, ByVal logLogOpt As Integer, ByVal failureOpt As Integer, _
+        ByVal startX As Double, ByVal alpha As Double, ByVal markerMode As Long, _
+        ByRef main As Double, ByVal mainPoints As Long, ByRef hazard As Double, _
+        ByRef logLog As Double, ByVal curvePoints As Long) As Long
+Public Declare PtrSafe Function Cpp_Build_Summary Lib "VELKORLI1M.dll" (ByRef tables As Double, _
+        ByVal blockRows As Long, ByVal nGroups As Long, ByRef lastRows As Double, _
+        ByRef totals As Double, ByRef summary As Double) As Long
+Public Declare PtrSafe Function Cpp_Build_WeightedSummary Lib "VELKORLI1M.dll" ( _
+        ByRef times As Double, ByRef status As Double, ByRef weights As Double, ByVal n As Long, _
+        ByRef groupSizes As Double, ByVal nGroups As Long, ByVal eventCode As Long, _
+        ByRef summary As Double) As Long
+Public Declare PtrSafe Function LoadKaplanTest Lib "VELKORLI1M.dll" (ByRef count As Long, _
+        ByRef tables As Double, ByVal G As Long, ByVal blockRows As Long, ByRef lastRows As Double, _
+        ByRef combined As Double) As Long
+Public Declare PtrSafe Function ComputeLifeTests Lib "VELKORLI1M.dll" (ByRef combined As Double, _
+        ByVal T As Long, ByVal G As Long, ByVal alpha As Double, ByRef results As Double) As Long
+Public Declare PtrSafe Function Cpp_ComputeMultComp Lib "VELKORLI1M.dll" (ByRef combined As Double, _
+        ByVal T As Long, ByVal G As Long, ByVal alpha As Double, ByRef results As Double) As Long
+Public Declare PtrSafe Function Cpp_ComputeKaplanMeanMedian Lib "VELKORLI1M.dll" ( _
+        ByRef table As Double, ByVal tableRows As Long, ByVal nRows As Long, ByVal alpha As Double, _
+        ByVal k As Long, ByRef cap As Double, ByRef mean As Double, ByRef quartiles As Double) As Long
