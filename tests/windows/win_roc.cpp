@@ -2,8 +2,6 @@
 // the contingency table from status labels passed as real OLE Automation arrays (BSTR and VARIANT
 // elements, text and numeric positive labels), the classification statistics, the curve with its
 // area and standard errors, and the paired DeLong comparison.
-// Compiled once the family and its fixture are in the tree.
-#if __has_include("reference/roc/asah_fixture.inc")
 #include <cmath>
 #include <string>
 #include <vector>
@@ -126,5 +124,3 @@ VELKOR_WIN_FAMILY(roc) {
               -2);
   }
 }
-
-#endif  // __has_include("reference/roc/asah_fixture.inc")

@@ -1,7 +1,5 @@
 // Descriptive survival through VELKORLI1M.dll: the README's macro example, lung by sex against R's
 // survival package (the fixture of the Linux tests), and bad input.
-// Compiled once the family and its fixture are in the tree.
-#if __has_include("reference/survival/survival_fixtures.inc")
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -152,5 +150,3 @@ VELKOR_WIN_FAMILY(survival) {
     WCHECK_EQ(check_status(censored, 3, codes, &nCodes, 0, recoded), -1);
   }
 }
-
-#endif  // __has_include("reference/survival/survival_fixtures.inc")
