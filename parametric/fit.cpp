@@ -54,12 +54,50 @@ Sample MakeSample(matrix<double>* time, int n, matrix<double>* cens, matrix<doub
   return s;
 }
 
+// True when -h (np x np, column-major) is positive definite (Cholesky succeeds).
+bool NegativeDefinite(const double* h, std::size_t np) {
+  std::vector<double> a(np * np);
+  for (std::size_t k = 0; k < np * np; ++k) a[k] = -h[k];
+  for (std::size_t j = 0; j < np; ++j) {
+    double d = a[j * np + j];
+    for (std::size_t m = 0; m < j; ++m) d -= a[m * np + j] * a[m * np + j];
+    if (!(d > 0.0) || !std::isfinite(d)) return false;
+    d = std::sqrt(d);
+    a[j * np + j] = d;
+    for (std::size_t i = j + 1; i < np; ++i) {
+      double v = a[j * np + i];
+      for (std::size_t m = 0; m < j; ++m) v -= a[m * np + j] * a[m * np + i];
+      a[j * np + i] = v / d;  // row j of the upper factor, stored in column i
+    }
+  }
+  return true;
+}
+
+// Used by the restart of Fit only. Where the Hessian is not negative definite (far from the maximum: the Weibull and log-normal
+// log-likelihoods are not concave in (beta, sigma)), the Newton direction need not rise and no
+// halving can rescue it. The step then uses H - lambda diag(|H_jj|) with the smallest lambda in
+// 1e-4, 1e-3, ... that makes it negative definite (Levenberg-Marquardt). Near the maximum the
+// Hessian is negative definite and the step is the plain Newton step.
+void MakeNegativeDefinite(double* h, std::size_t np) {
+  if (np == 0 || NegativeDefinite(h, np)) return;
+  for (std::size_t j = 0; j < np; ++j)  // a flat direction stays singular (status -2)
+    if (!(std::fabs(h[j * np + j]) > 0.0) || !std::isfinite(h[j * np + j])) return;
+  std::vector<double> base(h, h + np * np), d(np);
+  for (std::size_t j = 0; j < np; ++j) d[j] = std::max(std::fabs(base[j * np + j]), 1e-8);
+  for (double lambda = 1e-4; lambda < 1e12; lambda *= 10.0) {
+    std::copy(base.begin(), base.end(), h);
+    for (std::size_t j = 0; j < np; ++j) h[j * np + j] = -std::fabs(base[j * np + j]) - lambda * d[j];
+    if (NegativeDefinite(h, np)) return;
+  }
+}
+
 // A model fit: estimate, log-likelihood, gradient and Hessian at it.
 struct FitResult {
   std::vector<double> theta, grad, hess;
   double loglik = 0.0;
   int iterations = 0;
   int status = 0;
+  bool converged = false;
 };
 
 void Evaluate(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
@@ -103,15 +141,15 @@ void InitialValues(const Sample& s, const double* X, std::size_t ldx, int q, int
 }
 
 // Newton-Raphson with step halving and the diagonal fallback (see OptimizeParamModel).
-FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
-              int maxIter, double tol, bool fixIntercept, double interceptValue) {
+FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
+                     int maxIter, double tol, bool fixIntercept, double interceptValue,
+                     const std::vector<double>& start, bool safeguarded) {
   const int np = q + k;
   const std::size_t N = static_cast<std::size_t>(np);
   FitResult r;
-  r.theta.assign(N, 0.0);
+  r.theta = start;
   r.grad.assign(N, 0.0);
   r.hess.assign(N * N, 0.0);
-  InitialValues(s, X, ldx, q, k, dist, r.theta);
   matrix<double> fixed(static_cast<std::uint32_t>(np), 1);
   if (fixIntercept) {
     r.theta[static_cast<std::size_t>(q)] = interceptValue;
@@ -144,6 +182,7 @@ FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, i
       }
       h.data[f * N + f] = -1.0;
     }
+    if (safeguarded) MakeNegativeDefinite(h.data, N);
     solverStatus = cNewtonRaphson(&beta, np, &fixed, &g, &h, tol, &inv, &se, -1, 1.0);
     std::copy(beta.data, beta.data + np, first.begin());
     if (k == 2 && !(first[N - 1] > 0.0)) first[N - 1] = kScaleFloor;
@@ -169,7 +208,10 @@ FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, i
       r.grad = gTrial;
       r.hess = hTrial;
       derivsAtCur = true;
-      if (change < tol) break;
+      if (change < tol) {
+        r.converged = true;
+        break;
+      }
     } else {
       // Ten halvings failed: keep the Hessian's diagonal only and move the last parameter to its
       // last halved value; the next step then follows the diagonal (steepest-ascent-like) path.
@@ -188,6 +230,59 @@ FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, i
   r.iterations = iter;
   r.status = solverStatus < 0 ? -2 : 0;
   return r;
+}
+
+// True when an event or right-censored row lies beyond the exponent guard, z = (y - eta)/sigma
+// >= 700 (exponential and Weibull laws). There the guarded terms drop their -e^z part and the
+// log-likelihood grows without bound as sigma shrinks: such a point is an artefact of the
+// guard, never a maximum of the model.
+bool BeyondGuard(const Sample& s, const double* X, std::size_t ldx, int q, int dist,
+                 const std::vector<double>& theta) {
+  if (dist != 1 && dist != 2) return false;
+  const double sigma = dist == 1 ? 1.0 : theta[static_cast<std::size_t>(q + 1)];
+  for (std::size_t i = 0; i < s.n; ++i) {
+    if (s.cens[i] != 1.0 && s.cens[i] != 0.0) continue;
+    double eta = theta[static_cast<std::size_t>(q)];
+    for (int j = 0; j < q; ++j) eta += X[static_cast<std::size_t>(j) * ldx + i] * theta[static_cast<std::size_t>(j)];
+    if ((s.y[i] - eta) / sigma >= velkor::kExpGuard) return true;
+  }
+  return false;
+}
+
+// The fit of OptimizeParamModel: Newton-Raphson from the least-squares start. When that path
+// fails (singular Hessian, non-finite log-likelihood) or escapes beyond the exponent guard, the
+// fit is restarted once, with the same iteration limit, from the null-model estimate
+// (coefficients 0, intercept and scale of the covariate-free fit; for the covariate-free fit
+// itself, a unit scale), and the restart's Newton steps are safeguarded (MakeNegativeDefinite).
+// The restart's result is returned when it does not fail that way itself. A poor start scale
+// (the Weibull start 0.5 ln(4 var / 1.64) can be far below the estimate) is what sends the
+// plain path there; where the plain path works, it is the result.
+FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
+              int maxIter, double tol, bool fixIntercept, double interceptValue,
+              bool allowRestart = true) {
+  const std::size_t N = static_cast<std::size_t>(q + k);
+  std::vector<double> start(N, 0.0);
+  InitialValues(s, X, ldx, q, k, dist, start);
+  FitResult r =
+      NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, start, false);
+  auto failed = [&](const FitResult& f) {
+    return f.status < 0 || !std::isfinite(f.loglik) || BeyondGuard(s, X, ldx, q, dist, f.theta);
+  };
+  if (!allowRestart || dist < 1 || dist > 3 || !failed(r)) return r;
+  std::fill(start.begin(), start.end(), 0.0);
+  if (q > 0) {
+    const FitResult null = Fit(s, nullptr, ldx, 0, k, dist, maxIter, tol, fixIntercept,
+                               interceptValue, true);
+    if (failed(null)) return r;
+    start[static_cast<std::size_t>(q)] = null.theta[0];
+    if (k == 2) start[N - 1] = null.theta[1];
+  } else {
+    InitialValues(s, X, ldx, q, k, dist, start);
+    if (k == 2) start[N - 1] = 1.0;
+  }
+  FitResult again =
+      NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, start, true);
+  return failed(again) ? r : again;
 }
 
 // Inverse of a Hessian (M_Inverse, relative pivot threshold 1e-8); zeros when singular.
