@@ -98,6 +98,7 @@ struct FitResult {
   int iterations = 0;
   int status = 0;
   bool converged = false;
+  bool stuck = false;  // stopped early after repeated failed halvings (see Fit)
 };
 
 void Evaluate(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
@@ -143,7 +144,7 @@ void InitialValues(const Sample& s, const double* X, std::size_t ldx, int q, int
 // Newton-Raphson with step halving and the diagonal fallback (see OptimizeParamModel).
 FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
                      int maxIter, double tol, bool fixIntercept, double interceptValue,
-                     const std::vector<double>& start, bool safeguarded) {
+                     const std::vector<double>& start, bool safeguarded, int stuckLimit) {
   const int np = q + k;
   const std::size_t N = static_cast<std::size_t>(np);
   FitResult r;
@@ -167,6 +168,7 @@ FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, i
   std::vector<double> first(N), trial(N), gTrial(N), hTrial(N * N);
   int solverStatus = 0;
   int iter = 0;
+  int fallbacks = 0;  // consecutive iterations whose ten halvings all failed
   while (iter < maxIter) {
     ++iter;
     std::copy(cur.begin(), cur.end(), beta.data);
@@ -208,6 +210,7 @@ FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, i
       r.grad = gTrial;
       r.hess = hTrial;
       derivsAtCur = true;
+      fallbacks = 0;
       if (change < tol) {
         r.converged = true;
         break;
@@ -222,6 +225,10 @@ FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, i
         cur[N - 1] = trial[N - 1];
         Evaluate(s, X, ldx, q, k, dist, cur, llCur, nullptr, nullptr);
         derivsAtCur = false;
+      }
+      if (stuckLimit > 0 && ++fallbacks >= stuckLimit) {
+        r.stuck = true;
+        break;
       }
     }
   }
@@ -249,40 +256,57 @@ bool BeyondGuard(const Sample& s, const double* X, std::size_t ldx, int q, int d
   return false;
 }
 
-// The fit of OptimizeParamModel: Newton-Raphson from the least-squares start. When that path
-// fails (singular Hessian, non-finite log-likelihood) or escapes beyond the exponent guard, the
-// fit is restarted once, with the same iteration limit, from the null-model estimate
-// (coefficients 0, intercept and scale of the covariate-free fit; for the covariate-free fit
-// itself, a unit scale), and the restart's Newton steps are safeguarded (MakeNegativeDefinite).
-// The restart's result is returned when it does not fail that way itself. A poor start scale
-// (the Weibull start 0.5 ln(4 var / 1.64) can be far below the estimate) is what sends the
-// plain path there; where the plain path works, it is the result.
+// The fit of OptimizeParamModel: Newton-Raphson from the least-squares start, exactly as
+// described in fit.h. Far from the maximum that path can fail: the Weibull start scale
+// 0.5 ln(4 var / 1.64) and the log-normal start scale (the variance, not the standard deviation)
+// can be far from the estimate, where the log-likelihood is not concave in (beta, sigma), the
+// Newton direction does not rise, and the diagonal fallback with its stale gradient only drifts;
+// with the exponent guards the path can even escape to where the guarded terms make the
+// log-likelihood grow without bound. So:
+//   1. the plain path runs; three consecutive iterations of failed halvings mark it as stuck;
+//   2. if it failed (singular Hessian, non-finite log-likelihood, a point beyond the guard) or is
+//      stuck, the fit restarts, with the same iteration limit, from the null-model estimate
+//      (coefficients 0, intercept and scale of the covariate-free fit; for that fit itself, a
+//      unit scale) with safeguarded steps (MakeNegativeDefinite), and that result is returned
+//      when it converges without failing;
+//   3. otherwise the plain path's result is returned, run to the iteration limit when it had
+//      been stopped as stuck, so that a fit without a better answer ends as the plain algorithm
+//      does (status, iteration count).
+// Where the plain path converges, it is the result; no other fit is made.
 FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
-              int maxIter, double tol, bool fixIntercept, double interceptValue,
-              bool allowRestart = true) {
+              int maxIter, double tol, bool fixIntercept, double interceptValue) {
   const std::size_t N = static_cast<std::size_t>(q + k);
   std::vector<double> start(N, 0.0);
   InitialValues(s, X, ldx, q, k, dist, start);
-  FitResult r =
-      NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, start, false);
+  const std::vector<double> lsStart = start;
+  FitResult r = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue,
+                           start, false, 3);
   auto failed = [&](const FitResult& f) {
     return f.status < 0 || !std::isfinite(f.loglik) || BeyondGuard(s, X, ldx, q, dist, f.theta);
   };
-  if (!allowRestart || dist < 1 || dist > 3 || !failed(r)) return r;
+  if (dist < 1 || dist > 3 || (!failed(r) && !r.stuck)) return r;
   std::fill(start.begin(), start.end(), 0.0);
+  bool haveStart = true;
   if (q > 0) {
-    const FitResult null = Fit(s, nullptr, ldx, 0, k, dist, maxIter, tol, fixIntercept,
-                               interceptValue, true);
-    if (failed(null)) return r;
-    start[static_cast<std::size_t>(q)] = null.theta[0];
-    if (k == 2) start[N - 1] = null.theta[1];
+    const FitResult null = Fit(s, nullptr, ldx, 0, k, dist, maxIter, tol, fixIntercept, interceptValue);
+    haveStart = !failed(null) && null.converged;
+    if (haveStart) {
+      start[static_cast<std::size_t>(q)] = null.theta[0];
+      if (k == 2) start[N - 1] = null.theta[1];
+    }
   } else {
-    InitialValues(s, X, ldx, q, k, dist, start);
+    start = lsStart;
     if (k == 2) start[N - 1] = 1.0;
   }
-  FitResult again =
-      NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, start, true);
-  return failed(again) ? r : again;
+  if (haveStart) {
+    FitResult again = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept,
+                                 interceptValue, start, true, 0);
+    if (again.converged && !failed(again)) return again;
+  }
+  if (r.stuck)
+    r = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, lsStart,
+                   false, 0);
+  return r;
 }
 
 // Inverse of a Hessian (M_Inverse, relative pivot threshold 1e-8); zeros when singular.
