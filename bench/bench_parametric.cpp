@@ -74,7 +74,9 @@ void Regression(benchmark::State& state, std::string scen, int dist) {
     matrix<double> b(n, 2, const_cast<double*>(d.bounds.data()), 0), x(n, kP, const_cast<double*>(d.x.data()), 0);
     matrix<double> th(np, 1), cov(np, np), crit(7, 2), pt(np, 6), tests(3, 3), hist(kP, 4), res(n, 4), kept(kP, 1);
     int it = 100, q = 0;
-    status = RunParamReg(&t, n, kP, &c, &b, &x, nullptr, dist, -1, 0.05, 0.1, it, 1e-9, 0, 0.0, -1,
+    // absolute tolerance 1e-9 x n: survreg's default relative change 1e-9 of a log-likelihood
+    // that is of the order of n
+    status = RunParamReg(&t, n, kP, &c, &b, &x, nullptr, dist, -1, 0.05, 0.1, it, 1e-9 * n, 0, 0.0, -1,
                          0.05, &th, &cov, &crit, &pt, &tests, &hist, &res, &kept, q);
     iterations = it;
     benchmark::DoNotOptimize(th.data[0]);

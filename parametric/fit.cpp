@@ -280,7 +280,7 @@ FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, i
   InitialValues(s, X, ldx, q, k, dist, start);
   const std::vector<double> lsStart = start;
   FitResult r = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue,
-                           start, false, 3);
+                           start, true, 3);
   auto failed = [&](const FitResult& f) {
     return f.status < 0 || !std::isfinite(f.loglik) || BeyondGuard(s, X, ldx, q, dist, f.theta);
   };

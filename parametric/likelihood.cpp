@@ -34,8 +34,8 @@ struct Local {
 };
 
 // Chain rule for g(z), z = (y - eta)/s, with g1 = g'(z), g2 = g''(z).
-inline void FromZ(double z, double s, double g1, double g2, Local& d) {
-  const double is = 1.0 / s, is2 = is * is;
+inline void FromZ(double z, double is, double g1, double g2, Local& d) {
+  const double is2 = is * is;
   d.le = -g1 * is;
   d.ls = -g1 * z * is;
   d.lee = g2 * is2;
@@ -45,9 +45,9 @@ inline void FromZ(double z, double s, double g1, double g2, Local& d) {
 
 // Chain rule for l = log(F(zu) - F(zl)); c/d = f/D and f'/D at each bound. A bound whose density
 // vanishes (an infinite bound) contributes nothing; testing it avoids 0 x inf.
-inline void FromInterval(double zl, double zu, double s, double cl, double dl, double cu,
+inline void FromInterval(double zl, double zu, double is, double cl, double dl, double cu,
                          double du, Local& d) {
-  const double is = 1.0 / s, is2 = is * is;
+  const double is2 = is * is;
   double le = 0, ls = 0, aee = 0, aes = 0, ass = 0;
   if (cu != 0.0 || du != 0.0) {
     const double ze = -is, zs = -zu * is;
@@ -93,7 +93,7 @@ inline double EvLogInterval(double zl, double zu, double& cl, double& dl, double
   const double t = el - eu;
   const double q = -std::expm1(t);
   if constexpr (D) {
-    const double r = std::exp(t);
+    const double r = q < 0.5 ? 1.0 - q : std::exp(t);  // 1 - q is exact enough below 1/2
     cl = el / q;
     dl = cl * (1.0 - el);
     cu = r == 0.0 ? 0.0 : eu * r / q;
@@ -129,7 +129,7 @@ inline void Scale(Local& d, double v) {
 // Returns false when the code adds nothing. ll is updated in the order the terms are defined.
 template <bool D>
 inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, double s, double v,
-                         double logS, double& ll, Local& d) {
+                         double logS, double is, double& ll, Local& d) {
   const double z = (y - eta) / s;
   double g1 = 0, g2 = 0;
   if (dist == 2) {
@@ -143,9 +143,9 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
         g2 = -v * ez;
       }
       if constexpr (D) {
-        FromZ(z, s, g1, g2, d);
-        d.ls -= v / s;
-        d.lss += v / (s * s);
+        FromZ(z, is, g1, g2, d);
+        d.ls -= v * is;
+        d.lss += v * is * is;
       }
       return true;
     }
@@ -153,19 +153,19 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
       if (!(z < kExpGuard)) return false;
       const double ez = std::exp(z);
       ll -= v * ez;
-      if constexpr (D) FromZ(z, s, -v * ez, -v * ez, d);
+      if constexpr (D) FromZ(z, is, -v * ez, -v * ez, d);
       return true;
     }
     if (code == 2.0) {  // unweighted on purpose
       ll += EvLogCdf<D>(z, g1, g2);
-      if constexpr (D) FromZ(z, s, g1, g2, d);
+      if constexpr (D) FromZ(z, is, g1, g2, d);
       return true;
     }
     if (code == 3.0) {  // unweighted on purpose
       const double zu = (u - eta) / s;
       double cl = 0, dl = 0, cu = 0, du = 0;
       ll += EvLogInterval<D>(z, zu, cl, dl, cu, du);
-      if constexpr (D) FromInterval(z, zu, s, cl, dl, cu, du, d);
+      if constexpr (D) FromInterval(z, zu, is, cl, dl, cu, du, d);
       return true;
     }
     return false;
@@ -174,9 +174,9 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
   if (code == 1.0) {
     ll += v * (-0.5 * z * z - kLogSqrt2Pi - logS);  // log(phi(z) / sigma)
     if constexpr (D) {
-      FromZ(z, s, -v * z, -v, d);
-      d.ls -= v / s;
-      d.lss += v / (s * s);
+      FromZ(z, is, -v * z, -v, d);
+      d.ls -= v * is;
+      d.lss += v * is * is;
     }
     return true;
   }
@@ -185,7 +185,7 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
     ll += v * std::log(q);
     if constexpr (D) {
       const double lam = q == 0.0 ? 0.0 : NormPdf(z) / q;  // Mills ratio
-      FromZ(z, s, -v * lam, -v * lam * (lam - z), d);
+      FromZ(z, is, -v * lam, -v * lam * (lam - z), d);
     }
     return true;
   }
@@ -194,7 +194,7 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
     ll -= v * std::log(c);
     if constexpr (D) {
       const double mu = c == 0.0 ? 0.0 : NormPdf(z) / c;
-      FromZ(z, s, -v * mu, v * mu * (z + mu), d);
+      FromZ(z, is, -v * mu, v * mu * (z + mu), d);
     }
     return true;
   }
@@ -203,7 +203,7 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
     double cl = 0, dl = 0, cu = 0, du = 0;
     ll += v * NormLogInterval<D>(z, zu, cl, dl, cu, du);
     if constexpr (D) {
-      FromInterval(z, zu, s, cl, dl, cu, du, d);
+      FromInterval(z, zu, is, cl, dl, cu, du, d);
       Scale(d, v);
     }
     return true;
@@ -333,32 +333,78 @@ void EvalExponential(const double* y, const double* cens, const double* upper, c
   }
 }
 
+// Weibull and log-normal laws, in blocks of rows: the linear predictor of a block is built column
+// by column, each row's contribution and its partial derivatives (l_e, l_ee, l_es) are computed in
+// row order (the log-likelihood is summed row by row), and the block's sums over the covariate
+// columns (sum l_e x_j, sum l_ee x_j x_m, sum l_es x_j) run down contiguous columns.
 template <bool D>
 void EvalScaleLaw(const double* y, const double* cens, const double* upper, const double* x,
                   const double* w, std::size_t n, std::size_t ldx, int p, const double* theta,
                   int dist, double& ll, Accum* acc) {
-  const int q = p + 1;
+  constexpr std::size_t kBlock = 256;
   const double s = theta[p + 1];
   const double logS = std::log(s);
-  std::vector<double> xa(static_cast<std::size_t>(q), 1.0);
-  for (std::size_t i = 0; i < n; ++i) {
-    double eta = theta[p];
-    for (int j = 0; j < p; ++j) {
-      const double xij = x[static_cast<std::size_t>(j) * ldx + i];
-      eta += xij * theta[j];
-      if constexpr (D) xa[static_cast<std::size_t>(j)] = xij;
+  const double is = 1.0 / s;
+  double eta[kBlock], le[kBlock], lee[kBlock], les[kBlock], tmp[kBlock];
+  const std::size_t P = static_cast<std::size_t>(p);
+  for (std::size_t i0 = 0; i0 < n; i0 += kBlock) {
+    const std::size_t m = std::min(kBlock, n - i0);
+    for (std::size_t i = 0; i < m; ++i) eta[i] = theta[p];
+    for (std::size_t j = 0; j < P; ++j) {
+      const double* xj = x + j * ldx + i0;
+      const double bj = theta[j];
+      for (std::size_t i = 0; i < m; ++i) eta[i] += xj[i] * bj;
     }
-    const double v = w ? w[i] : 1.0;
-    const double code = cens[i];
-    const double u = code == 3.0 ? upper[i] : 0.0;
-    Local d;
-    if (ScaleLawTerm<D>(dist, code, y[i], u, eta, s, v, logS, ll, d)) {
-      if constexpr (D) {
-        acc->AddEta(xa.data(), d.le, d.lee);
-        for (int j = 0; j < q; ++j) acc->hbs[static_cast<std::size_t>(j)] += d.les * xa[static_cast<std::size_t>(j)];
-        acc->gs += d.ls;
-        acc->hss += d.lss;
+    for (std::size_t i = 0; i < m; ++i) {
+      const std::size_t r = i0 + i;
+      const double v = w ? w[r] : 1.0;
+      const double code = cens[r];
+      const double u = code == 3.0 ? upper[r] : 0.0;
+      Local d;
+      if (ScaleLawTerm<D>(dist, code, y[r], u, eta[i], s, v, logS, is, ll, d)) {
+        if constexpr (D) {
+          le[i] = d.le;
+          lee[i] = d.lee;
+          les[i] = d.les;
+          acc->gs += d.ls;
+          acc->hss += d.lss;
+        }
+      } else if constexpr (D) {
+        le[i] = lee[i] = les[i] = 0.0;
       }
+    }
+    if constexpr (D) {
+      // packed column-major upper triangle: (j, c) with j <= c at c (c + 1) / 2 + j
+      for (std::size_t c = 0; c < P; ++c) {
+        const double* xc = x + c * ldx + i0;
+        double sg = 0, ss = 0;
+        for (std::size_t i = 0; i < m; ++i) {
+          sg += le[i] * xc[i];
+          ss += les[i] * xc[i];
+          tmp[i] = lee[i] * xc[i];
+        }
+        acc->g[c] += sg;
+        acc->hbs[c] += ss;
+        const std::size_t base = c * (c + 1) / 2;
+        for (std::size_t j = 0; j <= c; ++j) {
+          const double* xj = x + j * ldx + i0;
+          double h = 0;
+          for (std::size_t i = 0; i < m; ++i) h += tmp[i] * xj[i];
+          acc->hbb[base + j] += h;
+        }
+        double hc = 0;  // with the intercept column
+        for (std::size_t i = 0; i < m; ++i) hc += tmp[i];
+        acc->hbb[P * (P + 1) / 2 + c] += hc;
+      }
+      double sg = 0, ss = 0, sh = 0;
+      for (std::size_t i = 0; i < m; ++i) {
+        sg += le[i];
+        ss += les[i];
+        sh += lee[i];
+      }
+      acc->g[P] += sg;
+      acc->hbs[P] += ss;
+      acc->hbb[P * (P + 1) / 2 + P] += sh;
     }
   }
 }
