@@ -220,6 +220,13 @@ struct Accum {
   double gs = 0, hss = 0;
   explicit Accum(int qq) : q(qq), g(qq, 0.0), hbb(static_cast<std::size_t>(qq) * (qq + 1) / 2, 0.0),
                            hbs(qq, 0.0) {}
+  void Add(const Accum& o) {
+    for (std::size_t j = 0; j < g.size(); ++j) g[j] += o.g[j];
+    for (std::size_t j = 0; j < hbb.size(); ++j) hbb[j] += o.hbb[j];
+    for (std::size_t j = 0; j < hbs.size(); ++j) hbs[j] += o.hbs[j];
+    gs += o.gs;
+    hss += o.hss;
+  }
   // Adds weight x (le xa, lee xa xa').
   void AddEta(const double* xa, double le, double lee) {
     std::size_t t = 0;
@@ -409,6 +416,39 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
   }
 }
 
+// The rows are cut into chunks of a fixed size; each chunk is summed on its own (in parallel
+// through OpenMP) and the chunk sums are added in chunk order, so the result does not depend on
+// the number of threads.
+constexpr std::size_t kChunk = 16384;
+
+template <bool D>
+void EvalScaleLawChunked(const double* y, const double* cens, const double* upper, const double* x,
+                         const double* w, std::size_t n, std::size_t ldx, int p,
+                         const double* theta, int dist, double& ll, Accum* acc) {
+  const std::size_t nChunks = (n + kChunk - 1) / kChunk;
+  if (nChunks <= 1) {
+    EvalScaleLaw<D>(y, cens, upper, x, w, n, ldx, p, theta, dist, ll, acc);
+    return;
+  }
+  std::vector<double> lls(nChunks, 0.0);
+  std::vector<Accum> parts;
+  if constexpr (D) parts.assign(nChunks, Accum(p + 1));
+  const long long nc = static_cast<long long>(nChunks);
+#pragma omp parallel for schedule(static)
+  for (long long c = 0; c < nc; ++c) {
+    const std::size_t c0 = static_cast<std::size_t>(c) * kChunk;
+    const std::size_t len = std::min(kChunk, n - c0);
+    double l = 0.0;
+    EvalScaleLaw<D>(y + c0, cens + c0, upper + c0, x ? x + c0 : nullptr, w ? w + c0 : nullptr, len,
+                    ldx, p, theta, dist, l, D ? &parts[static_cast<std::size_t>(c)] : nullptr);
+    lls[static_cast<std::size_t>(c)] = l;
+  }
+  for (std::size_t c = 0; c < nChunks; ++c) {
+    ll += lls[c];
+    if constexpr (D) acc->Add(parts[c]);
+  }
+}
+
 }  // namespace
 
 void EvalParam(const double* y, const double* cens, const double* upper, const double* x,
@@ -426,14 +466,14 @@ void EvalParam(const double* y, const double* cens, const double* upper, const d
     if (dist == 1)
       EvalExponential<false>(y, cens, upper, x, w, n, ldx, p, theta, loglik, nullptr);
     else
-      EvalScaleLaw<false>(y, cens, upper, x, w, n, ldx, p, theta, dist, loglik, nullptr);
+      EvalScaleLawChunked<false>(y, cens, upper, x, w, n, ldx, p, theta, dist, loglik, nullptr);
     return;
   }
   Accum acc(p + 1);
   if (dist == 1)
     EvalExponential<true>(y, cens, upper, x, w, n, ldx, p, theta, loglik, &acc);
   else
-    EvalScaleLaw<true>(y, cens, upper, x, w, n, ldx, p, theta, dist, loglik, &acc);
+    EvalScaleLawChunked<true>(y, cens, upper, x, w, n, ldx, p, theta, dist, loglik, &acc);
   const std::size_t N = static_cast<std::size_t>(np);
   std::size_t t = 0;
   for (int m = 0; m <= p; ++m) {

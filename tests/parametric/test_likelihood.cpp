@@ -180,3 +180,56 @@ TEST(ParamLikelihood, ValuesMatchTheFormulasEvaluatedInR) {
   }
   EXPECT_GE(checked, 12);
 }
+
+#ifdef _OPENMP
+#include <omp.h>
+#endif
+
+TEST(ParamLikelihood, ChunkedPassesAddUpAndIgnoreTheThreadCount) {
+  // 40000 rows span three chunks of the parallel pass: the totals equal the sum of the pieces
+  // evaluated separately, and one thread or two give the same bits.
+  std::vector<double> codes;
+  for (int i = 0; i < 40000; ++i) codes.push_back(static_cast<double>((i * 7) % 4));
+  Sample s = MakeSample(codes, true);
+  for (int dist = 2; dist <= 3; ++dist) {
+    const std::vector<double> theta = {0.3, -0.15, 0.2, 0.8};
+#ifdef _OPENMP
+    const int saved = omp_get_max_threads();
+    omp_set_num_threads(1);
+    const Eval one = Evaluate(s, theta, 2, dist);
+    omp_set_num_threads(2);
+    const Eval two = Evaluate(s, theta, 2, dist);
+    omp_set_num_threads(saved);
+    EXPECT_EQ(one.ll, two.ll);
+    EXPECT_EQ(one.g, two.g);
+    EXPECT_EQ(one.h, two.h);
+#endif
+    const Eval all = Evaluate(s, theta, 2, dist);
+    Eval sum;
+    sum.g.assign(4, 0.0);
+    sum.h.assign(16, 0.0);
+    for (int part = 0; part < 4; ++part) {
+      Sample piece;
+      const int lo = part * 10000, hi = lo + 10000;
+      std::vector<double> up;
+      for (int i = lo; i < hi; ++i) {
+        piece.y.push_back(s.y[i]);
+        piece.code.push_back(s.code[i]);
+        piece.w.push_back(s.w[i]);
+        up.push_back(s.bounds[40000 + i]);
+      }
+      for (int j = 0; j < 2; ++j)
+        for (int i = lo; i < hi; ++i) piece.x.push_back(s.x[j * 40000 + i]);
+      piece.bounds = piece.y;
+      piece.bounds.insert(piece.bounds.end(), up.begin(), up.end());
+      piece.n = 10000;
+      const Eval e = Evaluate(piece, theta, 2, dist);
+      sum.ll += e.ll;
+      for (int j = 0; j < 4; ++j) sum.g[j] += e.g[j];
+      for (int j = 0; j < 16; ++j) sum.h[j] += e.h[j];
+    }
+    EXPECT_NEAR(all.ll, sum.ll, 1e-10 * std::fabs(sum.ll));
+    for (int j = 0; j < 4; ++j) EXPECT_NEAR(all.g[j], sum.g[j], 1e-9 * (1 + std::fabs(sum.g[j])));
+    for (int j = 0; j < 16; ++j) EXPECT_NEAR(all.h[j], sum.h[j], 1e-9 * (1 + std::fabs(sum.h[j])));
+  }
+}
