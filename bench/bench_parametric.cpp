@@ -32,8 +32,10 @@ Data Load(const std::string& scen, int n) {
   std::vector<double> all(static_cast<std::size_t>(n) * (3 + kP));
   bool ok = false;
   if (dir) {
-    std::ifstream in(std::string(dir) + "/" + scen + "_" + std::to_string(n) + ".bin", std::ios::binary);
-    ok = static_cast<bool>(in.read(reinterpret_cast<char*>(all.data()), static_cast<std::streamsize>(all.size() * sizeof(double))));
+    std::ifstream in(std::string(dir) + "/" + scen + "_" + std::to_string(n) + ".bin",
+                     std::ios::binary);
+    ok = static_cast<bool>(in.read(reinterpret_cast<char*>(all.data()),
+                                   static_cast<std::streamsize>(all.size() * sizeof(double))));
   }
   if (!ok) {  // synthetic stand-in: Weibull or log-normal times, right-censored
     std::mt19937_64 rng(42 + n);
@@ -58,7 +60,8 @@ Data Load(const std::string& scen, int n) {
   d.time.assign(all.begin(), all.begin() + static_cast<long>(N));
   d.code.assign(all.begin() + static_cast<long>(N), all.begin() + static_cast<long>(2 * N));
   d.bounds.assign(all.begin(), all.begin() + static_cast<long>(N));  // lower = time
-  d.bounds.insert(d.bounds.end(), all.begin() + static_cast<long>(2 * N), all.begin() + static_cast<long>(3 * N));
+  d.bounds.insert(d.bounds.end(), all.begin() + static_cast<long>(2 * N),
+                  all.begin() + static_cast<long>(3 * N));
   d.x.assign(all.begin() + static_cast<long>(3 * N), all.end());
   return d;
 }
@@ -70,14 +73,17 @@ void Regression(benchmark::State& state, std::string scen, int dist) {
   int iterations = 0, status = 0;
   for (auto _ : state) {
     // fresh copies each time: the driver log-transforms its inputs in place
-    matrix<double> t(n, 1, const_cast<double*>(d.time.data()), 0), c(n, 1, const_cast<double*>(d.code.data()), 0);
-    matrix<double> b(n, 2, const_cast<double*>(d.bounds.data()), 0), x(n, kP, const_cast<double*>(d.x.data()), 0);
-    matrix<double> th(np, 1), cov(np, np), crit(7, 2), pt(np, 6), tests(3, 3), hist(kP, 4), res(n, 4), kept(kP, 1);
+    matrix<double> t(n, 1, const_cast<double*>(d.time.data()), 0),
+        c(n, 1, const_cast<double*>(d.code.data()), 0);
+    matrix<double> b(n, 2, const_cast<double*>(d.bounds.data()), 0),
+        x(n, kP, const_cast<double*>(d.x.data()), 0);
+    matrix<double> th(np, 1), cov(np, np), crit(7, 2), pt(np, 6), tests(3, 3), hist(kP, 4),
+        res(n, 4), kept(kP, 1);
     int it = 100, q = 0;
     // absolute tolerance 1e-9 x n: survreg's default relative change 1e-9 of a log-likelihood
     // that is of the order of n
-    status = RunParamReg(&t, n, kP, &c, &b, &x, nullptr, dist, -1, 0.05, 0.1, it, 1e-9 * n, 0, 0.0, -1,
-                         0.05, &th, &cov, &crit, &pt, &tests, &hist, &res, &kept, q);
+    status = RunParamReg(&t, n, kP, &c, &b, &x, nullptr, dist, -1, 0.05, 0.1, it, 1e-9 * n, 0, 0.0,
+                         -1, 0.05, &th, &cov, &crit, &pt, &tests, &hist, &res, &kept, q);
     iterations = it;
     benchmark::DoNotOptimize(th.data[0]);
   }
@@ -89,7 +95,8 @@ void OnePass(benchmark::State& state, std::string scen, int dist) {
   const int n = static_cast<int>(state.range(0));
   Data d = Load(scen, n);
   for (auto& v : d.time) v = std::log(v);
-  for (int i = 0; i < n; ++i) d.bounds[static_cast<std::size_t>(n + i)] = std::log(d.bounds[static_cast<std::size_t>(n + i)]);
+  for (int i = 0; i < n; ++i)
+    d.bounds[static_cast<std::size_t>(n + i)] = std::log(d.bounds[static_cast<std::size_t>(n + i)]);
   std::vector<double> theta = {0.3, -0.2, 0.1, 0.5, 0.0, 1.0, 0.7}, g(7), h(49);
   double ll = 0;
   for (auto _ : state) {
@@ -119,9 +126,13 @@ int main(int argc, char** argv) {
       for (int n : sizes) {
         const int reps = n >= 1000000 ? 2 : (n >= 100000 ? 3 : 10);
         benchmark::RegisterBenchmark(("regression/" + scen).c_str(), Regression, scen, dist)
-            ->Arg(n)->Iterations(reps)->Unit(benchmark::kMillisecond);
+            ->Arg(n)
+            ->Iterations(reps)
+            ->Unit(benchmark::kMillisecond);
         benchmark::RegisterBenchmark(("onepass/" + scen).c_str(), OnePass, scen, dist)
-            ->Arg(n)->Iterations(reps)->Unit(benchmark::kMillisecond);
+            ->Arg(n)
+            ->Iterations(reps)
+            ->Unit(benchmark::kMillisecond);
       }
     }
   }

@@ -7,8 +7,12 @@
 #include "velkor/parametric.h"
 
 namespace {
-long long nonneg(long long v) { return v > 0 ? v : 0; }
-int law_params(int dist) { return velkor::param::LawParams(dist); }
+long long nonneg(long long v) {
+  return v > 0 ? v : 0;
+}
+int law_params(int dist) {
+  return velkor::param::LawParams(dist);
+}
 // Weights are optional: NULL means unit weights.
 matrix<double>* optional_in(velkor::FlatFrame& f, const double* a, int n) {
   return a ? &f.in(a, n) : nullptr;
@@ -37,11 +41,10 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeLogLikeDerivativesParam(
 
 VELKOR_EXTERN_C VELKOR_API int Cpp_OptimizeParamModel(const double* times, int n, int p, int k,
                                                       const double* codes, const double* bounds,
-                                                      const double* design,
-                                                      const double* weights, int* iterations,
-                                                      double tol, int dist, short fixIntercept,
-                                                      double interceptValue, double* loglik,
-                                                      double* grad, double* hess,
+                                                      const double* design, const double* weights,
+                                                      int* iterations, double tol, int dist,
+                                                      short fixIntercept, double interceptValue,
+                                                      double* loglik, double* grad, double* hess,
                                                       double* params) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     const long long np = nonneg(p) + nonneg(k);
@@ -151,8 +154,7 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeCritParam(int n, int p, int k, double 
                                                     const double* params, const double* invHess,
                                                     const double* gradNull,
                                                     const double* invHessNull, double alpha,
-                                                    double* crit, double* ptable,
-                                                    double* tests) {
+                                                    double* crit, double* ptable, double* tests) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     const long long np = nonneg(p) + nonneg(k);
     auto& th = f.in(params, np);
@@ -168,10 +170,9 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeCritParam(int n, int p, int k, double 
   });
 }
 
-VELKOR_EXTERN_C VELKOR_API int Cpp_ResParam(const double* times, int n, int p,
-                                            const double* codes, const double* design,
-                                            const double* params, int dist, double* stdRes,
-                                            double* coxSnell, double* martingale,
+VELKOR_EXTERN_C VELKOR_API int Cpp_ResParam(const double* times, int n, int p, const double* codes,
+                                            const double* design, const double* params, int dist,
+                                            double* stdRes, double* coxSnell, double* martingale,
                                             double* deviance) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     auto& t = f.in(times, n);
@@ -190,8 +191,8 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ResParam(const double* times, int n, int p,
 VELKOR_EXTERN_C VELKOR_API int Cpp_PrepareIntervalData(const double* judge, int n, int m,
                                                        const double* stimes, double* data, int d,
                                                        int* nRemoved, int* flags, int* nKept,
-                                                       double* bounds, double* codes,
-                                                       double* times, double* summary) {
+                                                       double* bounds, double* codes, double* times,
+                                                       double* summary) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     auto& j = f.in(judge, n, m);
     auto& st = f.in(stimes, m);

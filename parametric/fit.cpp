@@ -17,9 +17,9 @@ namespace {
 using velkor::kEpsilon;
 using velkor::kMissing;
 
-constexpr double kEulerApprox = 0.572;     // start of the Weibull intercept above the mean (as is)
-constexpr double kEvVarianceApprox = 1.64; // pi^2 / 6, variance of the standard extreme value law
-constexpr double kScaleFloor = 1e-12;      // a Newton step may not leave the scale non-positive
+constexpr double kEulerApprox = 0.572;      // start of the Weibull intercept above the mean (as is)
+constexpr double kEvVarianceApprox = 1.64;  // pi^2 / 6, variance of the standard extreme value law
+constexpr double kScaleFloor = 1e-12;       // a Newton step may not leave the scale non-positive
 constexpr int kMaxHalvings = 10;
 
 // The observation columns shared by every fit of one analysis (raw views, n rows).
@@ -40,7 +40,10 @@ Sample MakeSample(matrix<double>* time, int n, matrix<double>* cens, matrix<doub
   if (time) nn = std::min<std::size_t>(nn, time->rows);
   if (cens) nn = std::min<std::size_t>(nn, cens->rows);
   if (weights) nn = std::min<std::size_t>(nn, weights->rows);
-  if (p > 0) nn = design && design->cols >= static_cast<std::uint32_t>(p) ? std::min<std::size_t>(nn, design->rows) : 0;
+  if (p > 0)
+    nn = design && design->cols >= static_cast<std::uint32_t>(p)
+             ? std::min<std::size_t>(nn, design->rows)
+             : 0;
   s.n = nn;
   s.y = time ? time->data : nullptr;
   s.cens = cens ? cens->data : nullptr;
@@ -73,11 +76,12 @@ bool NegativeDefinite(const double* h, std::size_t np) {
   return true;
 }
 
-// Used by the restart of Fit only. Where the Hessian is not negative definite (far from the maximum: the Weibull and log-normal
-// log-likelihoods are not concave in (beta, sigma)), the Newton direction need not rise and no
-// halving can rescue it. The step then uses H - lambda diag(|H_jj|) with the smallest lambda in
-// 1e-4, 1e-3, ... that makes it negative definite (Levenberg-Marquardt). Near the maximum the
-// Hessian is negative definite and the step is the plain Newton step.
+// Used by the restart of Fit only. Where the Hessian is not negative definite (far from the
+// maximum: the Weibull and log-normal log-likelihoods are not concave in (beta, sigma)), the Newton
+// direction need not rise and no halving can rescue it. The step then uses H - lambda diag(|H_jj|)
+// with the smallest lambda in 1e-4, 1e-3, ... that makes it negative definite
+// (Levenberg-Marquardt). Near the maximum the Hessian is negative definite and the step is the
+// plain Newton step.
 void MakeNegativeDefinite(double* h, std::size_t np) {
   if (np == 0 || NegativeDefinite(h, np)) return;
   for (std::size_t j = 0; j < np; ++j)  // a flat direction stays singular (status -2)
@@ -86,7 +90,8 @@ void MakeNegativeDefinite(double* h, std::size_t np) {
   for (std::size_t j = 0; j < np; ++j) d[j] = std::max(std::fabs(base[j * np + j]), 1e-8);
   for (double lambda = 1e-4; lambda < 1e12; lambda *= 10.0) {
     std::copy(base.begin(), base.end(), h);
-    for (std::size_t j = 0; j < np; ++j) h[j * np + j] = -std::fabs(base[j * np + j]) - lambda * d[j];
+    for (std::size_t j = 0; j < np; ++j)
+      h[j * np + j] = -std::fabs(base[j * np + j]) - lambda * d[j];
     if (NegativeDefinite(h, np)) return;
   }
 }
@@ -103,8 +108,8 @@ struct FitResult {
 
 void Evaluate(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
               const std::vector<double>& theta, double& ll, double* g, double* h) {
-  velkor::param::EvalParam(s.y, s.cens, s.upper, X, s.w, s.n, ldx, q, k, theta.data(), dist, ll,
-                           g, h);
+  velkor::param::EvalParam(s.y, s.cens, s.upper, X, s.w, s.n, ldx, q, k, theta.data(), dist, ll, g,
+                           h);
 }
 
 // Starting values (see fit.h).
@@ -123,7 +128,8 @@ void InitialValues(const Sample& s, const double* X, std::size_t ldx, int q, int
     for (int j = 0; j < q; ++j)
       std::copy(X + static_cast<std::size_t>(j) * ldx, X + static_cast<std::size_t>(j) * ldx + s.n,
                 xa.data + static_cast<std::size_t>(j) * s.n);
-    std::fill(xa.data + static_cast<std::size_t>(q) * s.n, xa.data + static_cast<std::size_t>(q + 1) * s.n, 1.0);
+    std::fill(xa.data + static_cast<std::size_t>(q) * s.n,
+              xa.data + static_cast<std::size_t>(q + 1) * s.n, 1.0);
     matrix<double> coef(static_cast<std::uint32_t>(q + 1), 1);
     OLSBasic(&xa, &yv, wp, n, q + 1, &coef, 1e-4, 1e-4);
     for (int j = 0; j <= q; ++j) theta[static_cast<std::size_t>(j)] = coef.data[j];
@@ -250,7 +256,8 @@ bool BeyondGuard(const Sample& s, const double* X, std::size_t ldx, int q, int d
   for (std::size_t i = 0; i < s.n; ++i) {
     if (s.cens[i] != 1.0 && s.cens[i] != 0.0) continue;
     double eta = theta[static_cast<std::size_t>(q)];
-    for (int j = 0; j < q; ++j) eta += X[static_cast<std::size_t>(j) * ldx + i] * theta[static_cast<std::size_t>(j)];
+    for (int j = 0; j < q; ++j)
+      eta += X[static_cast<std::size_t>(j) * ldx + i] * theta[static_cast<std::size_t>(j)];
     if ((s.y[i] - eta) / sigma >= velkor::kExpGuard) return true;
   }
   return false;
@@ -279,8 +286,8 @@ FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, i
   std::vector<double> start(N, 0.0);
   InitialValues(s, X, ldx, q, k, dist, start);
   const std::vector<double> lsStart = start;
-  FitResult r = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue,
-                           start, true, 3);
+  FitResult r =
+      NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, start, true, 3);
   auto failed = [&](const FitResult& f) {
     return f.status < 0 || !std::isfinite(f.loglik) || BeyondGuard(s, X, ldx, q, dist, f.theta);
   };
@@ -288,7 +295,8 @@ FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, i
   std::fill(start.begin(), start.end(), 0.0);
   bool haveStart = true;
   if (q > 0) {
-    const FitResult null = Fit(s, nullptr, ldx, 0, k, dist, maxIter, tol, fixIntercept, interceptValue);
+    const FitResult null =
+        Fit(s, nullptr, ldx, 0, k, dist, maxIter, tol, fixIntercept, interceptValue);
     haveStart = !failed(null) && null.converged;
     if (haveStart) {
       start[static_cast<std::size_t>(q)] = null.theta[0];
@@ -299,8 +307,8 @@ FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, i
     if (k == 2) start[N - 1] = 1.0;
   }
   if (haveStart) {
-    FitResult again = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept,
-                                 interceptValue, start, true, 0);
+    FitResult again = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue,
+                                 start, true, 0);
     if (again.converged && !failed(again)) return again;
   }
   if (r.stuck)
@@ -346,7 +354,8 @@ void CopyOut(const FitResult& f, double& loglik, matrix<double>* grad, matrix<do
   if (hess) {
     for (int c = 0; c < np; ++c)
       for (int r = 0; r < np; ++r)
-        hess->set(r + 1, c + 1, f.hess[static_cast<std::size_t>(c) * np + static_cast<std::size_t>(r)]);
+        hess->set(r + 1, c + 1,
+                  f.hess[static_cast<std::size_t>(c) * np + static_cast<std::size_t>(r)]);
   }
 }
 
@@ -439,10 +448,12 @@ int ForwardCore(const Sample& s, const double* Xall, std::size_t ldx, int p, std
 
 std::vector<double> DesignCopy(matrix<double>* design, std::size_t n, int p) {
   std::vector<double> X(n * static_cast<std::size_t>(std::max(p, 0)), 0.0);
-  if (!design || design->cols < static_cast<std::uint32_t>(std::max(p, 0)) || design->rows < n) return X;
+  if (!design || design->cols < static_cast<std::uint32_t>(std::max(p, 0)) || design->rows < n)
+    return X;
   for (int j = 0; j < p; ++j)
     for (std::size_t i = 0; i < n; ++i)
-      X[static_cast<std::size_t>(j) * n + i] = design->data[static_cast<std::size_t>(j) * design->rows + i];
+      X[static_cast<std::size_t>(j) * n + i] =
+          design->data[static_cast<std::size_t>(j) * design->rows + i];
   return X;
 }
 
@@ -455,8 +466,8 @@ int OptimizeParamModel(matrix<double>* time, int n, int p, int k, matrix<double>
                        matrix<double>* hess, matrix<double>* params) {
   if (p < 0 || k < 1 || k > 2) return -2;
   const Sample s = MakeSample(time, n, cens, bounds, weights, design, p);
-  const FitResult f = Fit(s, p > 0 ? design->data : nullptr, p > 0 ? design->rows : s.n, p, k,
-                          dist, iterations, tol, fixIntercept != 0, interceptValue);
+  const FitResult f = Fit(s, p > 0 ? design->data : nullptr, p > 0 ? design->rows : s.n, p, k, dist,
+                          iterations, tol, fixIntercept != 0, interceptValue);
   iterations = f.iterations;
   CopyOut(f, loglik, grad, hess, params);
   return f.status;
@@ -505,15 +516,16 @@ int Param_ForSelection(matrix<double>* time, int n, int p, int k, matrix<double>
   std::vector<int> cols;
   std::vector<double> Xsel;
   FitResult f;
-  const int st = ForwardCore(s, p > 0 && design ? design->data : nullptr, p > 0 && design ? design->rows : s.n, p,
-                             cols, k, dist, pEnter, iterations, tol, fixIntercept != 0,
-                             interceptValue, history, f, Xsel, steps);
+  const int st = ForwardCore(
+      s, p > 0 && design ? design->data : nullptr, p > 0 && design ? design->rows : s.n, p, cols, k,
+      dist, pEnter, iterations, tol, fixIntercept != 0, interceptValue, history, f, Xsel, steps);
   pKept = static_cast<int>(cols.size());
   iterations = f.iterations;
   CopyOut(f, loglik, grad, hess, params);
   if (design && st == 0) {
     for (int j = 0; j < pKept; ++j)
-      for (std::size_t i = 0; i < s.n; ++i) design->set(static_cast<int>(i) + 1, j + 1, Xsel[static_cast<std::size_t>(j) * s.n + i]);
+      for (std::size_t i = 0; i < s.n; ++i)
+        design->set(static_cast<int>(i) + 1, j + 1, Xsel[static_cast<std::size_t>(j) * s.n + i]);
     for (int j = p; j > pKept; --j) M_RemoveCol(design, j);
   }
   if (columns) {
@@ -611,7 +623,8 @@ void ResParam(matrix<double>* time, int n, int p, matrix<double>* cens, matrix<d
   if (!time || !cens || p < 0 || n <= 0) return;
   const bool law = dist >= 1 && dist <= 3;
   const double b0 = params ? params->at0(static_cast<std::uint64_t>(p)) : 0.0;
-  const double s = dist == 1 ? 1.0 : (params ? params->at0(static_cast<std::uint64_t>(p + 1)) : 1.0);
+  const double s =
+      dist == 1 ? 1.0 : (params ? params->at0(static_cast<std::uint64_t>(p + 1)) : 1.0);
   for (int i = 0; i < n; ++i) {
     const std::uint64_t ui = static_cast<std::uint64_t>(i);
     double eta = b0;
@@ -650,7 +663,8 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
     for (int i = 0; i < n; ++i) {
       const std::uint64_t ui = static_cast<std::uint64_t>(i);
       time->set(i + 1, std::log(time->at0(ui)));
-      if (cens && bounds && cens->at0(ui) == 3.0) bounds->set(i + 1, 2, std::log(bounds->at0(ui, 1)));
+      if (cens && bounds && cens->at0(ui) == 3.0)
+        bounds->set(i + 1, 2, std::log(bounds->at0(ui, 1)));
     }
   }
   const Sample s = MakeSample(time, n, cens, bounds, weights, design, p);
@@ -678,9 +692,9 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
     }
     Xfinal.resize(s.n * cols.size());
   } else if (method == 0) {
-    if (ForwardCore(s, p > 0 && design ? design->data : nullptr, p > 0 && design ? design->rows : s.n, p, cols, k,
-                    dist, pEnter, limit, tol, fixInt, interceptValue, history, fit, Xfinal,
-                    steps) < 0) {
+    if (ForwardCore(s, p > 0 && design ? design->data : nullptr,
+                    p > 0 && design ? design->rows : s.n, p, cols, k, dist, pEnter, limit, tol,
+                    fixInt, interceptValue, history, fit, Xfinal, steps) < 0) {
       iterations = fit.iterations;
       return -5;
     }
@@ -700,10 +714,13 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
   Evaluate(s, Xfinal.data(), s.n, q, k, dist, thetaNull, llTmp, gNull.data(), hNull.data());
   const std::vector<double> invHNull = InverseOf(hNull, np);
 
-  matrix<double> mTheta(static_cast<std::uint32_t>(np), 1, const_cast<double*>(fit.theta.data()), 0);
-  matrix<double> mInv(static_cast<std::uint32_t>(np), static_cast<std::uint32_t>(np), const_cast<double*>(invH.data()), 0);
+  matrix<double> mTheta(static_cast<std::uint32_t>(np), 1, const_cast<double*>(fit.theta.data()),
+                        0);
+  matrix<double> mInv(static_cast<std::uint32_t>(np), static_cast<std::uint32_t>(np),
+                      const_cast<double*>(invH.data()), 0);
   matrix<double> mG0(static_cast<std::uint32_t>(np), 1, gNull.data(), 0);
-  matrix<double> mInv0(static_cast<std::uint32_t>(np), static_cast<std::uint32_t>(np), const_cast<double*>(invHNull.data()), 0);
+  matrix<double> mInv0(static_cast<std::uint32_t>(np), static_cast<std::uint32_t>(np),
+                       const_cast<double*>(invHNull.data()), 0);
   matrix<double> crit2(7, 2), table(static_cast<std::uint32_t>(np), 6);
   ComputeCritParam(static_cast<int>(s.n), q, k, nullFit.loglik, fit.loglik, fit.iterations, &mTheta,
                    &mInv, &mG0, &mInv0, alpha, &crit2, &table, tests);
@@ -713,7 +730,8 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
   // full layout: position of each reduced parameter among the p + k
   const int full = p + k;
   std::vector<int> pos(N);
-  for (int j = 0; j < q; ++j) pos[static_cast<std::size_t>(j)] = cols[static_cast<std::size_t>(j)] - 1;
+  for (int j = 0; j < q; ++j)
+    pos[static_cast<std::size_t>(j)] = cols[static_cast<std::size_t>(j)] - 1;
   pos[static_cast<std::size_t>(q)] = p;
   if (k == 2) pos[N - 1] = p + 1;
   for (int j = 0; j < full; ++j) {
@@ -741,13 +759,15 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
   }
   pFinal = q;
   if (resid) {
-    matrix<double> xm(static_cast<std::uint32_t>(s.n), static_cast<std::uint32_t>(q), Xfinal.data(), 1);
+    matrix<double> xm(static_cast<std::uint32_t>(s.n), static_cast<std::uint32_t>(q), Xfinal.data(),
+                      1);
     matrix<double> r1(static_cast<std::uint32_t>(s.n), 1), r2(static_cast<std::uint32_t>(s.n), 1);
     matrix<double> r3(static_cast<std::uint32_t>(s.n), 1), r4(static_cast<std::uint32_t>(s.n), 1);
     ResParam(time, static_cast<int>(s.n), q, cens, &xm, &mTheta, dist, &r1, &r2, &r3, &r4);
     matrix<double>* rs[4] = {&r1, &r2, &r3, &r4};
     for (int c = 0; c < 4; ++c)
-      for (std::size_t i = 0; i < s.n; ++i) resid->set(static_cast<int>(i) + 1, c + 1, rs[c]->data[i]);
+      for (std::size_t i = 0; i < s.n; ++i)
+        resid->set(static_cast<int>(i) + 1, c + 1, rs[c]->data[i]);
   }
   return 0;
 }

@@ -26,6 +26,15 @@
 // With a fixed intercept the step is the Newton step of the free parameters alone (the fixed
 // row and column of the Hessian are decoupled before the step), so the constrained maximum is
 // reached; the fixed parameter never moves.
+// Safeguards (the start scale of either law can be far from the estimate, where the
+// log-likelihood is not concave in (beta, sigma) and the exponent guards even make it unbounded):
+//   - where the Hessian is not negative definite the step uses H - lambda diag|H| with the
+//     smallest lambda in 1e-4, 1e-3, ... that makes it so (Levenberg-Marquardt); elsewhere, and
+//     always near the maximum, it is the plain Newton step;
+//   - a path that fails (singular Hessian, non-finite log-likelihood, a point beyond the exponent
+//     guard) or is stuck (three consecutive iterations of failed halvings) is restarted once from
+//     the null-model estimate (coefficients 0); if that does not converge either, the plain path
+//     is run to the iteration limit and its result is returned.
 // Returns 0 when the last Newton step could invert the Hessian, -2 otherwise.
 // Cost per iteration: one pass with derivatives (likelihood.h) plus one log-likelihood pass per
 // halving, and O((p + k)^3) for the step.

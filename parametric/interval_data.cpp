@@ -10,9 +10,9 @@
 #include "core/numeric.h"
 
 int PrepareIntervalData(matrix<double>* judge, int n, int m, matrix<double>* stimes,
-                        matrix<double>* data, int d, int& nRemoved, matrix<int>* flags,
-                        int& nKept, matrix<double>* bounds, matrix<double>* codes,
-                        matrix<double>* times, matrix<double>* summary) {
+                        matrix<double>* data, int d, int& nRemoved, matrix<int>* flags, int& nKept,
+                        matrix<double>* bounds, matrix<double>* codes, matrix<double>* times,
+                        matrix<double>* summary) {
   (void)d;  // the data matrix carries its own column count
   nRemoved = 0;
   nKept = 0;
@@ -113,7 +113,8 @@ int PrepareIntervalData(matrix<double>* judge, int n, int m, matrix<double>* sti
 int TransformJudgeToInt(matrix<double>* stime, int n, int m, matrix<double>* orderKey, int nCode,
                         matrix<double>* response, matrix<double>* judge, matrix<double>* distinct) {
   if (!stime || n <= 0) return 0;
-  const int rows = static_cast<int>(std::min<std::uint32_t>(static_cast<std::uint32_t>(n), stime->rows));
+  const int rows =
+      static_cast<int>(std::min<std::uint32_t>(static_cast<std::uint32_t>(n), stime->rows));
   matrix<double> tt(static_cast<std::uint32_t>(rows), 1, stime->data, 0);
   matrix<double> key(static_cast<std::uint32_t>(rows), 1);
   matrix<double> resp(static_cast<std::uint32_t>(rows), 1);

@@ -29,9 +29,9 @@
 // beyond nKept read the codes container's spare element, which holds the last code stored, that
 // of subject n in input order); else 0. Cost O(n m + n log n).
 int PrepareIntervalData(matrix<double>* judge, int n, int m, matrix<double>* stimes,
-                        matrix<double>* data, int d, int& nRemoved, matrix<int>* flags,
-                        int& nKept, matrix<double>* bounds, matrix<double>* codes,
-                        matrix<double>* times, matrix<double>* summary);
+                        matrix<double>* data, int d, int& nRemoved, matrix<int>* flags, int& nKept,
+                        matrix<double>* bounds, matrix<double>* codes, matrix<double>* times,
+                        matrix<double>* summary);
 
 // Judgement table from a long list of (time, response) pairs.
 //   stime    n (in): the storage time of each pair;

@@ -8,7 +8,8 @@
 //   l_e = -g'/s, l_s = -g' z/s, l_ee = g''/s^2, l_es = (g'' z + g')/s^2,
 //   l_ss = (g'' z^2 + 2 g' z)/s^2.
 // For an interval, l = log D with D = F(zu) - F(zl) and c = f(z)/D, d = f'(z)/D at each bound:
-//   l_x = c_u zu_x - c_l zl_x,  l_xy = d_u zu_x zu_y + c_u zu_xy - d_l zl_x zl_y - c_l zl_xy - l_x l_y.
+//   l_x = c_u zu_x - c_l zl_x,  l_xy = d_u zu_x zu_y + c_u zu_xy - d_l zl_x zl_y - c_l zl_xy - l_x
+//   l_y.
 #include "parametric/likelihood.h"
 
 #include <algorithm>
@@ -24,9 +25,15 @@ constexpr double kLogSqrt2Pi = 0.91893853320467274178;  // log sqrt(2 pi)
 constexpr double kInvSqrt2Pi = 0.39894228040143267794;  // 1 / sqrt(2 pi)
 constexpr double kInvSqrt2 = 0.70710678118654752440;
 
-inline double NormPdf(double z) { return kInvSqrt2Pi * std::exp(-0.5 * z * z); }
-inline double NormCdf(double z) { return 0.5 * std::erfc(-z * kInvSqrt2); }
-inline double NormSurv(double z) { return 0.5 * std::erfc(z * kInvSqrt2); }
+inline double NormPdf(double z) {
+  return kInvSqrt2Pi * std::exp(-0.5 * z * z);
+}
+inline double NormCdf(double z) {
+  return 0.5 * std::erfc(-z * kInvSqrt2);
+}
+inline double NormSurv(double z) {
+  return 0.5 * std::erfc(z * kInvSqrt2);
+}
 
 // Partial derivatives of one contribution with respect to (eta, sigma).
 struct Local {
@@ -213,28 +220,19 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
 
 // Accumulators of the eta block (packed upper triangle) and the scale row.
 struct Accum {
-  int q = 0;                 // p + 1 (coefficients and intercept)
-  std::vector<double> g;     // q
-  std::vector<double> hbb;   // q (q + 1) / 2, packed by columns: (j, m), j <= m
-  std::vector<double> hbs;   // q
+  int q = 0;                // p + 1 (coefficients and intercept)
+  std::vector<double> g;    // q
+  std::vector<double> hbb;  // q (q + 1) / 2, packed by columns: (j, m), j <= m
+  std::vector<double> hbs;  // q
   double gs = 0, hss = 0;
-  explicit Accum(int qq) : q(qq), g(qq, 0.0), hbb(static_cast<std::size_t>(qq) * (qq + 1) / 2, 0.0),
-                           hbs(qq, 0.0) {}
+  explicit Accum(int qq)
+      : q(qq), g(qq, 0.0), hbb(static_cast<std::size_t>(qq) * (qq + 1) / 2, 0.0), hbs(qq, 0.0) {}
   void Add(const Accum& o) {
     for (std::size_t j = 0; j < g.size(); ++j) g[j] += o.g[j];
     for (std::size_t j = 0; j < hbb.size(); ++j) hbb[j] += o.hbb[j];
     for (std::size_t j = 0; j < hbs.size(); ++j) hbs[j] += o.hbs[j];
     gs += o.gs;
     hss += o.hss;
-  }
-  // Adds weight x (le xa, lee xa xa').
-  void AddEta(const double* xa, double le, double lee) {
-    std::size_t t = 0;
-    for (int m = 0; m < q; ++m) {
-      const double a = lee * xa[m];
-      g[m] += le * xa[m];
-      for (int j = 0; j <= m; ++j) hbb[t++] += a * xa[j];
-    }
   }
 };
 
@@ -290,7 +288,8 @@ void EvalExponential(const double* y, const double* cens, const double* upper, c
         t1 = t1 + wi;
         if constexpr (D) {
           run[0].Flush(*acc);  // the previous term stays part of the new one
-          for (int j = 0; j < q; ++j) run[0].g[static_cast<std::size_t>(j)] -= xa[static_cast<std::size_t>(j)];
+          for (int j = 0; j < q; ++j)
+            run[0].g[static_cast<std::size_t>(j)] -= xa[static_cast<std::size_t>(j)];
         }
       } else {
         const double ew = std::exp(wi);
@@ -518,7 +517,10 @@ void EvalContainers(matrix<double>* time, int n, int p, int k, matrix<double>* c
   if (time) nn = std::min<std::size_t>(nn, time->rows);
   if (cens) nn = std::min<std::size_t>(nn, cens->rows);
   if (weights) nn = std::min<std::size_t>(nn, weights->rows);
-  if (p > 0) nn = design && design->cols >= static_cast<std::uint32_t>(p) ? std::min<std::size_t>(nn, design->rows) : 0;
+  if (p > 0)
+    nn = design && design->cols >= static_cast<std::uint32_t>(p)
+             ? std::min<std::size_t>(nn, design->rows)
+             : 0;
   // the upper bounds: column 2 of the bound matrix, when there is one
   std::vector<double> upperCopy;
   const double* upper = nullptr;
@@ -529,11 +531,12 @@ void EvalContainers(matrix<double>* time, int n, int p, int k, matrix<double>* c
     upper = upperCopy.data();
   }
   std::vector<double> theta(static_cast<std::size_t>(np), 0.0);
-  for (int j = 0; j < np; ++j) theta[static_cast<std::size_t>(j)] = params ? params->at0(static_cast<std::uint64_t>(j)) : 0.0;
+  for (int j = 0; j < np; ++j)
+    theta[static_cast<std::size_t>(j)] = params ? params->at0(static_cast<std::uint64_t>(j)) : 0.0;
   if (np > 0 && k >= 1 && k <= 2) {
     velkor::param::EvalParam(time ? time->data : nullptr, cens ? cens->data : nullptr, upper,
-                             design ? design->data : nullptr, weights ? weights->data : nullptr,
-                             nn, design ? design->rows : 0, std::max(p, 0), k, theta.data(), dist,
+                             design ? design->data : nullptr, weights ? weights->data : nullptr, nn,
+                             design ? design->rows : 0, std::max(p, 0), k, theta.data(), dist,
                              loglik, derivs ? g.data() : nullptr, derivs ? h.data() : nullptr);
   }
   if (grad) {
@@ -556,17 +559,16 @@ void ComputeLogLikeParam(matrix<double>* time, int n, int p, int k, matrix<doubl
 }
 
 void ComputeDerivativesParam(matrix<double>* time, int n, int p, int k, matrix<double>* cens,
-                             matrix<double>* bounds, matrix<double>* design,
-                             matrix<double>* params, matrix<double>* weights, int dist,
-                             matrix<double>* grad, matrix<double>* hess) {
+                             matrix<double>* bounds, matrix<double>* design, matrix<double>* params,
+                             matrix<double>* weights, int dist, matrix<double>* grad,
+                             matrix<double>* hess) {
   double ll = 0.0;
   EvalContainers(time, n, p, k, cens, bounds, design, params, weights, dist, ll, grad, hess);
 }
 
-void ComputeLogLikeDerivativesParam(matrix<double>* time, int n, int p, int k,
-                                    matrix<double>* cens, matrix<double>* bounds,
-                                    matrix<double>* design, matrix<double>* params,
-                                    matrix<double>* weights, int dist, double& loglik,
-                                    matrix<double>* grad, matrix<double>* hess) {
+void ComputeLogLikeDerivativesParam(matrix<double>* time, int n, int p, int k, matrix<double>* cens,
+                                    matrix<double>* bounds, matrix<double>* design,
+                                    matrix<double>* params, matrix<double>* weights, int dist,
+                                    double& loglik, matrix<double>* grad, matrix<double>* hess) {
   EvalContainers(time, n, p, k, cens, bounds, design, params, weights, dist, loglik, grad, hess);
 }

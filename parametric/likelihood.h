@@ -53,21 +53,22 @@ void ComputeLogLikeParam(matrix<double>* time, int n, int p, int k, matrix<doubl
 // Gradient (p + k entries) and Hessian ((p + k) x (p + k), column-major, symmetric) of the same
 // log-likelihood at the same parameters.
 void ComputeDerivativesParam(matrix<double>* time, int n, int p, int k, matrix<double>* cens,
-                             matrix<double>* bounds, matrix<double>* design,
-                             matrix<double>* params, matrix<double>* weights, int dist,
-                             matrix<double>* grad, matrix<double>* hess);
+                             matrix<double>* bounds, matrix<double>* design, matrix<double>* params,
+                             matrix<double>* weights, int dist, matrix<double>* grad,
+                             matrix<double>* hess);
 
 // Both in one pass.
-void ComputeLogLikeDerivativesParam(matrix<double>* time, int n, int p, int k,
-                                    matrix<double>* cens, matrix<double>* bounds,
-                                    matrix<double>* design, matrix<double>* params,
-                                    matrix<double>* weights, int dist, double& loglik,
-                                    matrix<double>* grad, matrix<double>* hess);
+void ComputeLogLikeDerivativesParam(matrix<double>* time, int n, int p, int k, matrix<double>* cens,
+                                    matrix<double>* bounds, matrix<double>* design,
+                                    matrix<double>* params, matrix<double>* weights, int dist,
+                                    double& loglik, matrix<double>* grad, matrix<double>* hess);
 
 namespace velkor::param {
 
 // Number of law parameters of a distribution code: 1 for the exponential law, 2 otherwise.
-inline int LawParams(int dist) { return dist == 1 ? 1 : 2; }
+inline int LawParams(int dist) {
+  return dist == 1 ? 1 : 2;
+}
 
 // Raw-pointer form used by the fitting driver (no containers). grad/hess may be null for the
 // log-likelihood alone; otherwise grad has p + k entries and hess (p + k)^2.

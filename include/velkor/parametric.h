@@ -49,8 +49,8 @@ extern "C" {
 VELKOR_API int Cpp_ComputeLogLikeDerivativesParam(const double* times, int n, int p, int k,
                                                   const double* codes, const double* bounds,
                                                   const double* design, const double* params,
-                                                  const double* weights, int dist,
-                                                  double* loglik, double* grad, double* hess);
+                                                  const double* weights, int dist, double* loglik,
+                                                  double* grad, double* hess);
 
 /* Newton-Raphson maximum-likelihood fit with step halving (up to 10 halvings, then a diagonal
  * Hessian) from least-squares starting values.
@@ -60,12 +60,11 @@ VELKOR_API int Cpp_ComputeLogLikeDerivativesParam(const double* times, int n, in
  *   loglik out, 1; grad out, p + k; hess out, (p + k)^2: at the estimate;
  *   params out, p + k: the estimate.
  * Returns 0, or -2 when the last Newton step met a singular Hessian. */
-VELKOR_API int Cpp_OptimizeParamModel(const double* times, int n, int p, int k,
-                                      const double* codes, const double* bounds,
-                                      const double* design, const double* weights,
-                                      int* iterations, double tol, int dist, short fixIntercept,
-                                      double interceptValue, double* loglik, double* grad,
-                                      double* hess, double* params);
+VELKOR_API int Cpp_OptimizeParamModel(const double* times, int n, int p, int k, const double* codes,
+                                      const double* bounds, const double* design,
+                                      const double* weights, int* iterations, double tol, int dist,
+                                      short fixIntercept, double interceptValue, double* loglik,
+                                      double* grad, double* hess, double* params);
 
 /* Complete parametric regression: null model, full model or covariate selection, tables and
  * residuals.
@@ -104,12 +103,11 @@ VELKOR_API int Cpp_OptimizeParamModel(const double* times, int n, int p, int k,
  * Hessian). */
 VELKOR_API int Cpp_RunParamReg(const double* times, int n, int p, const double* codes,
                                const double* bounds, const double* design, const double* weights,
-                               int dist, int method, double pEnter, double pRemove,
-                               int* iterations, double tol, short fixIntercept,
-                               double interceptValue, short logTime, double alpha,
-                               double* params, double* cov, double* crit, double* ptable,
-                               double* tests, double* history, double* resid, double* kept,
-                               int* nKept);
+                               int dist, int method, double pEnter, double pRemove, int* iterations,
+                               double tol, short fixIntercept, double interceptValue, short logTime,
+                               double alpha, double* params, double* cov, double* crit,
+                               double* ptable, double* tests, double* history, double* resid,
+                               double* kept, int* nKept);
 
 /* Backward elimination (Cpp_Param_BackSelection) and forward selection (Cpp_Param_ForSelection)
  * by Wald tests. Fits start from least squares as in Cpp_OptimizeParamModel.
@@ -133,8 +131,8 @@ VELKOR_API int Cpp_Param_BackSelection(const double* times, int n, int p, const 
                                        const double* weights, int dist, double threshold,
                                        int* iterations, double tol, short fixIntercept,
                                        double interceptValue, double* loglik, double* params,
-                                       double* hess, double* columns, double* history,
-                                       int* nKept, int* nSteps);
+                                       double* hess, double* columns, double* history, int* nKept,
+                                       int* nSteps);
 VELKOR_API int Cpp_Param_ForSelection(const double* times, int n, int p, const double* codes,
                                       const double* bounds, const double* design,
                                       const double* weights, int dist, double threshold,
@@ -154,8 +152,8 @@ VELKOR_API int Cpp_Param_ForSelection(const double* times, int n, int p, const d
  * Returns 0. */
 VELKOR_API int Cpp_ComputeCritParam(int n, int p, int k, double llNull, double llModel,
                                     int iterations, const double* params, const double* invHess,
-                                    const double* gradNull, const double* invHessNull,
-                                    double alpha, double* crit, double* ptable, double* tests);
+                                    const double* gradNull, const double* invHessNull, double alpha,
+                                    double* crit, double* ptable, double* tests);
 
 /* Residuals of a fitted model (see Cpp_RunParamReg), each out, n:
  * stdRes (y - eta)/sigma, coxSnell -log S, martingale, deviance. A dist outside 1..3 gives
@@ -183,8 +181,8 @@ VELKOR_API int Cpp_ResParam(const double* times, int n, int p, const double* cod
  * nKept read the last code stored, that of subject n in input order: so -1 when subject n was
  * removed; the records are written all the same). */
 VELKOR_API int Cpp_PrepareIntervalData(const double* judge, int n, int m, const double* stimes,
-                                       double* data, int d, int* nRemoved, int* flags,
-                                       int* nKept, double* bounds, double* codes, double* times,
+                                       double* data, int d, int* nRemoved, int* flags, int* nKept,
+                                       double* bounds, double* codes, double* times,
                                        double* summary);
 
 /* Judgement table from a list of (storage time, response) pairs.

@@ -17,7 +17,8 @@ constexpr double kCanary = 12345.678;
 struct Guarded {
   std::vector<double> v;
   std::size_t n;
-  Guarded(std::size_t size, double init = 0.0, std::size_t pad = 4) : v(size + pad, kCanary), n(size) {
+  Guarded(std::size_t size, double init = 0.0, std::size_t pad = 4)
+      : v(size + pad, kCanary), n(size) {
     std::fill(v.begin(), v.begin() + static_cast<long>(size), init);
   }
   double* data() { return v.data(); }
@@ -52,8 +53,14 @@ struct RegOut {
   Guarded params, cov, crit, ptable, tests, history, resid, kept;
   int iterations = 50, nKept = -1, status = 0;
   RegOut(int n, int p, int k)
-      : params(p + k), cov((p + k) * (p + k)), crit(14), ptable((p + k) * 6), tests(9),
-        history(p * 4), resid(n * 4), kept(p) {}
+      : params(p + k),
+        cov((p + k) * (p + k)),
+        crit(14),
+        ptable((p + k) * 6),
+        tests(9),
+        history(p * 4),
+        resid(n * 4),
+        kept(p) {}
   bool intact() const {
     return params.intact() && cov.intact() && crit.intact() && ptable.intact() && tests.intact() &&
            history.intact() && resid.intact() && kept.intact();
@@ -61,7 +68,7 @@ struct RegOut {
 };
 
 RegOut RunReg(const double* t, int n, int p, const double* code, const double* bounds,
-           const double* x, const double* w, int dist, short logTime = -1, int method = -1) {
+              const double* x, const double* w, int dist, short logTime = -1, int method = -1) {
   RegOut r(n > 0 ? n : 0, p > 0 ? p : 0, dist == 1 ? 1 : 2);
   r.status = Cpp_RunParamReg(t, n, p, code, bounds, x, w, dist, method, 0.05, 0.1, &r.iterations,
                              1e-10, 0, 0.0, logTime, 0.05, r.params.data(), r.cov.data(),
@@ -77,7 +84,8 @@ TEST(ParametricApi, EntryPointsAgreeWithEachOther) {
   for (int dist = 1; dist <= 3; ++dist) {
     SCOPED_TRACE(dist);
     const int k = dist == 1 ? 1 : 2, np = 1 + k;
-    RegOut r = RunReg(s.t.data(), s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), s.w.data(), dist);
+    RegOut r =
+        RunReg(s.t.data(), s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), s.w.data(), dist);
     ASSERT_EQ(r.status, 0);
     EXPECT_TRUE(r.intact());
     EXPECT_EQ(r.nKept, 1);
@@ -101,18 +109,18 @@ TEST(ParametricApi, EntryPointsAgreeWithEachOther) {
     int it = 50;
     Guarded g2(np), h2(np * np), th(np);
     double ll2 = 0;
-    ASSERT_EQ(Cpp_OptimizeParamModel(y.data(), s.n, 1, k, s.code.data(), up.data(), s.x.data(),
-                                     nullptr, &it, 1e-10, dist, 0, 0.0, &ll2, g2.data(), h2.data(),
-                                     th.data()),
-              0);
+    ASSERT_EQ(
+        Cpp_OptimizeParamModel(y.data(), s.n, 1, k, s.code.data(), up.data(), s.x.data(), nullptr,
+                               &it, 1e-10, dist, 0, 0.0, &ll2, g2.data(), h2.data(), th.data()),
+        0);
     for (int j = 0; j < np; ++j) EXPECT_NEAR(th[j], r.params[j], 1e-7);
     // the criteria entry rebuilds the fitted column from the same inputs
     Guarded crit(14), pt(np * 6), tests(9);
     std::vector<double> zeros(np, 0.0);
-    ASSERT_EQ(Cpp_ComputeCritParam(s.n, 1, k, ll2 - 10, ll2, it, th.data(), r.cov.data(),
-                                   zeros.data(), r.cov.data(), 0.05, crit.data(), pt.data(),
-                                   tests.data()),
-              0);
+    ASSERT_EQ(
+        Cpp_ComputeCritParam(s.n, 1, k, ll2 - 10, ll2, it, th.data(), r.cov.data(), zeros.data(),
+                             r.cov.data(), 0.05, crit.data(), pt.data(), tests.data()),
+        0);
     EXPECT_NEAR(crit[9], -2 * ll2, 1e-9);
     EXPECT_NEAR(tests[3], 20.0, 1e-9);  // likelihood ratio -2 (L0 - L)
     EXPECT_TRUE(crit.intact() && pt.intact() && tests.intact());
@@ -138,13 +146,13 @@ TEST(ParametricApi, SelectionEntryPoints) {
     int it = 50, kept = -1, steps = -1;
     double ll = 0;
     Guarded th(4), h(16), cols(2), hist(8, -9.0);
-    const int st = forward
-                       ? Cpp_Param_ForSelection(y.data(), s.n, 2, s.code.data(), up.data(), x2.data(),
-                                                nullptr, 2, 0.05, &it, 1e-10, 0, 0.0, &ll, th.data(),
-                                                h.data(), cols.data(), hist.data(), &kept, &steps)
-                       : Cpp_Param_BackSelection(y.data(), s.n, 2, s.code.data(), up.data(), x2.data(),
-                                                 nullptr, 2, 0.05, &it, 1e-10, 0, 0.0, &ll, th.data(),
-                                                 h.data(), cols.data(), hist.data(), &kept, &steps);
+    const int st =
+        forward ? Cpp_Param_ForSelection(y.data(), s.n, 2, s.code.data(), up.data(), x2.data(),
+                                         nullptr, 2, 0.05, &it, 1e-10, 0, 0.0, &ll, th.data(),
+                                         h.data(), cols.data(), hist.data(), &kept, &steps)
+                : Cpp_Param_BackSelection(y.data(), s.n, 2, s.code.data(), up.data(), x2.data(),
+                                          nullptr, 2, 0.05, &it, 1e-10, 0, 0.0, &ll, th.data(),
+                                          h.data(), cols.data(), hist.data(), &kept, &steps);
     EXPECT_EQ(st, 0);
     EXPECT_EQ(kept, 1);
     EXPECT_EQ(cols[0], 1.0);
@@ -210,10 +218,10 @@ TEST(ParametricApi, BadInputGetsAStatusAndNoStrayWrite) {
             0);
   EXPECT_EQ(ll, 0.0);
   EXPECT_TRUE(g.intact() && h.intact());
-  EXPECT_EQ(Cpp_ComputeLogLikeDerivativesParam(s.t.data(), s.n, 1, 1, s.code.data(),
-                                               s.bounds.data(), s.x.data(), nullptr, nullptr, 2,
-                                               &ll, g.data(), h.data()),
-            VELKOR_E_NULL_ARRAY);
+  EXPECT_EQ(
+      Cpp_ComputeLogLikeDerivativesParam(s.t.data(), s.n, 1, 1, s.code.data(), s.bounds.data(),
+                                         s.x.data(), nullptr, nullptr, 2, &ll, g.data(), h.data()),
+      VELKOR_E_NULL_ARRAY);
 }
 
 TEST(ParametricApi, JudgeTablesThroughTheExports) {
@@ -224,10 +232,10 @@ TEST(ParametricApi, JudgeTablesThroughTheExports) {
   std::vector<int> flags(3 + 2, -5);
   int removed = -1, kept = -1;
   for (int i = 0; i < 3; ++i) data.v[i] = 10.0 + i;
-  EXPECT_EQ(Cpp_PrepareIntervalData(judge.data(), 3, 3, st.data(), data.data(), 1, &removed,
-                                    flags.data(), &kept, bounds.data(), codes.data(), times.data(),
-                                    summary.data()),
-            0);
+  EXPECT_EQ(
+      Cpp_PrepareIntervalData(judge.data(), 3, 3, st.data(), data.data(), 1, &removed, flags.data(),
+                              &kept, bounds.data(), codes.data(), times.data(), summary.data()),
+      0);
   EXPECT_EQ(removed, 1);
   EXPECT_EQ(kept, 2);
   EXPECT_EQ(flags[0], 2);
@@ -235,16 +243,17 @@ TEST(ParametricApi, JudgeTablesThroughTheExports) {
   EXPECT_EQ(codes[0], 3);  // subject 3: time 1
   EXPECT_EQ(codes[1], 0);  // subject 1: right-censored at 3
   EXPECT_EQ(data[0], 12.0);
-  EXPECT_TRUE(data.intact() && bounds.intact() && codes.intact() && times.intact() && summary.intact());
+  EXPECT_TRUE(data.intact() && bounds.intact() && codes.intact() && times.intact() &&
+              summary.intact());
   // bad sizes: nothing kept (-2), nothing written out of place
-  EXPECT_EQ(Cpp_PrepareIntervalData(judge.data(), 0, 3, st.data(), data.data(), 1, &removed,
-                                    flags.data(), &kept, bounds.data(), codes.data(), times.data(),
-                                    summary.data()),
-            -2);
-  EXPECT_EQ(Cpp_PrepareIntervalData(nullptr, 3, 3, st.data(), data.data(), 1, &removed,
-                                    flags.data(), &kept, bounds.data(), codes.data(), times.data(),
-                                    summary.data()),
-            VELKOR_E_NULL_ARRAY);
+  EXPECT_EQ(
+      Cpp_PrepareIntervalData(judge.data(), 0, 3, st.data(), data.data(), 1, &removed, flags.data(),
+                              &kept, bounds.data(), codes.data(), times.data(), summary.data()),
+      -2);
+  EXPECT_EQ(
+      Cpp_PrepareIntervalData(nullptr, 3, 3, st.data(), data.data(), 1, &removed, flags.data(),
+                              &kept, bounds.data(), codes.data(), times.data(), summary.data()),
+      VELKOR_E_NULL_ARRAY);
   // responses: out-of-range times and responses leave the table alone
   const std::vector<double> t = {5, 7, 5}, key = {1, 2, 3}, resp = {1, 9, 2};
   Guarded table(3 * 2, 0.0), distinct(2);

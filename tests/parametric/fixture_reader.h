@@ -29,7 +29,9 @@ inline std::vector<std::string> SplitCsv(const std::string& line) {
   return out;
 }
 
-inline std::string Dir() { return std::string(VELKOR_TEST_DATA_DIR) + "/parametric/"; }
+inline std::string Dir() {
+  return std::string(VELKOR_TEST_DATA_DIR) + "/parametric/";
+}
 
 inline DataSet ReadData(const std::string& name) {
   DataSet d;
@@ -45,7 +47,8 @@ inline DataSet ReadData(const std::string& name) {
     d.code.push_back(std::stod(c[1]));
     d.upper.push_back(std::stod(c[2]));
     d.w.push_back(std::stod(c[3]));
-    for (int j = 0; j < d.p; ++j) cols[static_cast<std::size_t>(j)].push_back(std::stod(c[static_cast<std::size_t>(4 + j)]));
+    for (int j = 0; j < d.p; ++j)
+      cols[static_cast<std::size_t>(j)].push_back(std::stod(c[static_cast<std::size_t>(4 + j)]));
   }
   d.n = static_cast<int>(d.y.size());
   for (auto& col : cols) d.x.insert(d.x.end(), col.begin(), col.end());
@@ -78,7 +81,9 @@ inline std::map<std::string, Case> ReadExpected() {
   return cases;
 }
 
-inline double RelErr(double a, double b) { return std::fabs(a - b) / std::max(1.0, std::fabs(b)); }
+inline double RelErr(double a, double b) {
+  return std::fabs(a - b) / std::max(1.0, std::fabs(b));
+}
 inline double RelErrStrict(double a, double b) {
   return std::fabs(a - b) / std::max(1e-300, std::fabs(b));
 }

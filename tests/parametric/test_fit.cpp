@@ -24,7 +24,7 @@ struct FitRun {
 };
 
 FitRun RunReg(const param_fixture::DataSet& d, int dist, bool weighted, int method = -1,
-           double pEnter = 0.05, double pRemove = 0.1, short logTime = 0, int maxIter = 100) {
+              double pEnter = 0.05, double pRemove = 0.1, short logTime = 0, int maxIter = 100) {
   const int k = dist == 1 ? 1 : 2, np = d.p + k;
   FitRun r;
   r.params.assign(np, 0);
@@ -84,7 +84,8 @@ TEST(ParamFit, ReachesTheMaximumOfTheCarriedExponentialLikelihood) {
   const FitRun r = RunReg(d, 1, false);
   ASSERT_EQ(r.status, 0);
   const auto& opt = c.values.at("optcoef");
-  for (std::size_t j = 0; j < opt.size(); ++j) EXPECT_NEAR(r.params[j], opt[j], 1e-4 * std::max(1.0, std::fabs(opt[j])));
+  for (std::size_t j = 0; j < opt.size(); ++j)
+    EXPECT_NEAR(r.params[j], opt[j], 1e-4 * std::max(1.0, std::fabs(opt[j])));
   EXPECT_GE(-0.5 * r.crit[9], c.values.at("optll")[0] - 1e-9);
 }
 
@@ -95,7 +96,8 @@ TEST(ParamFit, TimeLogarithmOptionEqualsLoggedInput) {
   for (auto& v : d.upper) v = std::exp(v);
   const FitRun raw = RunReg(d, 2, false, -1, 0.05, 0.1, -1);
   ASSERT_EQ(raw.status, 0);
-  for (std::size_t j = 0; j < raw.params.size(); ++j) EXPECT_NEAR(raw.params[j], logged.params[j], 1e-9);
+  for (std::size_t j = 0; j < raw.params.size(); ++j)
+    EXPECT_NEAR(raw.params[j], logged.params[j], 1e-9);
 }
 
 TEST(ParamFit, TablesAreConsistentWithTheFit) {
@@ -107,8 +109,8 @@ TEST(ParamFit, TablesAreConsistentWithTheFit) {
   EXPECT_EQ(r.crit[0], 137);
   EXPECT_EQ(r.crit[1], 2);
   EXPECT_EQ(r.crit[8], 7);
-  EXPECT_NEAR(r.crit[10], 2 * 7 - 2 * L, 1e-9);                         // AIC
-  EXPECT_NEAR(r.crit[11], 7 * std::log(137.0) - 2 * L, 1e-9);           // SBC
+  EXPECT_NEAR(r.crit[10], 2 * 7 - 2 * L, 1e-9);                             // AIC
+  EXPECT_NEAR(r.crit[11], 7 * std::log(137.0) - 2 * L, 1e-9);               // SBC
   EXPECT_NEAR(r.crit[12], r.crit[10] + 2.0 * 7 * 8 / (137 - 7 - 1), 1e-9);  // AICc
   EXPECT_EQ(r.crit[6], 1.0);
   EXPECT_EQ(r.crit[13], r.iterations);
@@ -118,7 +120,8 @@ TEST(ParamFit, TablesAreConsistentWithTheFit) {
   EXPECT_EQ(r.ptable[6], r.params[6]);
   for (int row = 0; row < np; ++row) {
     const double est = r.ptable[row], se = r.ptable[np + row];
-    EXPECT_NEAR(r.ptable[2 * np + row], (est / se) * (est / se), 1e-9 * (1 + r.ptable[2 * np + row]));
+    EXPECT_NEAR(r.ptable[2 * np + row], (est / se) * (est / se),
+                1e-9 * (1 + r.ptable[2 * np + row]));
     EXPECT_NEAR(r.ptable[4 * np + row], est - 1.959963984540054 * se, 1e-9);
     EXPECT_NEAR(r.ptable[5 * np + row], est + 1.959963984540054 * se, 1e-9);
   }
@@ -146,8 +149,8 @@ TEST(ParamFit, BackwardAndForwardSelectionRecordTheirSteps) {
   EXPECT_EQ(b.params[0], 0.0);
   EXPECT_EQ(b.ptable[7 + 1], velkor::kMissing);  // row of trt, standard error
   for (int s = 0; s < 4; ++s) {
-    EXPECT_EQ(b.history[d.p + s], 4 - s);               // covariates left
-    EXPECT_GE(b.history[3 * d.p + s], 0.05);            // p-value of the removed covariate
+    EXPECT_EQ(b.history[d.p + s], 4 - s);     // covariates left
+    EXPECT_GE(b.history[3 * d.p + s], 0.05);  // p-value of the removed covariate
   }
   // forward enters karno first and stops at the same model
   const FitRun f = RunReg(d, 2, false, 0, 0.05, 0.05);

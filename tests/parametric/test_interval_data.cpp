@@ -38,27 +38,31 @@ Prepared Prepare(const std::vector<std::vector<double>>& rows, const std::vector
 }  // namespace
 
 TEST(IntervalData, RecordsOrderingRemovalAndSummary) {
-  const Prepared p = Prepare({{1, 1, 1, 1},    // right-censored at t_4 = 6
-                              {0, 1, 1, 1},    // removed: negative at the first time
-                              {1, 0, 0, 0},    // t_1 = 0: interval moves to (t_2, t_3]
-                              {1, 1, 0, 1},    // positive again after the first negative: left
-                              {1, 0, 1, 0},    // reversal: left, then interval up to t_4
-                              {1, 1, 1, 0}},   // interval (t_3, t_4]
+  const Prepared p = Prepare({{1, 1, 1, 1},   // right-censored at t_4 = 6
+                              {0, 1, 1, 1},   // removed: negative at the first time
+                              {1, 0, 0, 0},   // t_1 = 0: interval moves to (t_2, t_3]
+                              {1, 1, 0, 1},   // positive again after the first negative: left
+                              {1, 0, 1, 0},   // reversal: left, then interval up to t_4
+                              {1, 1, 1, 0}},  // interval (t_3, t_4]
                              {0, 2, 4, 6});
   EXPECT_EQ(p.status, 0);
   EXPECT_EQ(p.removed, 1);
   EXPECT_EQ(p.kept, 5);
   EXPECT_EQ(p.flags[0], 2);  // the removed subject's input row
   // records in increasing time order (stable): subjects 3, 5, 4, 6, 1
-  EXPECT_EQ(std::vector<double>(p.data.begin(), p.data.begin() + 5), (std::vector<double>{3, 5, 4, 6, 1}));
-  EXPECT_EQ(std::vector<double>(p.codes.begin(), p.codes.begin() + 5), (std::vector<double>{3, 3, 2, 3, 0}));
-  EXPECT_EQ(std::vector<double>(p.times.begin(), p.times.begin() + 5), (std::vector<double>{2, 2, 4, 4, 6}));
+  EXPECT_EQ(std::vector<double>(p.data.begin(), p.data.begin() + 5),
+            (std::vector<double>{3, 5, 4, 6, 1}));
+  EXPECT_EQ(std::vector<double>(p.codes.begin(), p.codes.begin() + 5),
+            (std::vector<double>{3, 3, 2, 3, 0}));
+  EXPECT_EQ(std::vector<double>(p.times.begin(), p.times.begin() + 5),
+            (std::vector<double>{2, 2, 4, 4, 6}));
   // bounds: a kept x 2 table in the first 10 elements (lower, then upper)
   EXPECT_EQ(std::vector<double>(p.bounds.begin(), p.bounds.begin() + 10),
             (std::vector<double>{2, 2, 2, 4, 0, 4, 6, 4, 6, 0}));
   EXPECT_EQ(p.codes[5], -7);  // beyond the kept rows the caller's values stay
   // summary over rows 1..5 of the judge table, percentages over all 6 subjects
-  EXPECT_EQ(std::vector<double>(p.summary.begin(), p.summary.begin() + 4), (std::vector<double>{4, 3, 3, 3}));
+  EXPECT_EQ(std::vector<double>(p.summary.begin(), p.summary.begin() + 4),
+            (std::vector<double>{4, 3, 3, 3}));
   EXPECT_DOUBLE_EQ(p.summary[4], 4 * 100.0 / 6);
   EXPECT_DOUBLE_EQ(p.summary[7], 3 * 100.0 / 6);
 }

@@ -43,7 +43,8 @@ struct Eval {
 
 Eval Evaluate(Sample& s, const std::vector<double>& theta, int k, int dist) {
   const int np = s.p + k;
-  matrix<double> y(s.n, 1, s.y.data(), 1), c(s.n, 1, s.code.data(), 1), b(s.n, 2, s.bounds.data(), 1);
+  matrix<double> y(s.n, 1, s.y.data(), 1), c(s.n, 1, s.code.data(), 1),
+      b(s.n, 2, s.bounds.data(), 1);
   matrix<double> x(s.n, s.p, s.x.data(), 1), w(s.n, 1, s.w.data(), 1);
   matrix<double> th(np, 1, const_cast<double*>(theta.data()), 0), g(np, 1), h(np, np);
   Eval e;
@@ -169,8 +170,10 @@ TEST(ParamLikelihood, ValuesMatchTheFormulasEvaluatedInR) {
       if (!c.weighted) d.w.assign(d.w.size(), 1.0);
       std::vector<double> b = d.bounds(), theta = th->second;
       const int k = c.dist == 1 ? 1 : 2;
-      matrix<double> y(d.n, 1, d.y.data(), 1), code(d.n, 1, d.code.data(), 1), mb(d.n, 2, b.data(), 1);
-      matrix<double> x(d.n, d.p, d.x.data(), 1), w(d.n, 1, d.w.data(), 1), mt(d.p + k, 1, theta.data(), 1);
+      matrix<double> y(d.n, 1, d.y.data(), 1), code(d.n, 1, d.code.data(), 1),
+          mb(d.n, 2, b.data(), 1);
+      matrix<double> x(d.n, d.p, d.x.data(), 1), w(d.n, 1, d.w.data(), 1),
+          mt(d.p + k, 1, theta.data(), 1);
       double ll = 0;
       ComputeLogLikeParam(&y, d.n, d.p, k, &code, &mb, &x, &mt, &w, c.dist, ll);
       const double ref = c.values.at("pt" + std::to_string(j) + "_ll")[0];
