@@ -288,16 +288,19 @@ FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, i
   const std::vector<double> lsStart = start;
   FitResult r =
       NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, start, true, 3);
-  auto failed = [&](const FitResult& f) {
-    return f.status < 0 || !std::isfinite(f.loglik) || BeyondGuard(s, X, ldx, q, dist, f.theta);
+  // a fit of the model with `cols` covariates (X) that failed
+  auto failedWith = [&](const FitResult& f, const double* Xf, int cols) {
+    return f.status < 0 || !std::isfinite(f.loglik) ||
+           BeyondGuard(s, Xf, ldx, cols, dist, f.theta);
   };
+  auto failed = [&](const FitResult& f) { return failedWith(f, X, q); };
   if (dist < 1 || dist > 3 || (!failed(r) && !r.stuck)) return r;
   std::fill(start.begin(), start.end(), 0.0);
   bool haveStart = true;
   if (q > 0) {
     const FitResult null =
         Fit(s, nullptr, ldx, 0, k, dist, maxIter, tol, fixIntercept, interceptValue);
-    haveStart = !failed(null) && null.converged;
+    haveStart = !failedWith(null, nullptr, 0) && null.converged;
     if (haveStart) {
       start[static_cast<std::size_t>(q)] = null.theta[0];
       if (k == 2) start[N - 1] = null.theta[1];
