@@ -2,7 +2,8 @@
 // residuals: what survreg also does) and of one log-likelihood-with-derivatives pass, on the
 // data written by bench/parametric_r.R (set VELKOR_PARAM_BENCH_DIR; bench/parametric_compare.sh
 // runs both and prints the comparison). Without that directory it generates comparable data.
-// Counters: iterations of the final fit.
+// Counters: iterations of the final fit. CPU time is that of the whole process (all OpenMP
+// threads), comparable with the CPU time R reports.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -128,10 +129,12 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark(("regression/" + scen).c_str(), Regression, scen, dist)
             ->Arg(n)
             ->Iterations(reps)
+            ->MeasureProcessCPUTime()
             ->Unit(benchmark::kMillisecond);
         benchmark::RegisterBenchmark(("onepass/" + scen).c_str(), OnePass, scen, dist)
             ->Arg(n)
             ->Iterations(reps)
+            ->MeasureProcessCPUTime()
             ->Unit(benchmark::kMillisecond);
       }
     }

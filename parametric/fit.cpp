@@ -263,38 +263,39 @@ bool BeyondGuard(const Sample& s, const double* X, std::size_t ldx, int q, int d
   return false;
 }
 
-// The fit of OptimizeParamModel: Newton-Raphson from the least-squares start, exactly as
-// described in fit.h. Far from the maximum that path can fail: the Weibull start scale
-// 0.5 ln(4 var / 1.64) and the log-normal start scale (the variance, not the standard deviation)
-// can be far from the estimate, where the log-likelihood is not concave in (beta, sigma), the
-// Newton direction does not rise, and the diagonal fallback with its stale gradient only drifts;
-// with the exponent guards the path can even escape to where the guarded terms make the
-// log-likelihood grow without bound. So:
-//   1. the plain path runs; three consecutive iterations of failed halvings mark it as stuck;
+// The fit of OptimizeParamModel: Newton-Raphson from the least-squares start as described in
+// fit.h. Far from the maximum that path can fail: the Weibull start scale 0.5 ln(4 var / 1.64)
+// and the log-normal start scale (the variance, not the standard deviation) can be far from the
+// estimate, where the log-likelihood is not concave in (beta, sigma), the Newton direction does
+// not rise, and the diagonal fallback with its stale gradient only drifts; with the exponent
+// guards the path can even escape to where the guarded terms make the log-likelihood grow
+// without bound. So:
+//   1. the path runs with safeguarded steps (MakeNegativeDefinite: the plain Newton step wherever
+//      the Hessian is negative definite); three consecutive iterations of failed halvings mark it
+//      as stuck;
 //   2. if it failed (singular Hessian, non-finite log-likelihood, a point beyond the guard) or is
 //      stuck, the fit restarts, with the same iteration limit, from the null-model estimate
 //      (coefficients 0, intercept and scale of the covariate-free fit; for that fit itself, a
-//      unit scale) with safeguarded steps (MakeNegativeDefinite), and that result is returned
-//      when it converges without failing;
-//   3. otherwise the plain path's result is returned, run to the iteration limit when it had
-//      been stopped as stuck, so that a fit without a better answer ends as the plain algorithm
-//      does (status, iteration count).
-// Where the plain path converges, it is the result; no other fit is made.
+//      unit scale), and that result is returned when it converges without failing;
+//   3. otherwise the first path's result is returned, run to the iteration limit when it had
+//      been stopped as stuck, so that a fit without a better answer ends as the algorithm does
+//      (status, iteration count). With a law code outside 1..3 only this path runs.
+// Where the first path converges, it is the result; no other fit is made.
 FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
               int maxIter, double tol, bool fixIntercept, double interceptValue) {
   const std::size_t N = static_cast<std::size_t>(q + k);
   std::vector<double> start(N, 0.0);
   InitialValues(s, X, ldx, q, k, dist, start);
   const std::vector<double> lsStart = start;
-  FitResult r =
-      NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, start, true, 3);
+  const bool lawKnown = dist >= 1 && dist <= 3;
+  FitResult r = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, start,
+                           true, lawKnown ? 3 : 0);
   // a fit of the model with `cols` covariates (X) that failed
   auto failedWith = [&](const FitResult& f, const double* Xf, int cols) {
-    return f.status < 0 || !std::isfinite(f.loglik) ||
-           BeyondGuard(s, Xf, ldx, cols, dist, f.theta);
+    return f.status < 0 || !std::isfinite(f.loglik) || BeyondGuard(s, Xf, ldx, cols, dist, f.theta);
   };
   auto failed = [&](const FitResult& f) { return failedWith(f, X, q); };
-  if (dist < 1 || dist > 3 || (!failed(r) && !r.stuck)) return r;
+  if (!lawKnown || (!failed(r) && !r.stuck)) return r;
   std::fill(start.begin(), start.end(), 0.0);
   bool haveStart = true;
   if (q > 0) {
@@ -315,8 +316,8 @@ FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, i
     if (again.converged && !failed(again)) return again;
   }
   if (r.stuck)
-    r = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, lsStart,
-                   false, 0);
+    r = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, lsStart, true,
+                   0);
   return r;
 }
 
@@ -683,8 +684,9 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
     for (int j = 1; j <= p; ++j) cols.push_back(j);
     fit = Fit(s, Xfinal.data(), s.n, p, k, dist, limit, tol, fixInt, interceptValue);
     iterations = fit.iterations;
-    if (fit.status < 0) return -5;
+    // in this order: a fit that never converges (a singular Hessian included) ends at the limit
     if (fit.iterations == limit) return -1;
+    if (fit.status < 0) return -5;
   } else if (method == 1) {
     Xfinal = DesignCopy(design, s.n, p);
     for (int j = 1; j <= p; ++j) cols.push_back(j);

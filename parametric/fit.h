@@ -116,7 +116,8 @@ void ResParam(matrix<double>* time, int n, int p, matrix<double>* cens, matrix<d
 //   their content), resid (n x 4: the four residual vectors of ResParam as columns),
 //   kept (p: 1 for a covariate in the final model, 0 otherwise), pFinal (covariates kept).
 // Returns 0; -1 when the full model (method -1) used the whole iteration limit (no criteria or
-// residuals then); -5 when the full fit or a selection returned a negative status.
+// residuals then; checked first, so a Hessian that stays singular ends here); -5 when the full
+// fit or a selection returned a negative status.
 int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix<double>* bounds,
                 matrix<double>* design, matrix<double>* weights, int dist, int method,
                 double pEnter, double pRemove, int& iterations, double tol, short fixIntercept,

@@ -99,8 +99,10 @@ VELKOR_API int Cpp_OptimizeParamModel(const double* times, int n, int p, int k, 
  *   kept    out, p: 1 for a covariate in the final model, 0 otherwise;
  *   nKept   out, 1: number of covariates in the final model.
  * Returns 0; -1 when the full model (method -1) used the whole iteration limit (criteria, tables
- * and residuals are then not computed); -5 when the full fit or a selection failed (singular
- * Hessian). */
+ * and residuals are then not computed; a Hessian that stays singular, as with a law code outside
+ * 1..3, or a likelihood without a finite maximum, as with every observation censored, ends
+ * there); -5 when the full fit returned a negative status before the limit or a fit inside a
+ * selection failed (singular Hessian). */
 VELKOR_API int Cpp_RunParamReg(const double* times, int n, int p, const double* codes,
                                const double* bounds, const double* design, const double* weights,
                                int dist, int method, double pEnter, double pRemove, int* iterations,

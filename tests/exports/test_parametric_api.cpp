@@ -178,8 +178,12 @@ TEST(ParametricApi, BadInputGetsAStatusAndNoStrayWrite) {
   EXPECT_EQ(r.params[0], 0.0);
   r = RunReg(s.t.data(), s.n, 1, s.code.data(), s.bounds.data(), nullptr, nullptr, 2);
   EXPECT_EQ(r.status, VELKOR_E_NULL_ARRAY);
-  // law outside 1..3: flat likelihood, the fit fails with -5
+  // law outside 1..3: flat likelihood, singular Hessian: no convergence (-1), and -5 when the
+  // failing fit is part of a selection
   r = RunReg(s.t.data(), s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), nullptr, 9);
+  EXPECT_EQ(r.status, -1);
+  EXPECT_TRUE(r.intact());
+  r = RunReg(s.t.data(), s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), nullptr, 9, -1, 0);
   EXPECT_EQ(r.status, -5);
   EXPECT_TRUE(r.intact());
   // non-positive time with the logarithm option, NaN time, upper bound below lower bound
