@@ -433,7 +433,8 @@ void EvalScaleLawChunked(const double* y, const double* cens, const double* uppe
   std::vector<Accum> parts;
   if constexpr (D) parts.assign(nChunks, Accum(p + 1));
   const long long nc = static_cast<long long>(nChunks);
-#pragma omp parallel for schedule(static)
+  // threads only where there is enough work to pay for them (n >= 8 chunks)
+#pragma omp parallel for schedule(static) if (nChunks >= 8)
   for (long long c = 0; c < nc; ++c) {
     const std::size_t c0 = static_cast<std::size_t>(c) * kChunk;
     const std::size_t len = std::min(kChunk, n - c0);
