@@ -189,10 +189,10 @@ TEST(ParamLikelihood, ValuesMatchTheFormulasEvaluatedInR) {
 #endif
 
 TEST(ParamLikelihood, ChunkedPassesAddUpAndIgnoreTheThreadCount) {
-  // 40000 rows span three chunks of the parallel pass: the totals equal the sum of the pieces
-  // evaluated separately, and one thread or two give the same bits.
+  // 140000 rows span nine chunks, enough for the pass to use threads: the totals equal the sum of
+  // the pieces evaluated separately, and one thread or two give the same bits.
   std::vector<double> codes;
-  for (int i = 0; i < 40000; ++i) codes.push_back(static_cast<double>((i * 7) % 4));
+  for (int i = 0; i < 140000; ++i) codes.push_back(static_cast<double>((i * 7) % 4));
   Sample s = MakeSample(codes, true);
   for (int dist = 2; dist <= 3; ++dist) {
     const std::vector<double> theta = {0.3, -0.15, 0.2, 0.8};
@@ -213,19 +213,19 @@ TEST(ParamLikelihood, ChunkedPassesAddUpAndIgnoreTheThreadCount) {
     sum.h.assign(16, 0.0);
     for (int part = 0; part < 4; ++part) {
       Sample piece;
-      const int lo = part * 10000, hi = lo + 10000;
+      const int lo = part * 35000, hi = lo + 35000;
       std::vector<double> up;
       for (int i = lo; i < hi; ++i) {
         piece.y.push_back(s.y[i]);
         piece.code.push_back(s.code[i]);
         piece.w.push_back(s.w[i]);
-        up.push_back(s.bounds[40000 + i]);
+        up.push_back(s.bounds[140000 + i]);
       }
       for (int j = 0; j < 2; ++j)
-        for (int i = lo; i < hi; ++i) piece.x.push_back(s.x[j * 40000 + i]);
+        for (int i = lo; i < hi; ++i) piece.x.push_back(s.x[j * 140000 + i]);
       piece.bounds = piece.y;
       piece.bounds.insert(piece.bounds.end(), up.begin(), up.end());
-      piece.n = 10000;
+      piece.n = 35000;
       const Eval e = Evaluate(piece, theta, 2, dist);
       sum.ll += e.ll;
       for (int j = 0; j < 4; ++j) sum.g[j] += e.g[j];
