@@ -55,7 +55,8 @@ emit <- function(name, df, formula, ties, stratvar = NULL) {
     sprintf("%.17g", fit$loglik[1]), ", ", sprintf("%.17g", fit$loglik[2]), ", ",
     sprintf("%.17g", sfit$logtest["test"]), ", ", sprintf("%.17g", sfit$logtest["pvalue"]), ", ",
     sprintf("%.17g", sfit$sctest["test"]), ", ", sprintf("%.17g", sfit$sctest["pvalue"]), ", ",
-    sprintf("%.17g", sfit$waittest["test"]), ", ", sprintf("%.17g", sfit$waittest["pvalue"]), ", ",
+    sprintf("%.17g", fit$wald.test), ", ",
+    sprintf("%.17g", pchisq(fit$wald.test, p, lower.tail = FALSE)), ", ",
     fit$iter, "};\n\n")
   cases[[length(cases) + 1]] <<- name
 }
