@@ -33,8 +33,11 @@ struct Fitter {
   FitResult r;
   std::vector<double> prev, step, aliased;
 
+  std::vector<double> rows;  // the design row by row, built once per fit
+  RiskWorkspace work;
+
   Fitter(const CoxProblem& pr, const double* x, std::size_t ld, int nq)
-      : prob(pr), X(x), ldx(ld), q(nq) {
+      : prob(pr), X(x), ldx(ld), q(nq), rows(RowMajorCopy(x, ld, pr.layout->n, nq)) {
     const auto uq = static_cast<std::size_t>(q < 0 ? 0 : q);
     r.beta.assign(uq, 0.0);
     r.se.assign(uq, 0.0);
@@ -50,7 +53,7 @@ struct Fitter {
 
   void Evaluate() {
     EvaluateRiskSets(*prob.layout, X, ldx, q, prob.w, r.beta.data(), prob.terms, r.loglik,
-                     r.grad.data(), r.hess.data());
+                     r.grad.data(), r.hess.data(), rows.data(), &work);
   }
 
   // Step halving (k = -1 .. -10): returns true when a point gaining more than epsilon over

@@ -93,9 +93,14 @@ void StoreFit(COX_Param& param, cCOX_Results& res, const FitResult& f, const std
     if (b == 0.0) res.zeroCoefficient = 1.0;
   res.inModel = VectI(static_cast<std::uint32_t>(res.p), 0);
   for (int c : cols) res.inModel.setElement(static_cast<std::uint32_t>(c), 1);
-  std::vector<double> means;
-  CentredColumns(res, AllColumns(res.p), means);
-  res.means = ToVect(means);
+  res.means = VectD(static_cast<std::uint32_t>(res.p), 0.0);
+  const auto n = static_cast<std::size_t>(res.n);
+  for (int j = 0; j < res.p && n > 0; ++j) {
+    const double* col = res.design.data + static_cast<std::size_t>(j) * n;
+    double sum = 0.0;
+    for (std::size_t i = 0; i < n; ++i) sum += col[i];
+    res.means.data[j] = sum / static_cast<double>(n);
+  }
 }
 
 std::vector<int> VariableCoefs(const cCOX_Results& res) {
@@ -185,12 +190,11 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   // Containers for the shared preparation: the design carries two more columns, the case
   // weights and the data-set row numbers, so that they move with their rows.
   const auto up = static_cast<std::uint32_t>(p);
-  matrix<double> t(n, 1), st(n, 1), col2(n, 1), col3(n, 1), X(n, up + 2), key(n, 1);
+  matrix<double> t(n, 1), st(n, 1), X(n, up + 2), key(n, 1);
   for (std::uint32_t r = 0; r < n; ++r) {
     const std::size_t i = keep[r];
     t.data[r] = time->data[i];
     st.data[r] = status->data[i];
-    col3.data[r] = 1.0;
     key.data[r] = strata ? strata->data[i] : 0.0;
     std::size_t j = 0;
     for (const VectD* c : quant) X.data[(j++) * n + r] = c->data[i];
@@ -203,12 +207,16 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
     X.data[static_cast<std::size_t>(up + 1) * n + r] = static_cast<double>(i);
   }
   // Strata: distinct keys in ascending order and their row counts.
-  std::vector<double> keys(key.data, key.data + n);
-  std::sort(keys.begin(), keys.end());
   std::vector<double> sizes;
-  for (std::size_t i = 0; i < keys.size(); ++i) {
-    if (i == 0 || keys[i] != keys[i - 1]) sizes.push_back(0.0);
-    sizes.back() += 1.0;
+  if (strata) {
+    std::vector<double> keys(key.data, key.data + n);
+    std::sort(keys.begin(), keys.end());
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+      if (i == 0 || keys[i] != keys[i - 1]) sizes.push_back(0.0);
+      sizes.back() += 1.0;
+    }
+  } else if (n > 0) {
+    sizes.push_back(static_cast<double>(n));
   }
   const int m = sizes.empty() ? 1 : static_cast<int>(sizes.size());
   if (sizes.empty()) sizes.push_back(0.0);
@@ -218,7 +226,7 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   const auto um = static_cast<std::uint32_t>(m);
   matrix<int> nTimes(um, 1), nCens(um, 1), bStart(um, K), bSize(um, K), bEvents(um, K);
   int maxTimes = 0;
-  const int rc = cReorganizeDataCox(&t, static_cast<int>(n), p + 2, &st, &col2, &col3, &X, &key,
+  const int rc = cReorganizeDataCox(&t, static_cast<int>(n), p + 2, &st, nullptr, nullptr, &X, &key,
                                     &sizeM, m, &nTimes, &nCens, &bStart, &bSize, &bEvents, &maxTimes);
   if (rc != 0) return rc;
 

@@ -1,5 +1,6 @@
 #include "cox/risk_sets.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "core/numeric.h"
@@ -18,15 +19,38 @@ struct Moments {
     for (double& v : a) v = 0.0;
     for (double& v : c) v = 0.0;
   }
-  // Adds the row x (p values) with factor e.
+  // Adds the row x (p values) with factor e. Small p (the usual case) runs through loops whose
+  // bounds are compile-time constants, which the compiler unrolls.
   void Add(const double* x, double e) {
     s += e;
+    switch (a.size()) {
+      case 1: return AddFixed<1>(x, e);
+      case 2: return AddFixed<2>(x, e);
+      case 3: return AddFixed<3>(x, e);
+      case 4: return AddFixed<4>(x, e);
+      case 5: return AddFixed<5>(x, e);
+      case 6: return AddFixed<6>(x, e);
+      case 7: return AddFixed<7>(x, e);
+      case 8: return AddFixed<8>(x, e);
+      default: break;
+    }
     const std::size_t p = a.size();
     std::size_t idx = 0;
     for (std::size_t col = 0; col < p; ++col) {
       const double ex = e * x[col];
       a[col] += ex;
       for (std::size_t r = 0; r <= col; ++r) c[idx++] += ex * x[r];
+    }
+  }
+  template <int P>
+  void AddFixed(const double* x, double e) {
+    double* pa = a.data();
+    double* pc = c.data();
+    int idx = 0;
+    for (int col = 0; col < P; ++col) {
+      const double ex = e * x[col];
+      pa[col] += ex;
+      for (int r = 0; r <= col; ++r) pc[idx++] += ex * x[r];
     }
   }
 };
@@ -38,16 +62,36 @@ struct Evaluation {
   std::size_t ldx;
   int p;
   const double* w;
+  const double* rm;  // row-major design, or null
   TieTerms terms;
-  std::vector<double> eta, xrow, grad, hess;  // hess: packed upper triangle
+  RiskWorkspace own;
+  std::vector<double>& eta;  // x_i' beta
+  std::vector<double>& ex;   // exp(eta_i) once row i is added to the risk sums
+  std::vector<double> xrow, grad, hess;  // hess: packed upper triangle
   double loglik = 0.0;
   Moments risk, tied;
+  std::vector<double> mean;  // (A - f B) / (S - f T) of the current term
 
   Evaluation(const RiskLayout& l, const double* x, std::size_t ld, int np, const double* wt,
-             const double* beta, TieTerms t)
-      : lay(l), X(x), ldx(ld), p(np), w(wt), terms(t), eta(l.n, 0.0),
+             const double* beta, TieTerms t, const double* rowMajor = nullptr,
+             RiskWorkspace* work = nullptr)
+      : lay(l), X(x), ldx(ld), p(np), w(wt), rm(rowMajor), terms(t),
+        eta(work ? work->eta : own.eta), ex(work ? work->ex : own.ex),
         xrow(static_cast<std::size_t>(np), 0.0), grad(static_cast<std::size_t>(np), 0.0),
-        hess(Moments::Packed(np), 0.0), risk(np), tied(np) {
+        hess(Moments::Packed(np), 0.0), risk(np), tied(np), mean(static_cast<std::size_t>(np), 0.0) {
+    eta.resize(lay.n);
+    ex.resize(lay.n);
+    if (rm) {
+      const auto up = static_cast<std::size_t>(p);
+      for (std::size_t i = 0; i < lay.n; ++i) {
+        const double* r = rm + i * up;
+        double s = 0.0;
+        for (std::size_t j = 0; j < up; ++j) s += r[j] * beta[j];
+        eta[i] = s;
+      }
+      return;
+    }
+    std::fill(eta.begin(), eta.end(), 0.0);
     for (int j = 0; j < p; ++j) {
       const double b = beta[j];
       const double* col = X + static_cast<std::size_t>(j) * ldx;
@@ -56,6 +100,7 @@ struct Evaluation {
   }
 
   const double* Row(std::size_t i) {
+    if (rm) return rm + i * static_cast<std::size_t>(p);
     for (int j = 0; j < p; ++j) xrow[static_cast<std::size_t>(j)] = X[static_cast<std::size_t>(j) * ldx + i];
     return xrow.data();
   }
@@ -63,26 +108,55 @@ struct Evaluation {
   // Adds row i to the risk-set sums unless its linear predictor reaches the exponent guard
   // (skipped, not clamped: exp(700) is the last value an accumulation over many rows can hold).
   void AddToRisk(std::size_t i) {
-    if (!(eta[i] < kExpGuard)) return;
-    risk.Add(Row(i), std::exp(eta[i]));
+    if (!(eta[i] < kExpGuard)) {
+      ex[i] = 0.0;
+      return;
+    }
+    ex[i] = eta[i] == 0.0 ? 1.0 : std::exp(eta[i]);  // beta = 0, the first evaluation of a fit
+    risk.Add(Row(i), ex[i]);
   }
 
   // The event term of one distinct time: weighted block sum of x (and of eta for the
   // log-likelihood), then the ties terms from the risk-set and tied-block sums.
-  void TimeTerms(const TiedBlock& b) {
+  // The beta-free event terms: W_k of each block and the sum of w_i x_i over the event rows of
+  // the blocks with events (censored rows carry event weight 0 and never enter).
+  void EventTerms(RiskWorkspace& ws) {
+    const auto up = static_cast<std::size_t>(p);
+    ws.blockWeight.assign(lay.blocks.size(), 0.0);
+    ws.eventSum.assign(up, 0.0);
+    for (std::size_t k = 0; k < lay.blocks.size(); ++k) {
+      const TiedBlock& b = lay.blocks[k];
+      if (b.events <= 0) continue;
+      for (std::size_t i = b.start; i < static_cast<std::size_t>(b.start) + b.size; ++i) {
+        const double wi = w[i];
+        if (wi == 0.0) continue;
+        ws.blockWeight[k] += wi;
+        const double* x = Row(i);
+        for (std::size_t j = 0; j < up; ++j) ws.eventSum[j] += wi * x[j];
+      }
+    }
+    ws.eventTermsReady = true;
+  }
+
+  // Adds sum_events w_i x_i' beta to the log-likelihood and sum_events w_i x_i to the gradient.
+  void LinearTerms(const RiskWorkspace& ws, const double* beta) {
+    for (std::size_t j = 0; j < static_cast<std::size_t>(p); ++j) {
+      loglik += ws.eventSum[j] * beta[j];
+      grad[j] += ws.eventSum[j];
+    }
+  }
+
+  // The ties terms of block k (wsum = W_k) from the risk-set sums and, for Efron, the tied sums.
+  void TimeTerms(const TiedBlock& b, double wsum) {
     const int d = b.events;
     if (d <= 0) return;  // a time with only censored rows contributes nothing
-    double wsum = 0.0;
-    const bool efron = terms == TieTerms::EfronWeighted;
-    if (efron) tied.Clear();
-    for (std::size_t i = b.start; i < static_cast<std::size_t>(b.start) + b.size; ++i) {
-      const double wi = w[i];
-      if (wi == 0.0) continue;  // censored rows carry event weight 0
-      wsum += wi;
-      loglik += wi * eta[i];
-      const double* x = Row(i);
-      for (int j = 0; j < p; ++j) grad[static_cast<std::size_t>(j)] += wi * x[j];
-      if (efron && eta[i] < kExpGuard) tied.Add(x, wi * std::exp(eta[i]));
+    if (terms == TieTerms::EfronWeighted && d > 1) {  // f_1 = 0: a single event needs no T_k
+      tied.Clear();
+      for (std::size_t i = b.start; i < static_cast<std::size_t>(b.start) + b.size; ++i) {
+        const double wi = w[i];
+        if (wi == 0.0 || !(eta[i] < kExpGuard)) continue;
+        tied.Add(Row(i), wi * ex[i]);  // ex is current: the block's rows are in R_k
+      }
     }
     const double S = risk.s;
     if (!(S > kEpsilon)) return;  // vanishing risk set: the time contributes nothing more
@@ -107,18 +181,16 @@ struct Evaluation {
     AddMoments(c, den, f);
   }
   void AddMoments(double c, double den, double f) {
-    std::size_t idx = 0;
-    for (int col = 0; col < p; ++col) {
-      const auto uc = static_cast<std::size_t>(col);
-      const double ac = (risk.a[uc] - f * tied.a[uc]) / den;
-      grad[uc] -= c * ac;
-      for (int r = 0; r <= col; ++r, ++idx) {
-        const auto ur = static_cast<std::size_t>(r);
-        const double ar = (risk.a[ur] - f * tied.a[ur]) / den;
-        const double second = (risk.c[idx] - f * tied.c[idx]) / den;
-        hess[idx] -= c * (second - ar * ac);
-      }
+    const auto up = static_cast<std::size_t>(p);
+    const double inv = 1.0 / den;
+    for (std::size_t r = 0; r < up; ++r) {
+      mean[r] = (risk.a[r] - f * tied.a[r]) * inv;
+      grad[r] -= c * mean[r];
     }
+    std::size_t idx = 0;
+    for (std::size_t col = 0; col < up; ++col)
+      for (std::size_t r = 0; r <= col; ++r, ++idx)
+        hess[idx] -= c * ((risk.c[idx] - f * tied.c[idx]) * inv - mean[r] * mean[col]);
   }
 
   void Write(double& ll, double* g, double* h) const {
@@ -141,32 +213,52 @@ void Zero(int p, double& loglik, double* grad, double* hess) {
   for (long long k = 0; k < static_cast<long long>(p) * p; ++k) hess[k] = 0.0;
 }
 
-void DirectStratum(Evaluation& ev, const StratumRange& st) {
+void DirectStratum(Evaluation& ev, const RiskWorkspace& ws, const StratumRange& st) {
   const std::size_t end = static_cast<std::size_t>(st.first) + st.rows;
   for (std::uint32_t k = st.blockBegin; k < st.blockEnd; ++k) {
     const TiedBlock& b = ev.lay.blocks[k];
     if (b.events <= 0) continue;
     ev.risk.Clear();
     for (std::size_t i = b.start; i < end; ++i) ev.AddToRisk(i);
-    ev.TimeTerms(b);
+    ev.TimeTerms(b, ws.blockWeight[k]);
   }
+}
+
+// The workspace holding the beta-free event terms: the caller's (computed once) or the
+// evaluation's own.
+RiskWorkspace& EventWorkspace(Evaluation& ev, RiskWorkspace* work) {
+  RiskWorkspace& ws = work ? *work : ev.own;
+  if (!ws.eventTermsReady || ws.blockWeight.size() != ev.lay.blocks.size()) ev.EventTerms(ws);
+  return ws;
 }
 
 }  // namespace
 
+std::vector<double> RowMajorCopy(const double* X, std::size_t ldx, std::size_t n, int p) {
+  const auto up = static_cast<std::size_t>(p < 0 ? 0 : p);
+  std::vector<double> r(n * up);
+  for (std::size_t j = 0; j < up; ++j) {
+    const double* col = X + j * ldx;
+    for (std::size_t i = 0; i < n; ++i) r[i * up + j] = col[i];
+  }
+  return r;
+}
+
 void EvaluateRiskSets(const RiskLayout& layout, const double* X, std::size_t ldx, int p,
                       const double* w, const double* beta, TieTerms terms, double& loglik,
-                      double* grad, double* hess) {
+                      double* grad, double* hess, const double* rowMajor, RiskWorkspace* work) {
   if (p < 1) {
     loglik = 0.0;
     return;
   }
   Zero(p, loglik, grad, hess);
   if (terms == TieTerms::Nothing) return;
-  Evaluation ev(layout, X, ldx, p, w, beta, terms);
+  Evaluation ev(layout, X, ldx, p, w, beta, terms, rowMajor, work);
+  const RiskWorkspace& ws = EventWorkspace(ev, work);
+  ev.LinearTerms(ws, beta);
   for (const StratumRange& st : layout.strata) {
     if (!st.ascending) {
-      DirectStratum(ev, st);
+      DirectStratum(ev, ws, st);
       continue;
     }
     // Backward cumulative sums: walking the blocks from the last time to the first, the rows
@@ -176,7 +268,7 @@ void EvaluateRiskSets(const RiskLayout& layout, const double* X, std::size_t ldx
     for (std::uint32_t k = st.blockEnd; k-- > st.blockBegin;) {
       const TiedBlock& b = layout.blocks[k];
       while (lo > b.start) ev.AddToRisk(--lo);
-      ev.TimeTerms(b);
+      ev.TimeTerms(b, ws.blockWeight[k]);
     }
   }
   ev.Write(loglik, grad, hess);
@@ -192,7 +284,9 @@ void EvaluateRiskSetsDirect(const RiskLayout& layout, const double* X, std::size
   Zero(p, loglik, grad, hess);
   if (terms == TieTerms::Nothing) return;
   Evaluation ev(layout, X, ldx, p, w, beta, terms);
-  for (const StratumRange& st : layout.strata) DirectStratum(ev, st);
+  const RiskWorkspace& ws = EventWorkspace(ev, nullptr);
+  ev.LinearTerms(ws, beta);
+  for (const StratumRange& st : layout.strata) DirectStratum(ev, ws, st);
   ev.Write(loglik, grad, hess);
 }
 

@@ -112,12 +112,31 @@ RiskLayout MakeRiskLayout(std::size_t n, int nStrata, StrataRows strataRows, NTi
   return lay;
 }
 
+// Scratch space of an evaluation (linear predictors and their exponentials, n each), kept by a
+// fit across its evaluations so that large vectors are not allocated and faulted in each time.
+// The event terms that do not depend on beta (the sum of w_i x_i over the event rows of every
+// block with events, and each block's total event weight W_k) are computed at the first
+// evaluation and reused by the later ones.
+struct RiskWorkspace {
+  std::vector<double> eta, ex;
+  bool eventTermsReady = false;
+  std::vector<double> blockWeight;  // W_k per block of the layout
+  std::vector<double> eventSum;     // p: sum of w_i x_i over the event rows
+};
+
 // Log partial likelihood, gradient (p) and second-derivative matrix (p x p, column-major) at beta.
 // X is column-major with leading dimension ldx (>= layout.n); w holds the event weights (n).
-// Outputs are overwritten. With p < 1 everything is 0 (nothing is accumulated).
+// rowMajor, when not null, is the same design stored row by row (n x p, row i at rowMajor + i p):
+// it is then read instead of X, which keeps each row's covariates in one cache line (the fits
+// build it once per fit). Outputs are overwritten. With p < 1 everything is 0 (nothing is
+// accumulated).
 void EvaluateRiskSets(const RiskLayout& layout, const double* X, std::size_t ldx, int p,
                       const double* w, const double* beta, TieTerms terms, double& loglik,
-                      double* grad, double* hess);
+                      double* grad, double* hess, const double* rowMajor = nullptr,
+                      RiskWorkspace* work = nullptr);
+
+// Row-major copy of the first n rows of a column-major design (leading dimension ldx).
+std::vector<double> RowMajorCopy(const double* X, std::size_t ldx, std::size_t n, int p);
 
 // The same quantities from the direct sums over each risk set (O(n p^2) per distinct time), as
 // the textbook formula reads. Used by the fallback for unordered tables and by the tests.

@@ -47,15 +47,10 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   const std::size_t rows = n > 0 ? static_cast<std::size_t>(n) : 0;
   if (p < 0) p = 0;
   if (X->cols < static_cast<std::uint32_t>(p) || X->rows < rows) p = 0;
-  const auto un = static_cast<std::uint32_t>(rows);
 
-  // Case weights (unit when none were given) travel with the rows as the second column; every
-  // row joins its tied block (third column of ones).
-  matrix<double> w(un, 1);
-  for (std::size_t i = 0; i < rows; ++i)
-    w.data[i] = (weights->count >= rows && rows > 0) ? weights->data[i] : 1.0;
-  matrix<double> ones(un, 1);
-  for (std::size_t i = 0; i < rows; ++i) ones.data[i] = 1.0;
+  // Case weights travel with the rows as the second column (none given: unit weights, nothing
+  // to carry); every row joins its tied block (no third column).
+  const bool weighted = rows > 0 && weights->count >= rows;
 
   // Tables: strata x the largest stratum (the most distinct times a stratum can have).
   const int strataCount = m < 1 ? 1 : m;
@@ -69,14 +64,16 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   sizesOne.data[0] = static_cast<double>(rows);
   matrix<double>* sizes = m <= 1 ? &sizesOne : strataSizes;
   int maxTimes = 0;
-  const int prep = cReorganizeDataCox(time, n, p, status, &w, &ones, X, strata, sizes, strataCount,
-                                      &nTimes, &nCensored, &bStart, &bSize, &bEvents, &maxTimes);
+  const int prep = cReorganizeDataCox(time, n, p, status, weighted ? weights : nullptr, nullptr, X,
+                                      strata, sizes, strataCount, &nTimes, &nCensored, &bStart,
+                                      &bSize, &bEvents, &maxTimes);
   if (prep != 0) return prep;
 
   // Event weights: the case weight of an event row, 0 for a censored row, so that censored rows
   // never enter the event terms.
   std::vector<double> ew(rows);
-  for (std::size_t i = 0; i < rows; ++i) ew[i] = w.data[i] * status->data[i];
+  for (std::size_t i = 0; i < rows; ++i)
+    ew[i] = (weighted ? weights->data[i] : 1.0) * status->data[i];
   const RiskLayout layout =
       LayoutFromTables(rows, strataCount, sizes, &nTimes, &bStart, &bSize, &bEvents);
   CoxProblem prob{&layout, ew.data(), FlatTerms(ties)};

@@ -58,12 +58,23 @@ struct Prepared {
     double ll;
     std::vector<double> g, h;
   };
-  Value Eval(const std::vector<double>& beta, TieTerms terms, bool direct = false) const {
+  enum class Path { Cumulative, CumulativeRowMajor, Direct };
+  Value Eval(const std::vector<double>& beta, TieTerms terms, Path path = Path::Cumulative) const {
     Value v{0.0, std::vector<double>(static_cast<std::size_t>(p)),
             std::vector<double>(static_cast<std::size_t>(p * p))};
-    (direct ? velkor::cox::EvaluateRiskSetsDirect : velkor::cox::EvaluateRiskSets)(
-        layout, x.data(), static_cast<std::size_t>(n), p, w.data(), beta.data(), terms, v.ll,
-        v.g.data(), v.h.data());
+    const auto un = static_cast<std::size_t>(n);
+    if (path == Path::Direct) {
+      velkor::cox::EvaluateRiskSetsDirect(layout, x.data(), un, p, w.data(), beta.data(), terms,
+                                          v.ll, v.g.data(), v.h.data());
+    } else if (path == Path::CumulativeRowMajor) {
+      const std::vector<double> rows = velkor::cox::RowMajorCopy(x.data(), un, un, p);
+      velkor::cox::RiskWorkspace work;
+      velkor::cox::EvaluateRiskSets(layout, x.data(), un, p, w.data(), beta.data(), terms, v.ll,
+                                    v.g.data(), v.h.data(), rows.data(), &work);
+    } else {
+      velkor::cox::EvaluateRiskSets(layout, x.data(), un, p, w.data(), beta.data(), terms, v.ll,
+                                    v.g.data(), v.h.data());
+    }
     return v;
   }
 
@@ -121,10 +132,14 @@ TEST(CoxLikelihood, CumulativeSumsEqualDirectSumsOnHeavyTies) {
   const Prepared prep = HeavyTies(true);
   const std::vector<double> beta = {0.4, -0.7, 0.25};
   for (TieTerms terms : {TieTerms::BreslowCount, TieTerms::BreslowWeighted, TieTerms::EfronWeighted}) {
-    const auto a = prep.Eval(beta, terms), b = prep.Eval(beta, terms, true);
-    EXPECT_NEAR(a.ll, b.ll, 1e-12 * std::fabs(b.ll));
-    for (std::size_t k = 0; k < a.g.size(); ++k) EXPECT_NEAR(a.g[k], b.g[k], 1e-11);
-    for (std::size_t k = 0; k < a.h.size(); ++k) EXPECT_NEAR(a.h[k], b.h[k], 1e-11 * std::fabs(b.h[k]) + 1e-12);
+    const auto b = prep.Eval(beta, terms, Prepared::Path::Direct);
+    for (auto path : {Prepared::Path::Cumulative, Prepared::Path::CumulativeRowMajor}) {
+      const auto a = prep.Eval(beta, terms, path);
+      EXPECT_NEAR(a.ll, b.ll, 1e-12 * std::fabs(b.ll));
+      for (std::size_t k = 0; k < a.g.size(); ++k) EXPECT_NEAR(a.g[k], b.g[k], 1e-11);
+      for (std::size_t k = 0; k < a.h.size(); ++k)
+        EXPECT_NEAR(a.h[k], b.h[k], 1e-11 * std::fabs(b.h[k]) + 1e-12);
+    }
   }
 }
 
