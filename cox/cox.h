@@ -57,15 +57,20 @@ struct FitResult {
   std::vector<double> beta, se, grad, hess, inv, grad0, inv0;
 };
 
-// Flat form: raw covariates, cNewtonRaphson step on the LU inverse, halvings that may run out,
-// stop on the iteration limit, on a converged step after iteration 10, or on |L - L0| < tol.
-// maxIter < 1 counts as 1.
-FitResult FitFlat(const CoxProblem& prob, const double* X, std::size_t ldx, int q, int maxIter,
+// Flat form, on the raw design given row by row (n x q, row i at rowMajor[i q]):
+// cNewtonRaphson step on the LU inverse, halvings that may run out, stop on the iteration limit,
+// on a converged step after iteration 10, or on |L - L0| < tol. maxIter < 1 counts as 1.
+FitResult FitFlat(const CoxProblem& prob, std::vector<double> rowMajor, int q, int maxIter,
                   double tol);
 
-// Object form: X must already be centred; the fit fails (-1) when the inversion fails or ten
-// halvings find no gain; stops when |1 - L / L0| <= tol or at the iteration limit (notConverged).
-FitResult FitObject(const CoxProblem& prob, const double* X, std::size_t ldx, int q, int maxIter,
+// The listed columns (0-based) of a row-major n x p design, row-major.
+std::vector<double> RowMajorColumns(const std::vector<double>& rows, int p, std::size_t n,
+                                    const std::vector<int>& cols);
+
+// Object form, on the centred design given row by row (n x q, row i at rowMajor[i q]); the fit
+// fails (-1) when the inversion fails or ten halvings find no gain; stops when
+// |1 - L / L0| <= tol or at the iteration limit (notConverged).
+FitResult FitObject(const CoxProblem& prob, std::vector<double> rowMajor, int q, int maxIter,
                     double tol);
 
 // ---- Selection -----------------------------------------------------------------------------

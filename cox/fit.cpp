@@ -36,8 +36,9 @@ struct Fitter {
   std::vector<double> rows;  // the design row by row, built once per fit
   RiskWorkspace work;
 
-  Fitter(const CoxProblem& pr, const double* x, std::size_t ld, int nq)
-      : prob(pr), X(x), ldx(ld), q(nq), rows(RowMajorCopy(x, ld, pr.layout->n, nq)) {
+  Fitter(const CoxProblem& pr, std::vector<double> rowMajor, int nq)
+      : prob(pr), X(nullptr), ldx(pr.layout->n), q(nq), rows(std::move(rowMajor)) {
+    X = rows.data();  // read through the row-major path only
     const auto uq = static_cast<std::size_t>(q < 0 ? 0 : q);
     r.beta.assign(uq, 0.0);
     r.se.assign(uq, 0.0);
@@ -78,9 +79,9 @@ struct Fitter {
 
 }  // namespace
 
-FitResult FitFlat(const CoxProblem& prob, const double* X, std::size_t ldx, int q, int maxIter,
+FitResult FitFlat(const CoxProblem& prob, std::vector<double> rowMajor, int q, int maxIter,
                   double tol) {
-  Fitter f(prob, X, ldx, q);
+  Fitter f(prob, std::move(rowMajor), q);
   if (maxIter < 1) maxIter = 1;
   const int nq = q < 0 ? 0 : q;
   matrix<double> beta = View(f.r.beta, nq, 1), grad = View(f.r.grad, nq, 1);
@@ -138,9 +139,9 @@ int CoxNewtonStep(std::vector<double>& beta, int q, const std::vector<double>& a
 
 }  // namespace
 
-FitResult FitObject(const CoxProblem& prob, const double* X, std::size_t ldx, int q, int maxIter,
+FitResult FitObject(const CoxProblem& prob, std::vector<double> rowMajor, int q, int maxIter,
                     double tol) {
-  Fitter f(prob, X, ldx, q);
+  Fitter f(prob, std::move(rowMajor), q);
   if (maxIter < 1) maxIter = 1;
   bool accepted = false;
   for (int i = 1;; ++i) {
@@ -184,6 +185,19 @@ FitResult FitObject(const CoxProblem& prob, const double* X, std::size_t ldx, in
     }
   }
   return f.r;
+}
+
+}  // namespace velkor::cox
+
+namespace velkor::cox {
+
+std::vector<double> RowMajorColumns(const std::vector<double>& rows, int p, std::size_t n,
+                                    const std::vector<int>& cols) {
+  const auto up = static_cast<std::size_t>(p), q = cols.size();
+  std::vector<double> sub(n * q);
+  for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t j = 0; j < q; ++j) sub[i * q + j] = rows[i * up + static_cast<std::size_t>(cols[j])];
+  return sub;
 }
 
 }  // namespace velkor::cox

@@ -40,19 +40,23 @@ RiskLayout ObjectLayout(cCOX_Results& res) {
       [&](int s, int k) { return cell(res.blockEvents, s, k); }, K);
 }
 
-// The listed design columns (all when empty), each centred on its mean over the rows.
+// The listed design columns, each centred on its mean over the rows, stored row by row (n x q)
+// or, with columnMajor, column by column.
 std::vector<double> CentredColumns(const cCOX_Results& res, const std::vector<int>& cols,
-                                   std::vector<double>& means) {
+                                   bool columnMajor = false) {
   const auto n = static_cast<std::size_t>(res.n);
-  std::vector<double> x(n * cols.size());
-  means.assign(cols.size(), 0.0);
-  for (std::size_t j = 0; j < cols.size(); ++j) {
+  const std::size_t q = cols.size();
+  std::vector<double> x(n * q);
+  for (std::size_t j = 0; j < q; ++j) {
     const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
     double s = 0.0;
     for (std::size_t i = 0; i < n; ++i) s += src[i];
     const double mean = n > 0 ? s / static_cast<double>(n) : 0.0;
-    means[j] = mean;
-    for (std::size_t i = 0; i < n; ++i) x[j * n + i] = src[i] - mean;
+    if (columnMajor) {
+      for (std::size_t i = 0; i < n; ++i) x[j * n + i] = src[i] - mean;
+    } else {
+      for (std::size_t i = 0; i < n; ++i) x[i * q + j] = src[i] - mean;
+    }
   }
   return x;
 }
@@ -65,13 +69,11 @@ std::vector<int> AllColumns(int p) {
 
 FitResult FitColumns(COX_Param& param, cCOX_Results& res, const RiskLayout& layout,
                      const std::vector<int>& cols) {
-  std::vector<double> means;
-  const std::vector<double> x = CentredColumns(res, cols, means);
   CoxProblem prob{&layout, res.eventWeights.data, ObjectTerms(param.ties)};
   const double lim = param.maxIterations;
   const int limit = std::isfinite(lim) && lim < 2147483647.0 ? static_cast<int>(lim) : 2147483647;
-  return FitObject(prob, x.data(), static_cast<std::size_t>(res.n), static_cast<int>(cols.size()),
-                   limit, param.tolerance);
+  return FitObject(prob, CentredColumns(res, cols), static_cast<int>(cols.size()), limit,
+                   param.tolerance);
 }
 
 // Stores a fit of the columns `cols` as the final model of res.
@@ -187,24 +189,16 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   }
   const auto n = static_cast<std::uint32_t>(keep.size());
 
-  // Containers for the shared preparation: the design carries two more columns, the case
-  // weights and the data-set row numbers, so that they move with their rows.
+  // The shared preparation sorts time, status, stratum key and the data-set row number (carried
+  // as its second column); the design is then gathered in sorted order, column by column.
   const auto up = static_cast<std::uint32_t>(p);
-  matrix<double> t(n, 1), st(n, 1), X(n, up + 2), key(n, 1);
+  matrix<double> t(n, 1), st(n, 1), row(n, 1), key(n, 1), noX(n, 0);
   for (std::uint32_t r = 0; r < n; ++r) {
     const std::size_t i = keep[r];
     t.data[r] = time->data[i];
     st.data[r] = status->data[i];
     key.data[r] = strata ? strata->data[i] : 0.0;
-    std::size_t j = 0;
-    for (const VectD* c : quant) X.data[(j++) * n + r] = c->data[i];
-    for (const Quali& q : qualis) {
-      if (q.level.size() < 2) continue;
-      const int lev = q.level.at(q.info->values->data[i]);
-      for (int l = 1; l < static_cast<int>(q.level.size()); ++l) X.data[(j++) * n + r] = lev == l ? 1.0 : 0.0;
-    }
-    X.data[static_cast<std::size_t>(up) * n + r] = weight ? weight->data[i] : 1.0;
-    X.data[static_cast<std::size_t>(up + 1) * n + r] = static_cast<double>(i);
+    row.data[r] = static_cast<double>(i);
   }
   // Strata: distinct keys in ascending order and their row counts.
   std::vector<double> sizes;
@@ -226,7 +220,7 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   const auto um = static_cast<std::uint32_t>(m);
   matrix<int> nTimes(um, 1), nCens(um, 1), bStart(um, K), bSize(um, K), bEvents(um, K);
   int maxTimes = 0;
-  const int rc = cReorganizeDataCox(&t, static_cast<int>(n), p + 2, &st, nullptr, nullptr, &X, &key,
+  const int rc = cReorganizeDataCox(&t, static_cast<int>(n), 0, &st, &row, nullptr, &noX, &key,
                                     &sizeM, m, &nTimes, &nCens, &bStart, &bSize, &bEvents, &maxTimes);
   if (rc != 0) return rc;
 
@@ -235,15 +229,36 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   res.nStrata = m;
   res.time = VectD(t.data, n);
   res.status = VectD(st.data, n);
-  res.weights = VectD(X.data + static_cast<std::size_t>(up) * n, n);
-  res.eventWeights = VectD(n);
-  for (std::uint32_t r = 0; r < n; ++r) res.eventWeights.data[r] = res.weights.data[r] * res.status.data[r];
   res.rowIndex = VectI(n);
-  for (std::uint32_t r = 0; r < n; ++r)
-    res.rowIndex.data[r] = static_cast<int>(X.data[static_cast<std::size_t>(up + 1) * n + r]);
+  res.weights = VectD(n);
+  res.eventWeights = VectD(n);
+  for (std::uint32_t r = 0; r < n; ++r) {
+    const auto i = static_cast<std::size_t>(row.data[r]);
+    res.rowIndex.data[r] = static_cast<int>(i);
+    res.weights.data[r] = weight ? weight->data[i] : 1.0;
+    res.eventWeights.data[r] = res.weights.data[r] * res.status.data[r];
+  }
   res.strataKey = VectD(key.data, n);
   res.strataSizes = VectD(sizes.data(), um);
-  res.design = VectD(X.data, n * up);
+  res.design = VectD(n * up);
+  {
+    double* out = res.design.data;
+    std::size_t j = 0;
+    for (const VectD* c : quant) {
+      double* col = out + (j++) * n;
+      for (std::uint32_t r = 0; r < n; ++r) col[r] = c->data[res.rowIndex.data[r]];
+    }
+    for (const Quali& q : qualis) {
+      const auto levels = q.level.size();
+      if (levels < 2) continue;
+      for (std::uint32_t r = 0; r < n; ++r) {
+        const int lev = q.level.at(q.info->values->data[res.rowIndex.data[r]]);
+        for (std::size_t l = 1; l < levels; ++l)
+          out[(j + l - 1) * n + r] = static_cast<int>(l) == lev ? 1.0 : 0.0;
+      }
+      j += levels - 1;
+    }
+  }
   res.designNames = VectS(names.data(), up);
   res.designVariable = VectI(designVar.data(), up);
   res.variableCoefs = VectI(varCoefs.data(), static_cast<std::uint32_t>(varCoefs.size()));
@@ -267,8 +282,7 @@ int ComputeLogLikeDerivativesCox_ST(const VectD& beta, const std::vector<int>& c
   for (int c : cols)
     if (c < 0 || c >= res.p) return -1;
   const RiskLayout layout = ObjectLayout(res);
-  std::vector<double> means;
-  const std::vector<double> x = CentredColumns(res, cols, means);
+  const std::vector<double> x = CentredColumns(res, cols, true);
   const auto q = cols.size();
   std::vector<double> b(q, 0.0), g(q), h(q * q);
   for (std::size_t j = 0; j < q && j < beta.count; ++j) b[j] = beta.data[j];
@@ -341,9 +355,8 @@ int Select(COX_Param& param, cCOX_Results& res, bool forward) {
   };
   SelectionResult sel;
   if (forward) {
-    std::vector<double> means;
     const std::vector<int> all = AllColumns(res.p);
-    const std::vector<double> x = CentredColumns(res, all, means);
+    const std::vector<double> x = CentredColumns(res, all);
     CoxProblem prob{&layout, res.eventWeights.data, ObjectTerms(param.ties)};
     sel = Forward(fit, VariableCoefs(res), res.p, param.entryThreshold,
                   NullLogLik(prob, x.data(), static_cast<std::size_t>(res.n), res.p));

@@ -15,23 +15,22 @@ TieTerms FlatTerms(int ties) {
   return (ties == 0 || ties == 1) ? TieTerms::BreslowCount : TieTerms::Nothing;
 }
 
-ColumnFit FlatColumnFit(const CoxProblem& prob, const matrix<double>* X, std::size_t n, int p,
-                        int maxIter, double tol) {
-  return [&prob, X, n, p, maxIter, tol](const std::vector<int>& cols) {
-    if (static_cast<int>(cols.size()) == p) return FitFlat(prob, X->data, X->rows, p, maxIter, tol);
-    std::vector<double> sub(n * cols.size());
-    for (std::size_t j = 0; j < cols.size(); ++j)
-      std::copy_n(X->data + static_cast<std::size_t>(cols[j]) * X->rows, n, sub.begin() + j * n);
-    return FitFlat(prob, sub.data(), n, static_cast<int>(cols.size()), maxIter, tol);
+ColumnFit FlatColumnFit(const CoxProblem& prob, const std::vector<double>& rows, std::size_t n,
+                        int p, int maxIter, double tol) {
+  return [&prob, &rows, n, p, maxIter, tol](const std::vector<int>& cols) {
+    const int q = static_cast<int>(cols.size());
+    if (q == p) return FitFlat(prob, rows, p, maxIter, tol);
+    return FitFlat(prob, RowMajorColumns(rows, p, n, cols), q, maxIter, tol);
   };
 }
 
-double NullLogLik(const CoxProblem& prob, const double* X, std::size_t ldx, int p) {
+double NullLogLik(const CoxProblem& prob, const double* rowMajor, std::size_t n, int p) {
   if (p < 1) return 0.0;
   const auto up = static_cast<std::size_t>(p);
   std::vector<double> zero(up, 0.0), g(up), h(up * up);
   double ll = 0.0;
-  EvaluateRiskSets(*prob.layout, X, ldx, p, prob.w, zero.data(), prob.terms, ll, g.data(), h.data());
+  EvaluateRiskSets(*prob.layout, rowMajor, n, p, prob.w, zero.data(), prob.terms, ll, g.data(),
+                   h.data(), rowMajor);
   return ll;
 }
 
@@ -48,9 +47,12 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   if (p < 0) p = 0;
   if (X->cols < static_cast<std::uint32_t>(p) || X->rows < rows) p = 0;
 
-  // Case weights travel with the rows as the second column (none given: unit weights, nothing
-  // to carry); every row joins its tied block (no third column).
+  // The preparation sorts time, status and stratum keys and carries each row's input position
+  // (in place of the covariates); the design is then gathered row by row in sorted order, which
+  // is the layout the likelihood reads. Every row joins its tied block (no third column).
   const bool weighted = rows > 0 && weights->count >= rows;
+  matrix<double> position(static_cast<std::uint32_t>(rows), 1);
+  for (std::size_t i = 0; i < rows; ++i) position.data[i] = static_cast<double>(i);
 
   // Tables: strata x the largest stratum (the most distinct times a stratum can have).
   const int strataCount = m < 1 ? 1 : m;
@@ -59,21 +61,27 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
     largest = std::max(largest, s < static_cast<int>(strataSizes->count) ? strataSizes->data[s] : 0.0);
   const auto K = static_cast<std::uint32_t>(std::clamp(largest, 1.0, std::max(1.0, double(rows))));
   const auto um = static_cast<std::uint32_t>(strataCount);
-  matrix<int> nTimes(um, 1), nCensored(um, 1), bStart(um, K), bSize(um, K), bEvents(um, K);
+  matrix<int> nTimes(um, 1), nCensored(um, 1);
+  // Block tables without a fill: only their first nTimes entries per stratum are written and read.
+  matrix<int> bStart(um, K, nullptr, 0), bSize(um, K, nullptr, 0), bEvents(um, K, nullptr, 0);
   matrix<double> sizesOne(1, 1);
   sizesOne.data[0] = static_cast<double>(rows);
   matrix<double>* sizes = m <= 1 ? &sizesOne : strataSizes;
   int maxTimes = 0;
-  const int prep = cReorganizeDataCox(time, n, p, status, weighted ? weights : nullptr, nullptr, X,
-                                      strata, sizes, strataCount, &nTimes, &nCensored, &bStart,
-                                      &bSize, &bEvents, &maxTimes);
+  const int prep = cReorganizeDataCox(time, n, 1, status, nullptr, nullptr, &position, strata,
+                                      sizes, strataCount, &nTimes, &nCensored, &bStart, &bSize,
+                                      &bEvents, &maxTimes);
   if (prep != 0) return prep;
 
   // Event weights: the case weight of an event row, 0 for a censored row, so that censored rows
-  // never enter the event terms.
-  std::vector<double> ew(rows);
-  for (std::size_t i = 0; i < rows; ++i)
-    ew[i] = (weighted ? weights->data[i] : 1.0) * status->data[i];
+  // never enter the event terms. The design row by row, in sorted order.
+  const auto up = static_cast<std::size_t>(p);
+  std::vector<double> ew(rows), design(rows * up);
+  for (std::size_t r = 0; r < rows; ++r) {
+    const auto i = static_cast<std::size_t>(position.data[r]);
+    ew[r] = (weighted ? weights->data[i] : 1.0) * status->data[r];
+    for (std::size_t j = 0; j < up; ++j) design[r * up + j] = X->data[j * X->rows + i];
+  }
   const RiskLayout layout =
       LayoutFromTables(rows, strataCount, sizes, &nTimes, &bStart, &bSize, &bEvents);
   CoxProblem prob{&layout, ew.data(), FlatTerms(ties)};
@@ -86,16 +94,16 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   } else {
     coefs.assign(static_cast<std::size_t>(p), 1);
   }
-  const ColumnFit fit = FlatColumnFit(prob, X, rows, p, limit, tol);
+  const ColumnFit fit = FlatColumnFit(prob, design, rows, p, limit, tol);
 
   SelectionResult sel;
   if (selection == 0 || selection == 1) {
-    sel = selection == 0 ? Forward(fit, coefs, p, threshold, NullLogLik(prob, X->data, X->rows, p))
+    sel = selection == 0 ? Forward(fit, coefs, p, threshold, NullLogLik(prob, design.data(), rows, p))
                          : Backward(fit, coefs, p, threshold, backStatistic);
     if (sel.status < 0) return -5;
   } else {
     for (int j = 0; j < p; ++j) sel.columns.push_back(j);
-    sel.fit = FitFlat(prob, X->data, X->rows, p, limit, tol);
+    sel.fit = FitFlat(prob, std::move(design), p, limit, tol);
     sel.variableStep.assign(coefs.size(), 0);
   }
 

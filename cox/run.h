@@ -12,12 +12,13 @@ namespace velkor::cox {
 // Efron fraction truncates to 0); another code computes nothing.
 TieTerms FlatTerms(int ties);
 
-// Fits of column subsets of X (n rows) with the flat Newton-Raphson scheme.
-ColumnFit FlatColumnFit(const CoxProblem& prob, const matrix<double>* X, std::size_t n, int p,
-                        int maxIter, double tol);
+// Fits of column subsets of the row-major design `rows` (n x p) with the flat Newton-Raphson
+// scheme; `rows` must outlive the returned function.
+ColumnFit FlatColumnFit(const CoxProblem& prob, const std::vector<double>& rows, std::size_t n,
+                        int p, int maxIter, double tol);
 
-// Log-likelihood at beta = 0 (0 when p < 1: nothing is accumulated).
-double NullLogLik(const CoxProblem& prob, const double* X, std::size_t ldx, int p);
+// Log-likelihood at beta = 0 of a row-major design (0 when p < 1: nothing is accumulated).
+double NullLogLik(const CoxProblem& prob, const double* rowMajor, std::size_t n, int p);
 
 // The flat run behind RunCoxReg (arguments as documented there, as containers). Returns 0, the
 // preparation's -1, -2, -3, or -5 when the selection fails.

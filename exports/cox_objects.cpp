@@ -109,8 +109,9 @@ VELKOR_API int OptimizeCoxModel(int p, matrix<double>* w, matrix<double>* X, int
                                 matrix<double>* inv0) {
   return velkor::guarded_call([&] {
     FlatProblem fp(p, w, X, ties, nTimes, blockSize, blockStart, nStrata, strataSizes, blockEvents);
-    const FitResult f = velkor::cox::FitFlat(fp.prob, fp.x.data(), fp.n, fp.p,
-                                             maxIter ? *maxIter : 1, tol);
+    const FitResult f =
+        velkor::cox::FitFlat(fp.prob, velkor::cox::RowMajorCopy(fp.x.data(), fp.n, fp.n, fp.p),
+                             fp.p, maxIter ? *maxIter : 1, tol);
     PutFit(f, fp.p, beta, loglik, loglik0, grad, hess, inv, grad0, inv0);
     if (maxIter) *maxIter = f.iterations;
     return 0;
@@ -156,13 +157,12 @@ int RunSelection(bool forward, int p, matrix<double>* w, matrix<double>* X, int 
   std::vector<int> coefs;
   for (int v = 0; v < nVars; ++v)
     coefs.push_back(varCoefs && static_cast<std::uint32_t>(v) < varCoefs->count ? varCoefs->data[v] : 0);
-  matrix<double> xm(static_cast<std::uint32_t>(fp.n), static_cast<std::uint32_t>(fp.p),
-                    fp.x.data(), 1);
+  const std::vector<double> rows = velkor::cox::RowMajorCopy(fp.x.data(), fp.n, fp.n, fp.p);
   const velkor::cox::ColumnFit fit =
-      velkor::cox::FlatColumnFit(fp.prob, &xm, fp.n, fp.p, maxIter ? *maxIter : 1, tol);
+      velkor::cox::FlatColumnFit(fp.prob, rows, fp.n, fp.p, maxIter ? *maxIter : 1, tol);
   const velkor::cox::SelectionResult sel =
       forward ? velkor::cox::Forward(fit, coefs, fp.p, threshold,
-                                     velkor::cox::NullLogLik(fp.prob, fp.x.data(), fp.n, fp.p))
+                                     velkor::cox::NullLogLik(fp.prob, rows.data(), fp.n, fp.p))
               : velkor::cox::Backward(fit, coefs, fp.p, threshold, statistic);
   if (sel.status < 0) return -1;
   const int q = static_cast<int>(sel.columns.size());

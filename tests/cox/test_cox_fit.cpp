@@ -90,10 +90,12 @@ struct Problem {
     prob = velkor::cox::CoxProblem{&layout, w.data(), terms};
   }
   velkor::cox::FitResult Flat(int maxIter, double tol = 1e-9) const {
-    return velkor::cox::FitFlat(prob, x.data(), t.size(), p, maxIter, tol);
+    return velkor::cox::FitFlat(prob, velkor::cox::RowMajorCopy(x.data(), t.size(), t.size(), p), p,
+                                maxIter, tol);
   }
   velkor::cox::FitResult Object(int maxIter, double tol = 1e-9) const {
-    return velkor::cox::FitObject(prob, x.data(), t.size(), p, maxIter, tol);
+    return velkor::cox::FitObject(prob, velkor::cox::RowMajorCopy(x.data(), t.size(), t.size(), p),
+                                  p, maxIter, tol);
   }
 };
 
@@ -154,7 +156,10 @@ TEST(CoxFit, SingularMatrixFlatGoesOnObjectFails) {
                    velkor::cox::TieTerms::EfronWeighted);
   std::vector<double> centred = po.x;
   for (int i = 0; i < 4; ++i) centred[static_cast<std::size_t>(i)] = 0.0;  // centred constant column
-  EXPECT_EQ(velkor::cox::FitObject(po.prob, centred.data(), 4, 2, 10, 1e-9).status, -1);
+  EXPECT_EQ(velkor::cox::FitObject(po.prob, velkor::cox::RowMajorCopy(centred.data(), 4, 4, 2), 2,
+                                   10, 1e-9)
+                .status,
+            -1);
 }
 
 // ---- Criteria ----------------------------------------------------------------------------------
