@@ -54,6 +54,20 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   matrix<double> position(static_cast<std::uint32_t>(rows), 1);
   for (std::size_t i = 0; i < rows; ++i) position.data[i] = static_cast<double>(i);
 
+  // Stratum sizes not given with several strata: counted from the keys (rows per distinct key in
+  // ascending key order).
+  matrix<double> counted(static_cast<std::uint32_t>(m > 1 ? m : 0), 1);
+  if (m > 1 && strataSizes->count < static_cast<std::uint64_t>(m) && strata->count >= rows) {
+    std::vector<double> keys(strata->data, strata->data + rows);
+    std::sort(keys.begin(), keys.end());
+    int s = -1;
+    for (std::size_t i = 0; i < rows; ++i) {
+      if (i == 0 || keys[i] != keys[i - 1]) ++s;
+      if (s < m) counted.data[s] += 1.0;
+    }
+    strataSizes = &counted;
+  }
+
   // Tables: strata x the largest stratum (the most distinct times a stratum can have).
   const int strataCount = m < 1 ? 1 : m;
   double largest = m <= 1 ? static_cast<double>(rows) : 0.0;

@@ -62,7 +62,8 @@ VELKOR_API int Cpp_ReorganizeDataCox(double* time, int n, int p, double* status,
  *   weights       in, n, or null (unit weights): case weights of the event terms
  *   x             in, n x p: covariates (column-major); not centred by this form
  *   strata        in, n, or null when m <= 1: stratum keys
- *   strataSizes   in, m, or null when m <= 1: rows of each stratum in ascending key order
+ *   strataSizes   in, m, or null: rows of each stratum in ascending key order (null with m > 1:
+ *                 counted from the keys)
  *   n, p, m       rows, covariate columns, strata
  *   ties          0 Breslow, 1 Efron (computed as Breslow, see above); another code computes no
  *                 likelihood (all statistics from a zero likelihood)

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "support/ole_helpers.h"
 #include "velkor/VELKORLI1M.h"
 #include "velkor/cox_objects.h"
 
@@ -105,6 +106,21 @@ TEST(CoxApiReference, FlatFormMatchesCoxphBreslow) {
   for (const CoxFixture* f : {&lung_breslow, &veteran_breslow, &veteran_celltype_breslow,
                               &pbc_breslow, &lung_strata_breslow, &colon_strata_breslow})
     CompareFlat(*f);
+}
+
+TEST(CoxApiReference, FlatFormCountsStratumSizesWhenNotGiven) {
+  const CoxFixture& f = colon_strata_breslow;
+  int iters = 100, nf = 0;
+  double z = 0;
+  std::vector<double> beta(static_cast<std::size_t>(f.p)), ms(12), gt(9), ct(beta.size() * 9),
+      st(beta.size() * 4);
+  std::vector<int> vs(beta.size());
+  ASSERT_EQ(RunCoxReg(f.time, f.status, nullptr, f.x, f.strata, nullptr, f.n, f.p, 2, 0, &iters,
+                      1e-12, -1, 0.05, 0, 0, nullptr, 0.05, 0, 0, beta.data(), ms.data(), gt.data(),
+                      ct.data(), &z, st.data(), vs.data(), &nf, nullptr, nullptr, nullptr, nullptr),
+            0);
+  for (int j = 0; j < f.p; ++j) ExpectRel(beta[static_cast<std::size_t>(j)], f.coef[j], kTolCoef, "beta");
+  ExpectRel(ms[8], -2 * f.loglik, kTolLik, "-2 L");
 }
 
 TEST(CoxApiReference, FlatEfronCodeGivesTheBreslowFit) {
@@ -431,6 +447,130 @@ TEST(CoxApiPreparation, TablesOfTiedBlocksThroughTheFlatEntry) {
             -1);
   EXPECT_EQ(nt[0], -9);  // nothing written
   EXPECT_EQ(bst[1], 2);  // nor reordered
+}
+
+// ---- Exported C++ workers, chained as the runs chain them --------------------------------------
+
+TEST(CoxApiWorkers, FlatWorkersChainToTheRunResult) {
+  // pbc, Breslow: Cpp_ReorganizeDataCox -> OptimizeCoxModel -> ComputeCritCox equals RunCoxReg.
+  const CoxFixture& f = pbc_breslow;
+  const int n = f.n, p = f.p;
+  std::vector<double> t(f.time, f.time + n), s(f.status, f.status + n), x(f.x, f.x + n * p);
+  std::vector<int> nt(1), nc(1), bs(static_cast<std::size_t>(n)), bz(bs.size()), be(bs.size());
+  int mt = 0;
+  ASSERT_EQ(Cpp_ReorganizeDataCox(t.data(), n, p, s.data(), nullptr, nullptr, x.data(), nullptr,
+                                  nullptr, 1, nt.data(), nc.data(), bs.data(), bz.data(), be.data(),
+                                  &mt),
+            0);
+  const auto un = static_cast<std::uint32_t>(n), up = static_cast<std::uint32_t>(p);
+  matrix<double> W(un, 1, s.data(), 0), X(un, up, x.data(), 0), beta(up, 1), sizes(1, 1);
+  sizes.data[0] = n;
+  matrix<int> NT(1, 1, nt.data(), 0), BS(1, un, bs.data(), 0), BZ(1, un, bz.data(), 0),
+      BE(1, un, be.data(), 0), NC(1, 1, nc.data(), 0);
+  matrix<double> g(up, 1), h(up, up), inv(up, up), g0(up, 1), inv0(up, up);
+  double ll = 0, ll0 = 0;
+  int iters = 100;
+  ASSERT_EQ(OptimizeCoxModel(p, &W, &X, 0, &beta, &NT, &BZ, &BS, 1, &sizes, &BE, &iters, 1e-12, ll,
+                             ll0, &g, &h, &inv, &g0, &inv0),
+            0);
+  ExpectRel(ll, f.loglik, kTolLik, "L");
+  double z = 0;
+  matrix<double> ms(6, 2), gt(3, 3), ct(up, 9);
+  ASSERT_EQ(ComputeCritCox(n, p, &NC, ll, ll0, iters, 0.05, &beta, &h, &inv, z, &ms, &g0, &inv0,
+                           &ct, &gt),
+            0);
+  const FlatRun r = RunFlat(f, 0);
+  for (int k = 0; k < 12; ++k) EXPECT_EQ(ms.data[k], r.stats[static_cast<std::size_t>(k)]);
+  for (int k = 0; k < 9; ++k) EXPECT_EQ(gt.data[k], r.tests[static_cast<std::size_t>(k)]);
+  for (int k = 0; k < p * 7; ++k) EXPECT_EQ(ct.data[k], r.coef[static_cast<std::size_t>(k)]);
+  // The likelihood worker at the fitted beta: zero gradient.
+  double l2 = 0;
+  matrix<double> g2(up, 1), h2(up, up);
+  ComputeLogLikeDerivativesCox(p, &W, &X, 0, &beta, &NT, &BZ, &BS, 1, &sizes, &BE, l2, &g2, &h2);
+  EXPECT_EQ(l2, ll);
+  for (int j = 0; j < p; ++j) EXPECT_NEAR(g2.data[j], 0.0, 1e-6);
+  // Forward selection worker: the variables of RunCoxReg's forward run, compact results.
+  int pf = p, it2 = 100;
+  matrix<int> vc(up, 1), inModel(up, 1), vstep(up, 1);
+  for (int j = 0; j < p; ++j) vc.data[j] = 1;
+  matrix<double> steps(up, 4), b2(up, 1);
+  const int nsteps = Cox_ForSelection(p, &W, &X, 0, &NT, &BZ, &BS, 1, &sizes, &BE, &it2, 1e-12,
+                                      0.10, p, &vc, &pf, &inModel, &vstep, &steps, &b2, ll, ll0,
+                                      &g, &h, &inv, &g0, &inv0);
+  const FlatRun fr = RunFlat(f, 0, 0, 0.10);
+  EXPECT_EQ(nsteps, fr.nFinal);
+  for (int j = 0; j < p; ++j)
+    EXPECT_EQ(vstep.data[j], fr.varStep[static_cast<std::size_t>(j)]);
+  const int bsteps = Cox_BackSelection(p, &W, &X, 0, &NT, &BZ, &BS, 1, &sizes, &BE, &it2, 1e-12,
+                                       0.10, 0, p, &vc, &pf, &inModel, &vstep, &steps, &b2, ll,
+                                       ll0, &g, &h, &inv, &g0, &inv0);
+  EXPECT_GE(bsteps, 1);
+}
+
+TEST(CoxApiWorkers, ObjectWorkersChainToTheComputeResult) {
+  const CoxFixture& f = lung_efron;
+  cST_FactorsInfo factors;
+  cST_DataSet d = DataSet(f, f.p, factors);
+  COX_Param par;
+  cCOX_Results whole, steps;
+  VELKORInfo info;
+  ASSERT_EQ(COX_RunCoxReg_ST(d, par, whole, factors, info), 0);
+  COX_Param par2;
+  ASSERT_EQ(ReorganizeDataCox_ST(d, par2, steps, factors), 0);
+  ASSERT_EQ(OptimizeCoxModel_ST(par2, steps, {}), 0);
+  ASSERT_EQ(ComputeCritCox_ST(par2, steps), 0);
+  ASSERT_EQ(steps.coefTable.count, whole.coefTable.count);
+  for (std::uint32_t k = 0; k < whole.coefTable.count; ++k)
+    EXPECT_EQ(steps.coefTable.data[k], whole.coefTable.data[k]);
+  double ll = 0;
+  VectD g, h;
+  ASSERT_EQ(ComputeLogLikeDerivativesCox_ST(whole.beta, {}, nullptr, par, whole, ll, g, h), 0);
+  EXPECT_NEAR(ll, whole.logLik, 1e-9);
+  for (std::uint32_t j = 0; j < g.count; ++j) EXPECT_NEAR(g.data[j], 0.0, 1e-5);
+  // Selections of the object form through their own symbols.
+  COX_Param sp;
+  sp.entryThreshold = 0.10;
+  EXPECT_GE(Cox_ForSelection_ST(sp, steps), 1);
+  sp.backwardStatistic = 1;  // likelihood-ratio statistic
+  EXPECT_GE(Cox_BackSelection_ST(sp, steps), 1);
+  EXPECT_EQ(steps.variableStep.count, 5u);
+}
+
+TEST(CoxApiWorkers, SpreadsheetEntryReadsOleRecordArrays) {
+  // veteran with celltype: numeric columns and a text column as the front end passes them.
+  const CoxFixture& f = veteran_celltype_efron;
+  const auto col = [&](const double* v) {
+    return std::make_pair(static_cast<VARTYPE>(VT_R8),
+                          testing_ole::doubles(std::vector<double>(v, v + f.n)));
+  };
+  testing_ole::RecordArray numeric({{u"time", col(f.time)},
+                                    {u"status", col(f.status)},
+                                    {u"karno", col(f.x)},
+                                    {u"age", col(f.x + f.n)}});
+  std::vector<std::u16string> labels;
+  for (int i = 0; i < f.n; ++i) labels.push_back(U16(veteran_celltype_labels[i]));
+  testing_ole::RecordArray text(
+      {{u"celltype", std::make_pair(static_cast<VARTYPE>(VT_BSTR), testing_ole::strings(labels))}});
+  COX_Param par;
+  cCOX_Results res;
+  cST_FactorsInfo factors;
+  factors.quantitative = {2, 3};
+  factors.qualitative = {0};
+  VELKORInfo info;
+  ASSERT_EQ(Cpp_COX_Compute_ST(numeric.psa, text.psa, par, res, factors, info), 0);
+  for (int j = 0; j < f.p; ++j) ExpectRel(res.beta.data[j], f.coef[j], kTolCoef, "beta");
+  // No event at all: -3 with the error record filled.
+  cST_FactorsInfo none;
+  cST_DataSet empty;
+  const double t[3] = {1, 2, 3}, z[3] = {0, 0, 0};
+  empty.add(u"time", t, 3);
+  empty.add(u"status", z, 3);
+  cCOX_Results r2;
+  VELKORInfo info2;
+  EXPECT_EQ(COX_Compute_ST(empty, par, r2, none, info2), -3);
+  EXPECT_EQ(info2.error.key, u"NoEvent");
+  EXPECT_EQ(info2.error.status, -3);
+  EXPECT_EQ(Cpp_COX_Compute_ST(nullptr, nullptr, par, r2, none, info2), -2);
 }
 
 }  // namespace
