@@ -55,9 +55,11 @@ const Data& Load(long long n) {
   const auto un = static_cast<std::size_t>(n);
   std::ifstream in(DataDir() + "/cox_" + std::to_string(n) + ".bin", std::ios::binary);
   std::vector<double> all(un * (2 + kP));
-  if (in && in.read(reinterpret_cast<char*>(all.data()), static_cast<std::streamsize>(all.size() * 8))) {
+  if (in &&
+      in.read(reinterpret_cast<char*>(all.data()), static_cast<std::streamsize>(all.size() * 8))) {
     d.time.assign(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(un));
-    d.status.assign(all.begin() + static_cast<std::ptrdiff_t>(un), all.begin() + static_cast<std::ptrdiff_t>(2 * un));
+    d.status.assign(all.begin() + static_cast<std::ptrdiff_t>(un),
+                    all.begin() + static_cast<std::ptrdiff_t>(2 * un));
     d.x.assign(all.begin() + static_cast<std::ptrdiff_t>(2 * un), all.end());
   } else {
     std::mt19937_64 gen(42);
@@ -110,7 +112,8 @@ void BM_COX_Compute_ST(benchmark::State& st) {
   ds.add(u"status", d.status.data(), un);
   cST_FactorsInfo fi;
   for (int j = 0; j < kP; ++j) {
-    ds.add(u"x" + std::u16string(1, static_cast<char16_t>(u'1' + j)), d.x.data() + static_cast<std::size_t>(j) * un, un);
+    ds.add(u"x" + std::u16string(1, static_cast<char16_t>(u'1' + j)),
+           d.x.data() + static_cast<std::size_t>(j) * un, un);
     fi.quantitative.push_back(2 + j);
   }
   double iters = 0;
@@ -184,18 +187,43 @@ std::map<std::string, RTime> ReadR() {
     std::getline(ss, fit, ',');
     std::getline(ss, full, ',');
     std::getline(ss, it, ',');
-    auto unq = [](std::string s) { return s.size() > 1 && s[0] == '"' ? s.substr(1, s.size() - 2) : s; };
-    r[unq(ties) + "/" + std::to_string(static_cast<long long>(std::stod(n)))] = {std::stod(fit), std::stod(full), std::stod(it)};
+    auto unq = [](std::string s) {
+      return s.size() > 1 && s[0] == '"' ? s.substr(1, s.size() - 2) : s;
+    };
+    r[unq(ties) + "/" + std::to_string(static_cast<long long>(std::stod(n)))] = {
+        std::stod(fit), std::stod(full), std::stod(it)};
   }
   return r;
 }
 
 }  // namespace
 
-BENCHMARK(BM_RunCoxReg)->Arg(kSizes[0])->Arg(kSizes[1])->Arg(kSizes[2])->Unit(benchmark::kMillisecond)->MinTime(0.2);
-BENCHMARK(BM_COX_Compute_ST)->Arg(kSizes[0])->Arg(kSizes[1])->Arg(kSizes[2])->Unit(benchmark::kMillisecond)->MinTime(0.2);
-BENCHMARK(BM_Evaluation<velkor::cox::TieTerms::BreslowCount>)->Name("BM_Evaluation/breslow")->Arg(kSizes[0])->Arg(kSizes[1])->Arg(kSizes[2])->Unit(benchmark::kMillisecond)->MinTime(0.2);
-BENCHMARK(BM_Evaluation<velkor::cox::TieTerms::EfronWeighted>)->Name("BM_Evaluation/efron")->Arg(kSizes[0])->Arg(kSizes[1])->Arg(kSizes[2])->Unit(benchmark::kMillisecond)->MinTime(0.2);
+BENCHMARK(BM_RunCoxReg)
+    ->Arg(kSizes[0])
+    ->Arg(kSizes[1])
+    ->Arg(kSizes[2])
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.2);
+BENCHMARK(BM_COX_Compute_ST)
+    ->Arg(kSizes[0])
+    ->Arg(kSizes[1])
+    ->Arg(kSizes[2])
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.2);
+BENCHMARK(BM_Evaluation<velkor::cox::TieTerms::BreslowCount>)
+    ->Name("BM_Evaluation/breslow")
+    ->Arg(kSizes[0])
+    ->Arg(kSizes[1])
+    ->Arg(kSizes[2])
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.2);
+BENCHMARK(BM_Evaluation<velkor::cox::TieTerms::EfronWeighted>)
+    ->Name("BM_Evaluation/efron")
+    ->Arg(kSizes[0])
+    ->Arg(kSizes[1])
+    ->Arg(kSizes[2])
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.2);
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);

@@ -43,8 +43,8 @@ void Criteria(int n, int p, int censoredFirst, double loglik, double loglik0, in
   const double dp = static_cast<double>(p);
   const double m2l0 = -2.0 * loglik0, m2l = -2.0 * loglik;
   const double col1[6] = {used, 0.0, m2l0, m2l0, m2l0, 1.0};
-  const double col2[6] = {used, dp, m2l, 2.0 * dp + m2l, dp * std::log(used) + m2l,
-                          static_cast<double>(iterations)};
+  const double col2[6] = {
+      used, dp, m2l, 2.0 * dp + m2l, dp * std::log(used) + m2l, static_cast<double>(iterations)};
   for (int r = 0; r < 6; ++r) {
     stats[r] = Cell(col1[r]);
     stats[6 + r] = Cell(col2[r]);

@@ -148,7 +148,8 @@ FitResult FitObject(const CoxProblem& prob, std::vector<double> rowMajor, int q,
     if (i == 1 || !accepted) f.Evaluate();
     f.prev = f.r.beta;
     if (q > 0) {
-      const int rc = CoxNewtonStep(f.r.beta, q, f.aliased, f.r.grad, f.r.hess, tol, f.r.inv, f.r.se);
+      const int rc =
+          CoxNewtonStep(f.r.beta, q, f.aliased, f.r.grad, f.r.hess, tol, f.r.inv, f.r.se);
       if (rc < 0) {
         f.r.status = -1;
         f.r.iterations = i;
@@ -196,7 +197,8 @@ std::vector<double> RowMajorColumns(const std::vector<double>& rows, int p, std:
   const auto up = static_cast<std::size_t>(p), q = cols.size();
   std::vector<double> sub(n * q);
   for (std::size_t i = 0; i < n; ++i)
-    for (std::size_t j = 0; j < q; ++j) sub[i * q + j] = rows[i * up + static_cast<std::size_t>(cols[j])];
+    for (std::size_t j = 0; j < q; ++j)
+      sub[i * q + j] = rows[i * up + static_cast<std::size_t>(cols[j])];
   return sub;
 }
 

@@ -33,7 +33,9 @@ RiskLayout ObjectLayout(cCOX_Results& res) {
   };
   return MakeRiskLayout(
       static_cast<std::size_t>(res.n), m,
-      [&](int s) { return s < static_cast<int>(res.strataSizes.count) ? res.strataSizes.data[s] : 0.0; },
+      [&](int s) {
+        return s < static_cast<int>(res.strataSizes.count) ? res.strataSizes.data[s] : 0.0;
+      },
       [&](int s) { return s < static_cast<int>(res.nTimes.count) ? res.nTimes.data[s] : 0; },
       [&](int s, int k) { return cell(res.blockStart, s, k); },
       [&](int s, int k) { return cell(res.blockSize, s, k); },
@@ -77,7 +79,8 @@ FitResult FitColumns(COX_Param& param, cCOX_Results& res, const RiskLayout& layo
 }
 
 // Stores a fit of the columns `cols` as the final model of res.
-void StoreFit(COX_Param& param, cCOX_Results& res, const FitResult& f, const std::vector<int>& cols) {
+void StoreFit(COX_Param& param, cCOX_Results& res, const FitResult& f,
+              const std::vector<int>& cols) {
   res.beta = ToVect(f.beta);
   res.se = ToVect(f.se);
   res.gradient = ToVect(f.grad);
@@ -121,8 +124,10 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   }
   const std::size_t n0 = data.rows();
   auto column = [&](int idx) -> const VectD* {
-    if (idx < 0 || idx >= static_cast<int>(data.columns.size()) || !data.columns[idx]) return nullptr;
-    return data.columns[static_cast<std::size_t>(idx)]->count >= n0 ? data.columns[idx].get() : nullptr;
+    if (idx < 0 || idx >= static_cast<int>(data.columns.size()) || !data.columns[idx])
+      return nullptr;
+    return data.columns[static_cast<std::size_t>(idx)]->count >= n0 ? data.columns[idx].get()
+                                                                    : nullptr;
   };
   const VectD* time = column(param.timeColumn);
   const VectD* status = column(param.statusColumn);
@@ -142,7 +147,9 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
     const VectD* c = column(idx);
     if (!c) return -2;
     quant.push_back(c);
-    names.push_back(idx < static_cast<int>(data.names.size()) ? data.names[static_cast<std::size_t>(idx)] : u"");
+    names.push_back(idx < static_cast<int>(data.names.size())
+                        ? data.names[static_cast<std::size_t>(idx)]
+                        : u"");
     designVar.push_back(varNo++);
     varCoefs.push_back(1);
   }
@@ -220,8 +227,9 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   const auto um = static_cast<std::uint32_t>(m);
   matrix<int> nTimes(um, 1), nCens(um, 1), bStart(um, K), bSize(um, K), bEvents(um, K);
   int maxTimes = 0;
-  const int rc = cReorganizeDataCox(&t, static_cast<int>(n), 0, &st, &row, nullptr, &noX, &key,
-                                    &sizeM, m, &nTimes, &nCens, &bStart, &bSize, &bEvents, &maxTimes);
+  const int rc =
+      cReorganizeDataCox(&t, static_cast<int>(n), 0, &st, &row, nullptr, &noX, &key, &sizeM, m,
+                         &nTimes, &nCens, &bStart, &bSize, &bEvents, &maxTimes);
   if (rc != 0) return rc;
 
   res.n = static_cast<int>(n);
@@ -287,7 +295,8 @@ int ComputeLogLikeDerivativesCox_ST(const VectD& beta, const std::vector<int>& c
   std::vector<double> b(q, 0.0), g(q), h(q * q);
   for (std::size_t j = 0; j < q && j < beta.count; ++j) b[j] = beta.data[j];
   EvaluateRiskSets(layout, x.data(), static_cast<std::size_t>(res.n), static_cast<int>(q),
-                   res.eventWeights.data, b.data(), ObjectTerms(param.ties), loglik, g.data(), h.data());
+                   res.eventWeights.data, b.data(), ObjectTerms(param.ties), loglik, g.data(),
+                   h.data());
   grad = ToVect(g);
   hess = ToVect(h);
   return 0;
@@ -369,7 +378,8 @@ int Select(COX_Param& param, cCOX_Results& res, bool forward) {
   res.stepTable = ToVect(sel.stepTable);
   for (std::uint32_t k = 0; k < res.stepTable.count; ++k)
     if (std::isnan(res.stepTable.data[k])) res.stepTable.data[k] = kMissing;
-  res.variableStep = VectI(sel.variableStep.data(), static_cast<std::uint32_t>(sel.variableStep.size()));
+  res.variableStep =
+      VectI(sel.variableStep.data(), static_cast<std::uint32_t>(sel.variableStep.size()));
   res.steps = sel.steps;
   return sel.status;
 }
@@ -390,10 +400,17 @@ int COX_RunCoxReg_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   if (prep != 0) return prep;
   int rc = 0;
   switch (param.selection) {
-    case -1: rc = cox::OptimizeCoxModel_ST(param, res, {}); break;
-    case 1: rc = cox::Cox_BackSelection_ST(param, res); break;
-    case 0: rc = cox::Cox_ForSelection_ST(param, res); break;
-    default: return 0;  // no fit requested: the prepared data only
+    case -1:
+      rc = cox::OptimizeCoxModel_ST(param, res, {});
+      break;
+    case 1:
+      rc = cox::Cox_BackSelection_ST(param, res);
+      break;
+    case 0:
+      rc = cox::Cox_ForSelection_ST(param, res);
+      break;
+    default:
+      return 0;  // no fit requested: the prepared data only
   }
   if (rc < 0) return -5;
   if (res.variableStep.count == 0) res.variableStep = VectI(res.variableCoefs.count, 0);

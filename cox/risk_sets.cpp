@@ -24,15 +24,24 @@ struct Moments {
   void Add(const double* x, double e) {
     s += e;
     switch (a.size()) {
-      case 1: return AddFixed<1>(x, e);
-      case 2: return AddFixed<2>(x, e);
-      case 3: return AddFixed<3>(x, e);
-      case 4: return AddFixed<4>(x, e);
-      case 5: return AddFixed<5>(x, e);
-      case 6: return AddFixed<6>(x, e);
-      case 7: return AddFixed<7>(x, e);
-      case 8: return AddFixed<8>(x, e);
-      default: break;
+      case 1:
+        return AddFixed<1>(x, e);
+      case 2:
+        return AddFixed<2>(x, e);
+      case 3:
+        return AddFixed<3>(x, e);
+      case 4:
+        return AddFixed<4>(x, e);
+      case 5:
+        return AddFixed<5>(x, e);
+      case 6:
+        return AddFixed<6>(x, e);
+      case 7:
+        return AddFixed<7>(x, e);
+      case 8:
+        return AddFixed<8>(x, e);
+      default:
+        break;
     }
     const std::size_t p = a.size();
     std::size_t idx = 0;
@@ -65,8 +74,8 @@ struct Evaluation {
   const double* rm;  // row-major design, or null
   TieTerms terms;
   RiskWorkspace own;
-  std::vector<double>& eta;  // x_i' beta
-  std::vector<double>& ex;   // exp(eta_i) once row i is added to the risk sums
+  std::vector<double>& eta;              // x_i' beta
+  std::vector<double>& ex;               // exp(eta_i) once row i is added to the risk sums
   std::vector<double> xrow, grad, hess;  // hess: packed upper triangle
   double loglik = 0.0;
   Moments risk, tied;
@@ -75,10 +84,21 @@ struct Evaluation {
   Evaluation(const RiskLayout& l, const double* x, std::size_t ld, int np, const double* wt,
              const double* beta, TieTerms t, const double* rowMajor = nullptr,
              RiskWorkspace* work = nullptr)
-      : lay(l), X(x), ldx(ld), p(np), w(wt), rm(rowMajor), terms(t),
-        eta(work ? work->eta : own.eta), ex(work ? work->ex : own.ex),
-        xrow(static_cast<std::size_t>(np), 0.0), grad(static_cast<std::size_t>(np), 0.0),
-        hess(Moments::Packed(np), 0.0), risk(np), tied(np), mean(static_cast<std::size_t>(np), 0.0) {
+      : lay(l),
+        X(x),
+        ldx(ld),
+        p(np),
+        w(wt),
+        rm(rowMajor),
+        terms(t),
+        eta(work ? work->eta : own.eta),
+        ex(work ? work->ex : own.ex),
+        xrow(static_cast<std::size_t>(np), 0.0),
+        grad(static_cast<std::size_t>(np), 0.0),
+        hess(Moments::Packed(np), 0.0),
+        risk(np),
+        tied(np),
+        mean(static_cast<std::size_t>(np), 0.0) {
     eta.resize(lay.n);
     ex.resize(lay.n);
     if (rm) {
@@ -101,7 +121,8 @@ struct Evaluation {
 
   const double* Row(std::size_t i) {
     if (rm) return rm + i * static_cast<std::size_t>(p);
-    for (int j = 0; j < p; ++j) xrow[static_cast<std::size_t>(j)] = X[static_cast<std::size_t>(j) * ldx + i];
+    for (int j = 0; j < p; ++j)
+      xrow[static_cast<std::size_t>(j)] = X[static_cast<std::size_t>(j) * ldx + i];
     return xrow.data();
   }
 
@@ -171,12 +192,13 @@ struct Evaluation {
 
   // Efron terms of a time with d events, each weighted by the mean event weight wbar:
   //   sum_j log(D_j),  D_j = S - f_j T,  f_j = (j - 1) / d  (j = 1..d, terms with D_j <= eps left
-  //   out), gradient sum_j m_j with m_j = (A - f_j B) / D_j, matrix sum_j (C - f_j E) / D_j - m_j m_j'.
+  //   out), gradient sum_j m_j with m_j = (A - f_j B) / D_j, matrix sum_j (C - f_j E) / D_j - m_j
+  //   m_j'.
   // The sums over j are taken on scalars first:
   //   sum_j m_j = A s0 - B s1,  sum_j (C - f_j E) / D_j = C s0 - E s1,
   //   sum_j m_j m_j' = A A' q0 - (A B' + B A') q1 + B B' q2,
-  // with s0 = sum 1/D_j, s1 = sum f_j/D_j, q0 = sum 1/D_j^2, q1 = sum f_j/D_j^2, q2 = sum f_j^2/D_j^2,
-  // so a time costs O(d + p^2) instead of O(d p^2).
+  // with s0 = sum 1/D_j, s1 = sum f_j/D_j, q0 = sum 1/D_j^2, q1 = sum f_j/D_j^2, q2 = sum
+  // f_j^2/D_j^2, so a time costs O(d + p^2) instead of O(d p^2).
   void EfronTerms(double wbar, int d, double S) {
     double logs = 0, s0 = 0, s1 = 0, q0 = 0, q1 = 0, q2 = 0;
     const double T = d > 1 ? tied.s : 0.0;  // with one event f_1 = 0: the tied sums are not used

@@ -69,8 +69,8 @@ enum class TieTerms {
 };
 
 // Builds the validated layout from per-stratum row counts and the block tables of
-// cReorganizeDataCox. `table(s, k)` accessors are 0-based (stratum s, distinct time k); `blockStart`
-// holds 1-based global row numbers as the tables do.
+// cReorganizeDataCox. `table(s, k)` accessors are 0-based (stratum s, distinct time k);
+// `blockStart` holds 1-based global row numbers as the tables do.
 template <class StrataRows, class NTimes, class Start, class Size, class Events>
 RiskLayout MakeRiskLayout(std::size_t n, int nStrata, StrataRows strataRows, NTimes nTimes,
                           Start blockStart, Size blockSize, Events blockEvents, int tableCols) {
@@ -100,7 +100,8 @@ RiskLayout MakeRiskLayout(std::size_t n, int nStrata, StrataRows strataRows, NTi
       const long long size = blockSize(s, k);
       b.size = static_cast<std::uint32_t>(size < 0 ? 0 : (size < room ? size : room));
       const long long d = blockEvents(s, k);
-      b.events = static_cast<std::int32_t>(d < 0 ? 0 : (d < static_cast<long long>(rows) ? d : rows));
+      b.events =
+          static_cast<std::int32_t>(d < 0 ? 0 : (d < static_cast<long long>(rows) ? d : rows));
       if (start < last_start) st.ascending = false;
       last_start = start;
       lay.blocks.push_back(b);

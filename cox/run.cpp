@@ -72,7 +72,8 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   const int strataCount = m < 1 ? 1 : m;
   double largest = m <= 1 ? static_cast<double>(rows) : 0.0;
   for (int s = 0; m > 1 && s < m; ++s)
-    largest = std::max(largest, s < static_cast<int>(strataSizes->count) ? strataSizes->data[s] : 0.0);
+    largest =
+        std::max(largest, s < static_cast<int>(strataSizes->count) ? strataSizes->data[s] : 0.0);
   const auto K = static_cast<std::uint32_t>(std::clamp(largest, 1.0, std::max(1.0, double(rows))));
   const auto um = static_cast<std::uint32_t>(strataCount);
   matrix<int> nTimes(um, 1), nCensored(um, 1);
@@ -82,9 +83,9 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   sizesOne.data[0] = static_cast<double>(rows);
   matrix<double>* sizes = m <= 1 ? &sizesOne : strataSizes;
   int maxTimes = 0;
-  const int prep = cReorganizeDataCox(time, n, 1, status, nullptr, nullptr, &position, strata,
-                                      sizes, strataCount, &nTimes, &nCensored, &bStart, &bSize,
-                                      &bEvents, &maxTimes);
+  const int prep =
+      cReorganizeDataCox(time, n, 1, status, nullptr, nullptr, &position, strata, sizes,
+                         strataCount, &nTimes, &nCensored, &bStart, &bSize, &bEvents, &maxTimes);
   if (prep != 0) return prep;
 
   // Event weights: the case weight of an event row, 0 for a censored row, so that censored rows
@@ -104,7 +105,8 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   // Variables: nVars runs of varCoefs columns, or one variable per column.
   std::vector<int> coefs;
   if (nVars > 0) {
-    for (int v = 0; v < nVars; ++v) coefs.push_back(v < static_cast<int>(varCoefs->count) ? varCoefs->data[v] : 0);
+    for (int v = 0; v < nVars; ++v)
+      coefs.push_back(v < static_cast<int>(varCoefs->count) ? varCoefs->data[v] : 0);
   } else {
     coefs.assign(static_cast<std::size_t>(p), 1);
   }
@@ -112,8 +114,9 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
 
   SelectionResult sel;
   if (selection == 0 || selection == 1) {
-    sel = selection == 0 ? Forward(fit, coefs, p, threshold, NullLogLik(prob, design.data(), rows, p))
-                         : Backward(fit, coefs, p, threshold, backStatistic);
+    sel = selection == 0
+              ? Forward(fit, coefs, p, threshold, NullLogLik(prob, design.data(), rows, p))
+              : Backward(fit, coefs, p, threshold, backStatistic);
     if (sel.status < 0) return -5;
   } else {
     for (int j = 0; j < p; ++j) sel.columns.push_back(j);

@@ -40,7 +40,8 @@ void SetRow(SelectionResult& r, std::size_t nVars, int step, int col, double v) 
 
 // Wald chi-square of variable v in a fit over `cols`: b' V^-1 b with V = -inv restricted to the
 // variable's columns. A block that cannot be inverted gives NaN.
-double WaldChiSquare(const FitResult& fit, const std::vector<int>& cols, const std::vector<int>& var) {
+double WaldChiSquare(const FitResult& fit, const std::vector<int>& cols,
+                     const std::vector<int>& var) {
   std::vector<std::size_t> pos;
   for (int c : var) {
     const auto it = std::find(cols.begin(), cols.end(), c);
@@ -68,7 +69,8 @@ double WaldChiSquare(const FitResult& fit, const std::vector<int>& cols, const s
 
 }  // namespace
 
-bool VariableColumns(const std::vector<int>& varCoefs, int p, std::vector<std::vector<int>>& columns) {
+bool VariableColumns(const std::vector<int>& varCoefs, int p,
+                     std::vector<std::vector<int>>& columns) {
   columns.clear();
   long long next = 0;
   for (int c : varCoefs) {

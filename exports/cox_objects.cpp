@@ -103,10 +103,9 @@ VELKOR_API void ComputeLogLikeDerivativesCox(int p, matrix<double>* w, matrix<do
 VELKOR_API int OptimizeCoxModel(int p, matrix<double>* w, matrix<double>* X, int ties,
                                 matrix<double>* beta, matrix<int>* nTimes, matrix<int>* blockSize,
                                 matrix<int>* blockStart, int nStrata, matrix<double>* strataSizes,
-                                matrix<int>* blockEvents, int* maxIter, double tol,
-                                double& loglik, double& loglik0, matrix<double>* grad,
-                                matrix<double>* hess, matrix<double>* inv, matrix<double>* grad0,
-                                matrix<double>* inv0) {
+                                matrix<int>* blockEvents, int* maxIter, double tol, double& loglik,
+                                double& loglik0, matrix<double>* grad, matrix<double>* hess,
+                                matrix<double>* inv, matrix<double>* grad0, matrix<double>* inv0) {
   return velkor::guarded_call([&] {
     FlatProblem fp(p, w, X, ties, nTimes, blockSize, blockStart, nStrata, strataSizes, blockEvents);
     const FitResult f =
@@ -138,7 +137,8 @@ VELKOR_API int ComputeCritCox(int n, int p, matrix<int>* nCensored, double logli
     Put(globalTests, tests);
     for (int j = 0; j < q && coefTable; ++j)
       for (int c = 0; c < 7; ++c)
-        coefTable->set(j + 1, c + 1, coef[static_cast<std::size_t>(c) * uq + static_cast<std::size_t>(j)]);
+        coefTable->set(j + 1, c + 1,
+                       coef[static_cast<std::size_t>(c) * uq + static_cast<std::size_t>(j)]);
     return 0;
   });
 }
@@ -156,7 +156,8 @@ int RunSelection(bool forward, int p, matrix<double>* w, matrix<double>* X, int 
   FlatProblem fp(p, w, X, ties, nTimes, blockSize, blockStart, nStrata, strataSizes, blockEvents);
   std::vector<int> coefs;
   for (int v = 0; v < nVars; ++v)
-    coefs.push_back(varCoefs && static_cast<std::uint32_t>(v) < varCoefs->count ? varCoefs->data[v] : 0);
+    coefs.push_back(varCoefs && static_cast<std::uint32_t>(v) < varCoefs->count ? varCoefs->data[v]
+                                                                                : 0);
   const std::vector<double> rows = velkor::cox::RowMajorCopy(fp.x.data(), fp.n, fp.n, fp.p);
   const velkor::cox::ColumnFit fit =
       velkor::cox::FlatColumnFit(fp.prob, rows, fp.n, fp.p, maxIter ? *maxIter : 1, tol);
@@ -170,7 +171,8 @@ int RunSelection(bool forward, int p, matrix<double>* w, matrix<double>* X, int 
   if (pFinal) *pFinal = q;
   if (maxIter) *maxIter = sel.fit.iterations;
   for (int j = 0; j < fp.p && inModel; ++j)
-    inModel->set(j + 1, std::find(sel.columns.begin(), sel.columns.end(), j) != sel.columns.end() ? 1 : 0);
+    inModel->set(j + 1,
+                 std::find(sel.columns.begin(), sel.columns.end(), j) != sel.columns.end() ? 1 : 0);
   for (std::size_t v = 0; v < sel.variableStep.size() && variableStep; ++v)
     variableStep->set(static_cast<int>(v) + 1, sel.variableStep[v]);
   const std::size_t nv = coefs.size();
@@ -221,7 +223,8 @@ VELKOR_API int Cox_BackSelection(int p, matrix<double>* w, matrix<double>* X, in
 
 VELKOR_API int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
                                     cST_FactorsInfo& factors) {
-  return velkor::guarded_call([&] { return velkor::cox::ReorganizeDataCox_ST(data, param, res, factors); });
+  return velkor::guarded_call(
+      [&] { return velkor::cox::ReorganizeDataCox_ST(data, param, res, factors); });
 }
 
 VELKOR_API int ComputeLogLikeDerivativesCox_ST(const VectD& beta, const std::vector<int>& columns,
@@ -229,13 +232,15 @@ VELKOR_API int ComputeLogLikeDerivativesCox_ST(const VectD& beta, const std::vec
                                                cCOX_Results& res, double& loglik, VectD& grad,
                                                VectD& hess) {
   return velkor::guarded_call([&] {
-    return velkor::cox::ComputeLogLikeDerivativesCox_ST(beta, columns, param, res, loglik, grad, hess);
+    return velkor::cox::ComputeLogLikeDerivativesCox_ST(beta, columns, param, res, loglik, grad,
+                                                        hess);
   });
 }
 
 VELKOR_API int OptimizeCoxModel_ST(COX_Param& param, cCOX_Results& res,
                                    const std::vector<int>& columns) {
-  return velkor::guarded_call([&] { return velkor::cox::OptimizeCoxModel_ST(param, res, columns); });
+  return velkor::guarded_call(
+      [&] { return velkor::cox::OptimizeCoxModel_ST(param, res, columns); });
 }
 
 VELKOR_API int ComputeCritCox_ST(COX_Param& param, cCOX_Results& res) {

@@ -52,9 +52,9 @@ extern "C" {
  * by exact equality. Returns 0, -1, -2 or -3 (checks come before any sorting). */
 VELKOR_API int Cpp_ReorganizeDataCox(double* time, int n, int p, double* status, double* col2,
                                      double* col3, double* x, double* strataKey,
-                                     const double* strataSizes, int m, int* nTimes,
-                                     int* nCensored, int* blockStart, int* blockSize,
-                                     int* blockEvents, int* maxTimes);
+                                     const double* strataSizes, int m, int* nTimes, int* nCensored,
+                                     int* blockStart, int* blockSize, int* blockEvents,
+                                     int* maxTimes);
 
 /* The whole Cox regression run: preparation, Newton-Raphson fit from beta = 0 (or a variable
  * selection), model criteria, global tests and coefficient table.

@@ -11,7 +11,25 @@
 //     change |1 - L / L0| <= tolerance and fails (-5 from the run) when the Newton step fails or
 //     ten step halvings find no gain.
 // In both forms the risk-set sums S_k = sum exp(eta_i) are unweighted while the event terms are
-// weighted: with unit weights this is the usual partial likelihood.
+// weighted: with unit weights this is the usual partial likelihood. In the object form the d
+// Efron terms of a time with d tied events all carry the mean event weight W_k / d (W_k the sum
+// of the case weights of those events), so that sum_j equals sum_i w_i log S_k for Breslow ties;
+// the gradient and matrix are weighted the same way, so they are the derivatives of the
+// log-likelihood that is reported.
+//
+// Decisions of this library where the usual descriptions leave a choice:
+//   - qualitative variables: treatment coding, first level the reference (as R's default
+//     contrasts); see ReorganizeDataCox_ST;
+//   - a status that is NaN is outside [0, 1] (-1) in the flat form; in the object form a missing
+//     status, like any missing value, leaves its row out;
+//   - the object form reports the covariance matrix (inverse, standard errors) of the final beta,
+//     from its last accepted evaluation, as R's coxph does; the flat form reports the inverse of
+//     the last Newton step (one step behind, identical at convergence);
+//   - backward elimination with a statistic switch other than 0 uses the likelihood-ratio
+//     statistic of the model without the variable; the Wald form of a qualitative variable is the
+//     joint b' V^-1 b over its columns; a statistic that cannot be computed counts as p-value 1;
+//   - block tables built by a caller with block starts out of order are evaluated with direct
+//     risk-set sums (same values as the cumulative pass).
 //
 // Layout of the tables (all column-major; p = number of coefficients of the design):
 //   model statistics 6 x 2   rows: events used (n - censored count of the FIRST stratum),
@@ -54,10 +72,10 @@ struct COX_Param {
   int strataColumn = -1;  // numeric stratum key (none: one stratum); strata in ascending key order
   // Covariates are those of the cST_FactorsInfo passed with the call.
 
-  int ties = 1;                // 0 Breslow, 1 Efron
-  double maxIterations = 100;  // in: iteration limit; out: iterations done by the last fit
-  double tolerance = 1e-9;     // relative log-likelihood change |1 - L / L0| that ends the fit
-  int selection = -1;          // -1 none, 0 forward, 1 backward; any other value: no fit
+  int ties = 1;                    // 0 Breslow, 1 Efron
+  double maxIterations = 100;      // in: iteration limit; out: iterations done by the last fit
+  double tolerance = 1e-9;         // relative log-likelihood change |1 - L / L0| that ends the fit
+  int selection = -1;              // -1 none, 0 forward, 1 backward; any other value: no fit
   double entryThreshold = 0.05;    // forward: a variable enters when its p-value is <= this
   double removalThreshold = 0.10;  // backward: the least significant variable leaves unless its
                                    // p-value is < this
@@ -80,45 +98,45 @@ struct COX_Param {
 // ---------------------------------------------------------------------------------------------
 struct cCOX_Results {
   // Requests of the caller.
-  std::int16_t suppressSurvival = 0;   // -1: skip survival function, residuals and PH test
+  std::int16_t suppressSurvival = 0;    // -1: skip survival function, residuals and PH test
   std::int16_t reportConvergence = -1;  // -1: set notConverged when the iteration limit is hit
 
   // Prepared data (ReorganizeDataCox_ST): the complete rows, sorted by stratum then time.
-  int n = 0;                     // rows used (rows with a missing value are left out)
-  int p = 0;                     // columns of the design matrix
-  int nStrata = 0;               // number of strata
-  VectI rowIndex;                // n: 0-based data-set row of each sorted row
-  VectD time, status, weights;   // n each, sorted
-  VectD eventWeights;            // n: weight x status, the weights of the event terms
-  VectD strataKey;               // n: stratum key of each sorted row
-  VectD strataSizes;             // nStrata: rows per stratum
-  VectD design;                  // n x p design matrix (centred by the fit), column-major
-  VectD means;                   // p: column means subtracted by the fit
-  VectS designNames;             // p: "age", "celltype=large", ...
-  VectI designVariable;          // p: variable number (0-based; quantitative first)
-  VectI variableCoefs;           // variables: number of design columns of each variable
-  int maxTimes = 0;              // largest number of distinct times of a stratum
-  VectI nTimes, nCensored;       // nStrata each
+  int n = 0;                    // rows used (rows with a missing value are left out)
+  int p = 0;                    // columns of the design matrix
+  int nStrata = 0;              // number of strata
+  VectI rowIndex;               // n: 0-based data-set row of each sorted row
+  VectD time, status, weights;  // n each, sorted
+  VectD eventWeights;           // n: weight x status, the weights of the event terms
+  VectD strataKey;              // n: stratum key of each sorted row
+  VectD strataSizes;            // nStrata: rows per stratum
+  VectD design;                 // n x p design matrix (centred by the fit), column-major
+  VectD means;                  // p: column means subtracted by the fit
+  VectS designNames;            // p: "age", "celltype=large", ...
+  VectI designVariable;         // p: variable number (0-based; quantitative first)
+  VectI variableCoefs;          // variables: number of design columns of each variable
+  int maxTimes = 0;             // largest number of distinct times of a stratum
+  VectI nTimes, nCensored;      // nStrata each
   VectI blockStart, blockSize, blockEvents;  // nStrata x maxTimes, column-major
 
   // The fit (OptimizeCoxModel_ST) of the final model; vectors sized p of the final model.
-  VectD beta, se;                // coefficients and standard errors of the final model
-  VectD gradient, hessian, inverse;        // at the final beta (p, p x p, p x p)
-  VectD initGradient, initInverse;         // at beta = 0 (score test)
-  VectI inModel;                 // p (full design): 1 when the column is in the final model
+  VectD beta, se;                    // coefficients and standard errors of the final model
+  VectD gradient, hessian, inverse;  // at the final beta (p, p x p, p x p)
+  VectD initGradient, initInverse;   // at beta = 0 (score test)
+  VectI inModel;                     // p (full design): 1 when the column is in the final model
   double logLik = 0, logLik0 = 0;
   double iterations = 0;
-  double notConverged = 0;       // 1.0 when the iteration limit ended the fit
-  double zeroCoefficient = 0;    // 1.0 when a final coefficient is exactly 0.0
+  double notConverged = 0;     // 1.0 when the iteration limit ended the fit
+  double zeroCoefficient = 0;  // 1.0 when a final coefficient is exactly 0.0
 
   // Criteria (ComputeCritCox_ST) and selection.
-  double z = 0;                  // standard normal quantile at 1 - alpha / 2
-  VectD modelStats;              // 6 x 2
-  VectD globalTests;             // 3 x 3
-  VectD coefTable;               // p (full design) x 9
-  VectD stepTable;               // variables x 4
-  VectI variableStep;            // variables: step of entry (forward) or removal (backward)
-  int steps = 0;                 // number of selection steps recorded
+  double z = 0;        // standard normal quantile at 1 - alpha / 2
+  VectD modelStats;    // 6 x 2
+  VectD globalTests;   // 3 x 3
+  VectD coefTable;     // p (full design) x 9
+  VectD stepTable;     // variables x 4
+  VectI variableStep;  // variables: step of entry (forward) or removal (backward)
+  int steps = 0;       // number of selection steps recorded
 
   // Room for the post-fit and validation routines of the family (filled by them; left empty by
   // the routines of this header): baseline survival, survival per row and at the mean
@@ -154,10 +172,9 @@ VELKOR_API void ComputeLogLikeDerivativesCox(int p, matrix<double>* w, matrix<do
 VELKOR_API int OptimizeCoxModel(int p, matrix<double>* w, matrix<double>* X, int ties,
                                 matrix<double>* beta, matrix<int>* nTimes, matrix<int>* blockSize,
                                 matrix<int>* blockStart, int nStrata, matrix<double>* strataSizes,
-                                matrix<int>* blockEvents, int* maxIter, double tol,
-                                double& loglik, double& loglik0, matrix<double>* grad,
-                                matrix<double>* hess, matrix<double>* inv, matrix<double>* grad0,
-                                matrix<double>* inv0);
+                                matrix<int>* blockEvents, int* maxIter, double tol, double& loglik,
+                                double& loglik0, matrix<double>* grad, matrix<double>* hess,
+                                matrix<double>* inv, matrix<double>* grad0, matrix<double>* inv0);
 
 // Model statistics (6 x 2), global tests (3 x 3) and coefficient table columns 1 to 7 (p x 9;
 // columns 8 and 9 untouched) of a fit; z receives the normal quantile at 1 - alpha / 2.
@@ -227,7 +244,10 @@ VELKOR_API int ComputeLogLikeDerivativesCox_ST(const VectD& beta, const std::vec
 // with ten halvings, relative convergence. Fills beta, se, gradient, hessian, inverse,
 // initGradient, initInverse, logLik, logLik0, iterations, notConverged, zeroCoefficient of res
 // (vectors sized by the columns used) and param.maxIterations (iterations done). Returns 0, or -1
-// when the inversion fails or the halvings are exhausted.
+// when the inversion fails or the halvings are exhausted. The halving rule asks every iteration
+// for a gain above 2.2e-16: data whose maximum is at beta = 0 exactly, or a tolerance finer than
+// the log-likelihood can resolve (about 1e-13 relative), end the fit with -1. Cost per
+// iteration O(n q^2 + q^3), n rows and q columns.
 VELKOR_API int OptimizeCoxModel_ST(COX_Param& param, cCOX_Results& res,
                                    const std::vector<int>& columns);
 

@@ -61,7 +61,7 @@ TEST(CoxPreparation, TiedBlocksCensoringOnlyTimesAndChecks) {
   EXPECT_EQ(Tables({1}, {1}).rc, -2);
   const Tables bad({2, 1, 3}, {1, 2, 0});
   EXPECT_EQ(bad.rc, -1);
-  EXPECT_EQ(bad.t[0], 2.0);  // nothing reordered
+  EXPECT_EQ(bad.t[0], 2.0);      // nothing reordered
   EXPECT_EQ(bad.nt.data[0], 0);  // nor written (the container's fill value)
 }
 
@@ -73,10 +73,14 @@ struct Problem {
   velkor::cox::CoxProblem prob;
   Problem(std::vector<double> time, std::vector<double> status, std::vector<double> xs, int np,
           velkor::cox::TieTerms terms)
-      : t(std::move(time)), s(std::move(status)), x(std::move(xs)), n(static_cast<int>(t.size())),
+      : t(std::move(time)),
+        s(std::move(status)),
+        x(std::move(xs)),
+        n(static_cast<int>(t.size())),
         p(np) {
     const auto un = static_cast<std::uint32_t>(n);
-    matrix<double> T(un, 1, t.data(), 1), S(un, 1, s.data(), 1), X(un, static_cast<std::uint32_t>(p), x.data(), 1);
+    matrix<double> T(un, 1, t.data(), 1), S(un, 1, s.data(), 1),
+        X(un, static_cast<std::uint32_t>(p), x.data(), 1);
     matrix<double> C2(un, 1), C3(un, 1), K(un, 1), Z(1, 1);
     for (std::uint32_t i = 0; i < un; ++i) C3.data[i] = 1.0;
     Z.data[0] = n;
@@ -123,10 +127,10 @@ TEST(CoxFit, IterationLimitAndBookkeeping) {
   EXPECT_EQ(one.iterations, 1);
   const auto full = pr.Flat(50, 1e-13);
   EXPECT_GT(full.iterations, 2);
-  EXPECT_EQ(one.loglik0, full.loglik0);       // captured at beta = 0
+  EXPECT_EQ(one.loglik0, full.loglik0);  // captured at beta = 0
   EXPECT_EQ(one.grad0[0], full.grad0[0]);
   EXPECT_GT(full.loglik, full.loglik0);
-  EXPECT_NEAR(full.grad[0], 0.0, 1e-7);       // at the maximum
+  EXPECT_NEAR(full.grad[0], 0.0, 1e-7);  // at the maximum
   // The object fit reaches the same maximum (centring does not change the likelihood).
   const auto obj = pr.Object(50, 1e-10);
   ASSERT_EQ(obj.status, 0);
@@ -155,7 +159,8 @@ TEST(CoxFit, SingularMatrixFlatGoesOnObjectFails) {
   const Problem po({1, 2, 3, 4}, {1, 1, 0, 1}, {2, 2, 2, 2, 1, 3, 2, 5}, 2,
                    velkor::cox::TieTerms::EfronWeighted);
   std::vector<double> centred = po.x;
-  for (int i = 0; i < 4; ++i) centred[static_cast<std::size_t>(i)] = 0.0;  // centred constant column
+  for (int i = 0; i < 4; ++i)
+    centred[static_cast<std::size_t>(i)] = 0.0;  // centred constant column
   EXPECT_EQ(velkor::cox::FitObject(po.prob, velkor::cox::RowMajorCopy(centred.data(), 4, 4, 2), 2,
                                    10, 1e-9)
                 .status,
@@ -171,7 +176,8 @@ struct Crit {
 Crit RunCriteria(int p, const std::vector<double>& beta, const std::vector<double>& inv,
                  double loglik, double loglik0, int censoredFirst = 3) {
   Crit c;
-  std::vector<double> hess(static_cast<std::size_t>(p * p), 0.0), g0(static_cast<std::size_t>(p), 0.0);
+  std::vector<double> hess(static_cast<std::size_t>(p * p), 0.0),
+      g0(static_cast<std::size_t>(p), 0.0);
   for (int j = 0; j < p; ++j) hess[static_cast<std::size_t>(j * p + j)] = -1.0;
   velkor::cox::Criteria(20, p, censoredFirst, loglik, loglik0, 7, 0.05, beta.data(), hess.data(),
                         inv.data(), c.z, c.stats, g0.data(), inv.data(), c.coef,
@@ -213,9 +219,9 @@ TEST(CoxCriteria, ModelStatisticsAndGlobalTests) {
   EXPECT_EQ(c.stats[5], 1.0);
   EXPECT_EQ(c.stats[11], 7.0);
   EXPECT_EQ(c.tests[0], 2.0);
-  EXPECT_EQ(c.tests[3], 10.0);                      // -2 (L0 - L)
-  EXPECT_NEAR(c.tests[6], std::exp(-5.0), 1e-15);   // chi-square(2) upper tail of 10
-  EXPECT_EQ(c.tests[5], 0.25 + 0.0625);             // -beta' H beta with H = -I
+  EXPECT_EQ(c.tests[3], 10.0);                     // -2 (L0 - L)
+  EXPECT_NEAR(c.tests[6], std::exp(-5.0), 1e-15);  // chi-square(2) upper tail of 10
+  EXPECT_EQ(c.tests[5], 0.25 + 0.0625);            // -beta' H beta with H = -I
   // A fitted likelihood below the null one: missing likelihood-ratio p-value.
   const Crit worse = RunCriteria(2, beta, inv, -50.0, -45.0);
   EXPECT_EQ(Bits(worse.tests[6]), 0xFFEFFFFFFFFFFFE2ULL);

@@ -37,7 +37,8 @@ struct Prepared {
     }
     m = static_cast<int>(sizes.size());
     const auto um = static_cast<std::uint32_t>(m);
-    matrix<double> T(un, 1, time.data(), 0), S(un, 1, status.data(), 0), W(un, 1, weights.data(), 0);
+    matrix<double> T(un, 1, time.data(), 0), S(un, 1, status.data(), 0),
+        W(un, 1, weights.data(), 0);
     matrix<double> ones(un, 1), X(un, static_cast<std::uint32_t>(p), xcols.data(), 0);
     matrix<double> K(un, 1, strata.data(), 0), Z(um, 1, sizes.data(), 0);
     for (std::uint32_t i = 0; i < un; ++i) ones.data[i] = 1.0;
@@ -131,7 +132,8 @@ Prepared HeavyTies(bool weighted) {
 TEST(CoxLikelihood, CumulativeSumsEqualDirectSumsOnHeavyTies) {
   const Prepared prep = HeavyTies(true);
   const std::vector<double> beta = {0.4, -0.7, 0.25};
-  for (TieTerms terms : {TieTerms::BreslowCount, TieTerms::BreslowWeighted, TieTerms::EfronWeighted}) {
+  for (TieTerms terms :
+       {TieTerms::BreslowCount, TieTerms::BreslowWeighted, TieTerms::EfronWeighted}) {
     const auto b = prep.Eval(beta, terms, Prepared::Path::Direct);
     for (auto path : {Prepared::Path::Cumulative, Prepared::Path::CumulativeRowMajor}) {
       const auto a = prep.Eval(beta, terms, path);
@@ -147,7 +149,8 @@ TEST(CoxLikelihood, AgreesWithTheTextbookDefinition) {
   const Prepared prep = HeavyTies(true);
   const std::vector<double> beta = {0.4, -0.7, 0.25};
   EXPECT_NEAR(prep.Eval(beta, TieTerms::EfronWeighted).ll, prep.Textbook(beta, true, false), 1e-10);
-  EXPECT_NEAR(prep.Eval(beta, TieTerms::BreslowWeighted).ll, prep.Textbook(beta, false, false), 1e-10);
+  EXPECT_NEAR(prep.Eval(beta, TieTerms::BreslowWeighted).ll, prep.Textbook(beta, false, false),
+              1e-10);
   EXPECT_NEAR(prep.Eval(beta, TieTerms::BreslowCount).ll, prep.Textbook(beta, false, true), 1e-10);
 }
 
@@ -278,7 +281,8 @@ TEST(CoxLikelihood, UnorderedCallerTablesFallBackToDirectSums) {
   lay.strata = {st};
   const double beta = 0.7;
   double a = 0, b = 0, g[1], h[1];
-  velkor::cox::EvaluateRiskSets(lay, x.data(), 5, 1, w.data(), &beta, TieTerms::BreslowCount, a, g, h);
+  velkor::cox::EvaluateRiskSets(lay, x.data(), 5, 1, w.data(), &beta, TieTerms::BreslowCount, a, g,
+                                h);
   velkor::cox::EvaluateRiskSetsDirect(lay, x.data(), 5, 1, w.data(), &beta, TieTerms::BreslowCount,
                                       b, g, h);
   EXPECT_EQ(a, b);

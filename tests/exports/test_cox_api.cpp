@@ -82,7 +82,8 @@ void CompareFlat(const CoxFixture& f) {
   for (int j = 0; j < f.p; ++j) {
     ExpectRel(r.beta[j], f.coef[j], kTolCoef, std::string("beta ") + f.names[j]);
     ExpectRel(r.coef[j], f.coef[j], kTolCoef, "table beta");
-    ExpectRel(r.coef[static_cast<std::size_t>(f.p) + j], f.se[j], kTolCoef, std::string("se ") + f.names[j]);
+    ExpectRel(r.coef[static_cast<std::size_t>(f.p) + j], f.se[j], kTolCoef,
+              std::string("se ") + f.names[j]);
     EXPECT_DOUBLE_EQ(r.coef[static_cast<std::size_t>(f.p) * 4 + j], std::exp(r.beta[j]));
     EXPECT_EQ(r.coef[static_cast<std::size_t>(f.p) * 7 + j], 1.0);  // in the model
     EXPECT_EQ(r.coef[static_cast<std::size_t>(f.p) * 8 + j], 0.0);  // no selection step
@@ -119,7 +120,8 @@ TEST(CoxApiReference, FlatFormCountsStratumSizesWhenNotGiven) {
                       1e-12, -1, 0.05, 0, 0, nullptr, 0.05, 0, 0, beta.data(), ms.data(), gt.data(),
                       ct.data(), &z, st.data(), vs.data(), &nf, nullptr, nullptr, nullptr, nullptr),
             0);
-  for (int j = 0; j < f.p; ++j) ExpectRel(beta[static_cast<std::size_t>(j)], f.coef[j], kTolCoef, "beta");
+  for (int j = 0; j < f.p; ++j)
+    ExpectRel(beta[static_cast<std::size_t>(j)], f.coef[j], kTolCoef, "beta");
   ExpectRel(ms[8], -2 * f.loglik, kTolLik, "-2 L");
 }
 
@@ -236,8 +238,8 @@ TEST(CoxApiReference, SelectionsFollowTheLikelihoodRatioAndWaldRulesOfR) {
   }
   // Columns left out: beta 0, in-model flag 0, missing standard error.
   for (int j = 0; j < 5; ++j) {
-    const bool in = std::find(std::begin(lung_forward_order), std::end(lung_forward_order), j + 1) !=
-                    std::end(lung_forward_order);
+    const bool in = std::find(std::begin(lung_forward_order), std::end(lung_forward_order),
+                              j + 1) != std::end(lung_forward_order);
     EXPECT_EQ(fw.coef[static_cast<std::size_t>(35 + j)], in ? 1.0 : 0.0);
     if (!in) {
       EXPECT_EQ(fw.beta[static_cast<std::size_t>(j)], 0.0);
@@ -293,12 +295,15 @@ struct SmallRun {
   SmallRun(const std::vector<double>& t, const std::vector<double>& s, const std::vector<double>& x,
            int p, int ties = 0, int m = 1, const double* strata = nullptr,
            const double* sizes = nullptr)
-      : beta(static_cast<std::size_t>(p)), coef(static_cast<std::size_t>(p) * 9),
-        steps(static_cast<std::size_t>(p) * 4), varStep(static_cast<std::size_t>(p) + 1, 0) {
-    status = RunCoxReg(t.data(), s.data(), nullptr, x.data(), strata, sizes,
-                       static_cast<int>(t.size()), p, m, ties, &iterations, 1e-9, -1, 0.05, 0, 0,
-                       nullptr, 0.05, 0, 0, beta.data(), stats.data(), tests.data(), coef.data(),
-                       &z, steps.data(), varStep.data(), &nFinal, nullptr, nullptr, nullptr, nullptr);
+      : beta(static_cast<std::size_t>(p)),
+        coef(static_cast<std::size_t>(p) * 9),
+        steps(static_cast<std::size_t>(p) * 4),
+        varStep(static_cast<std::size_t>(p) + 1, 0) {
+    status =
+        RunCoxReg(t.data(), s.data(), nullptr, x.data(), strata, sizes, static_cast<int>(t.size()),
+                  p, m, ties, &iterations, 1e-9, -1, 0.05, 0, 0, nullptr, 0.05, 0, 0, beta.data(),
+                  stats.data(), tests.data(), coef.data(), &z, steps.data(), varStep.data(),
+                  &nFinal, nullptr, nullptr, nullptr, nullptr);
   }
   bool intact() const {
     return beta.intact() && stats.intact() && tests.intact() && coef.intact() && steps.intact();
@@ -404,10 +409,10 @@ TEST(CoxApiBadInput, SelectionWithInconsistentVariableCountsFails) {
   const int coefs[2] = {1, 2};  // three columns claimed, two present
   int it = 20, nf = -1, vs[2] = {-7, -7};
   double b[2], z, ms[12], gt[9], ct[18], st[8];
-  EXPECT_EQ(RunCoxReg(t, s, nullptr, x, nullptr, nullptr, 6, 2, 1, 0, &it, 1e-9, 0, 0.5, 0, 2,
-                      coefs, 0.05, 0, 0, b, ms, gt, ct, &z, st, vs, &nf, nullptr, nullptr, nullptr,
-                      nullptr),
-            -5);
+  EXPECT_EQ(
+      RunCoxReg(t, s, nullptr, x, nullptr, nullptr, 6, 2, 1, 0, &it, 1e-9, 0, 0.5, 0, 2, coefs,
+                0.05, 0, 0, b, ms, gt, ct, &z, st, vs, &nf, nullptr, nullptr, nullptr, nullptr),
+      -5);
   EXPECT_EQ(vs[0], -7);
 }
 
@@ -458,10 +463,10 @@ TEST(CoxApiWorkers, FlatWorkersChainToTheRunResult) {
   std::vector<double> t(f.time, f.time + n), s(f.status, f.status + n), x(f.x, f.x + n * p);
   std::vector<int> nt(1), nc(1), bs(static_cast<std::size_t>(n)), bz(bs.size()), be(bs.size());
   int mt = 0;
-  ASSERT_EQ(Cpp_ReorganizeDataCox(t.data(), n, p, s.data(), nullptr, nullptr, x.data(), nullptr,
-                                  nullptr, 1, nt.data(), nc.data(), bs.data(), bz.data(), be.data(),
-                                  &mt),
-            0);
+  ASSERT_EQ(
+      Cpp_ReorganizeDataCox(t.data(), n, p, s.data(), nullptr, nullptr, x.data(), nullptr, nullptr,
+                            1, nt.data(), nc.data(), bs.data(), bz.data(), be.data(), &mt),
+      0);
   const auto un = static_cast<std::uint32_t>(n), up = static_cast<std::uint32_t>(p);
   matrix<double> W(un, 1, s.data(), 0), X(un, up, x.data(), 0), beta(up, 1), sizes(1, 1);
   sizes.data[0] = n;
@@ -494,16 +499,15 @@ TEST(CoxApiWorkers, FlatWorkersChainToTheRunResult) {
   matrix<int> vc(up, 1), inModel(up, 1), vstep(up, 1);
   for (int j = 0; j < p; ++j) vc.data[j] = 1;
   matrix<double> steps(up, 4), b2(up, 1);
-  const int nsteps = Cox_ForSelection(p, &W, &X, 0, &NT, &BZ, &BS, 1, &sizes, &BE, &it2, 1e-12,
-                                      0.10, p, &vc, &pf, &inModel, &vstep, &steps, &b2, ll, ll0,
-                                      &g, &h, &inv, &g0, &inv0);
+  const int nsteps =
+      Cox_ForSelection(p, &W, &X, 0, &NT, &BZ, &BS, 1, &sizes, &BE, &it2, 1e-12, 0.10, p, &vc, &pf,
+                       &inModel, &vstep, &steps, &b2, ll, ll0, &g, &h, &inv, &g0, &inv0);
   const FlatRun fr = RunFlat(f, 0, 0, 0.10);
   EXPECT_EQ(nsteps, fr.nFinal);
-  for (int j = 0; j < p; ++j)
-    EXPECT_EQ(vstep.data[j], fr.varStep[static_cast<std::size_t>(j)]);
-  const int bsteps = Cox_BackSelection(p, &W, &X, 0, &NT, &BZ, &BS, 1, &sizes, &BE, &it2, 1e-12,
-                                       0.10, 0, p, &vc, &pf, &inModel, &vstep, &steps, &b2, ll,
-                                       ll0, &g, &h, &inv, &g0, &inv0);
+  for (int j = 0; j < p; ++j) EXPECT_EQ(vstep.data[j], fr.varStep[static_cast<std::size_t>(j)]);
+  const int bsteps =
+      Cox_BackSelection(p, &W, &X, 0, &NT, &BZ, &BS, 1, &sizes, &BE, &it2, 1e-12, 0.10, 0, p, &vc,
+                        &pf, &inModel, &vstep, &steps, &b2, ll, ll0, &g, &h, &inv, &g0, &inv0);
   EXPECT_GE(bsteps, 1);
 }
 
