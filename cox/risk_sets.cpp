@@ -137,6 +137,69 @@ struct Evaluation {
     risk.Add(Row(i), ex[i]);
   }
 
+  // Adds rows [from, to) to the risk-set sums, the same rows AddToRisk would add one by one.
+  // The run is summed into local accumulators first (kept in registers for small p), then added
+  // to the running sums.
+  void AddRange(std::size_t from, std::size_t to) {
+    for (std::size_t i = from; i < to; ++i)
+      ex[i] = !(eta[i] < kExpGuard) ? 0.0 : (eta[i] == 0.0 ? 1.0 : std::exp(eta[i]));
+    if (rm) {
+      switch (p) {
+        case 1: return RangeFixed<1>(from, to);
+        case 2: return RangeFixed<2>(from, to);
+        case 3: return RangeFixed<3>(from, to);
+        case 4: return RangeFixed<4>(from, to);
+        case 5: return RangeFixed<5>(from, to);
+        case 6: return RangeFixed<6>(from, to);
+        default: break;
+      }
+    }
+    for (std::size_t i = to; i-- > from;)
+      if (eta[i] < kExpGuard) risk.Add(Row(i), ex[i]);
+  }
+  template <int P>
+  void RangeFixed(std::size_t from, std::size_t to) {
+    constexpr int kC = P * (P + 1) / 2;
+    double s = 0.0, a[P] = {}, c[kC] = {};
+    for (std::size_t i = to; i-- > from;) {
+      if (!(eta[i] < kExpGuard)) continue;  // the exponent guard: left out, not clamped
+      const double e = ex[i];
+      const double* x = rm + i * P;
+      s += e;
+      int idx = 0;
+      for (int col = 0; col < P; ++col) {
+        const double exc = e * x[col];
+        a[col] += exc;
+        for (int r = 0; r <= col; ++r) c[idx++] += exc * x[r];
+      }
+    }
+    risk.s += s;
+    for (int k = 0; k < P; ++k) risk.a[static_cast<std::size_t>(k)] += a[k];
+    for (int k = 0; k < kC; ++k) risk.c[static_cast<std::size_t>(k)] += c[k];
+  }
+
+  // Tied-block sums T, B, E over the event rows of [from, to), as tied.Add row by row.
+  template <int P>
+  void TiedFixed(std::size_t from, std::size_t to) {
+    constexpr int kC = P * (P + 1) / 2;
+    double s = 0.0, a[P] = {}, c[kC] = {};
+    for (std::size_t i = from; i < to; ++i) {
+      if (w[i] == 0.0 || !(eta[i] < kExpGuard)) continue;
+      const double e = w[i] * ex[i];
+      const double* x = rm + i * P;
+      s += e;
+      int idx = 0;
+      for (int col = 0; col < P; ++col) {
+        const double exc = e * x[col];
+        a[col] += exc;
+        for (int r = 0; r <= col; ++r) c[idx++] += exc * x[r];
+      }
+    }
+    tied.s = s;
+    for (int k = 0; k < P; ++k) tied.a[static_cast<std::size_t>(k)] = a[k];
+    for (int k = 0; k < kC; ++k) tied.c[static_cast<std::size_t>(k)] = c[k];
+  }
+
   // The event term of one distinct time: weighted block sum of x (and of eta for the
   // log-likelihood), then the ties terms from the risk-set and tied-block sums.
   // The beta-free event terms: W_k of each block and the sum of w_i x_i over the event rows of
@@ -173,10 +236,17 @@ struct Evaluation {
     if (d <= 0) return;  // a time with only censored rows contributes nothing
     if (terms == TieTerms::EfronWeighted && d > 1) {  // f_1 = 0: a single event needs no T_k
       tied.Clear();
-      for (std::size_t i = b.start; i < static_cast<std::size_t>(b.start) + b.size; ++i) {
-        const double wi = w[i];
-        if (wi == 0.0 || !(eta[i] < kExpGuard)) continue;
-        tied.Add(Row(i), wi * ex[i]);  // ex is current: the block's rows are in R_k
+      const std::size_t from = b.start, to = from + b.size;
+      switch (rm ? p : 0) {  // ex is current: the block's rows are in R_k
+        case 1: TiedFixed<1>(from, to); break;
+        case 2: TiedFixed<2>(from, to); break;
+        case 3: TiedFixed<3>(from, to); break;
+        case 4: TiedFixed<4>(from, to); break;
+        case 5: TiedFixed<5>(from, to); break;
+        case 6: TiedFixed<6>(from, to); break;
+        default:
+          for (std::size_t i = from; i < to; ++i)
+            if (w[i] != 0.0 && eta[i] < kExpGuard) tied.Add(Row(i), w[i] * ex[i]);
       }
     }
     const double S = risk.s;
@@ -316,7 +386,10 @@ void EvaluateRiskSets(const RiskLayout& layout, const double* X, std::size_t ldx
     std::size_t lo = static_cast<std::size_t>(st.first) + st.rows;
     for (std::uint32_t k = st.blockEnd; k-- > st.blockBegin;) {
       const TiedBlock& b = layout.blocks[k];
-      while (lo > b.start) ev.AddToRisk(--lo);
+      if (lo > b.start) {
+        ev.AddRange(b.start, lo);
+        lo = b.start;
+      }
       ev.TimeTerms(b, ws.blockWeight[k]);
     }
   }
