@@ -125,6 +125,18 @@ TEST(CoxApiReference, FlatFormCountsStratumSizesWhenNotGiven) {
   ExpectRel(ms[8], -2 * f.loglik, kTolLik, "-2 L");
 }
 
+TEST(CoxApiReference, SchwarzCriterionUsesTheFirstStratumCensoredCountOnly) {
+  // lung stratified by sex: the sample size of rows 1 and 5 is n minus the censored rows of the
+  // first stratum (sex 1), not n minus all censored rows (which would be the events).
+  const CoxFixture& f = lung_strata_breslow;
+  int censoredFirst = 0;
+  for (int i = 0; i < f.n; ++i) censoredFirst += (f.strata[i] == 1.0 && f.status[i] == 0.0);
+  const FlatRun r = RunFlat(f, 0);
+  const double used = f.n - censoredFirst;
+  EXPECT_EQ(r.stats[0], used);
+  EXPECT_EQ(r.stats[10], f.p * std::log(used) + r.stats[8]);
+}
+
 TEST(CoxApiReference, FlatEfronCodeGivesTheBreslowFit) {
   // The flat Efron fraction truncates to 0: on veteran (heavy ties) code 1 is code 0 exactly.
   const FlatRun b = RunFlat(veteran_breslow, 0), e = RunFlat(veteran_breslow, 1);
