@@ -34,6 +34,19 @@ int cReorganizeDataCox(matrix<double>* time, int n, int p, matrix<double>* statu
                        matrix<int>* nTimes, matrix<int>* nCensored, matrix<int>* blockStart,
                        matrix<int>* blockSize, matrix<int>* blockEvents, int* maxTimes);
 
+// The two halves of cReorganizeDataCox. SortedRowOrder: the checks (-1, -2, -3, nothing
+// written) and the stable order of the rows by stratum then time (order[r] = input row of sorted
+// row r), with the first row and row count of each stratum. FillBlockTables: the tables from
+// time and status already in that order.
+int SortedRowOrder(matrix<double>* time, int n, matrix<double>* status, matrix<double>* strataKey,
+                   matrix<double>* strataSizes, int m, std::vector<std::uint32_t>& order,
+                   std::vector<std::size_t>& first, std::vector<std::size_t>& size);
+void FillBlockTables(const matrix<double>* time, const matrix<double>* status,
+                     const matrix<double>* col3, const std::vector<std::size_t>& first,
+                     const std::vector<std::size_t>& size, matrix<int>* nTimes,
+                     matrix<int>* nCensored, matrix<int>* blockStart, matrix<int>* blockSize,
+                     matrix<int>* blockEvents, int* maxTimes);
+
 // Builds the layout from matrix<int> tables as cReorganizeDataCox fills them.
 RiskLayout LayoutFromTables(std::size_t n, int nStrata, matrix<double>* strataSizes,
                             matrix<int>* nTimes, matrix<int>* blockStart, matrix<int>* blockSize,

@@ -15,11 +15,9 @@ double Linear(const matrix<double>* m, std::size_t k) {
 
 }  // namespace
 
-int cReorganizeDataCox(matrix<double>* time, int n, int p, matrix<double>* status,
-                       matrix<double>* col2, matrix<double>* col3, matrix<double>* X,
-                       matrix<double>* strataKey, matrix<double>* strataSizes, int m,
-                       matrix<int>* nTimes, matrix<int>* nCensored, matrix<int>* blockStart,
-                       matrix<int>* blockSize, matrix<int>* blockEvents, int* maxTimes) {
+int SortedRowOrder(matrix<double>* time, int n, matrix<double>* status, matrix<double>* strataKey,
+                   matrix<double>* strataSizes, int m, std::vector<std::uint32_t>& order,
+                   std::vector<std::size_t>& first, std::vector<std::size_t>& size) {
   // Rows actually held by the time and status containers (a shorter container clips n).
   std::size_t rows = n > 0 ? static_cast<std::size_t>(n) : 0;
   rows = std::min<std::size_t>(rows, time ? time->rows : 0);
@@ -38,11 +36,12 @@ int cReorganizeDataCox(matrix<double>* time, int n, int p, matrix<double>* statu
 
   // One stable permutation: by stratum key (with more than one stratum), then by time inside each
   // stratum's run of rows.
-  std::vector<std::uint32_t> order(rows);
+  order.assign(rows, 0);
   for (std::size_t i = 0; i < rows; ++i) order[i] = static_cast<std::uint32_t>(i);
   if (m > 1 && strataKey && strataKey->rows >= rows) order = SortOrder(strataKey->data, rows);
   const int nStrata = m < 1 ? 0 : m;
-  std::vector<std::size_t> first(static_cast<std::size_t>(nStrata)), size(first.size());
+  first.assign(static_cast<std::size_t>(nStrata), 0);
+  size.assign(first.size(), 0);
   {
     std::size_t at = 0;
     for (int s = 0; s < nStrata; ++s) {
@@ -66,11 +65,14 @@ int cReorganizeDataCox(matrix<double>* time, int n, int p, matrix<double>* statu
     for (std::size_t r = 0; r < size[s]; ++r) sub[r] = order[first[s] + by_time[r]];
     std::copy(sub.begin(), sub.end(), order.begin() + static_cast<std::ptrdiff_t>(first[s]));
   }
-  for (matrix<double>* col : {time, status, col2, col3, X, strataKey}) {
-    if (col && col->rows >= rows) ApplyRowPermutation(col, 0, order);
-  }
-  (void)p;  // every column of X moves with its row
+  return 0;
+}
 
+void FillBlockTables(const matrix<double>* time, const matrix<double>* status,
+                     const matrix<double>* col3, const std::vector<std::size_t>& first,
+                     const std::vector<std::size_t>& size, matrix<int>* nTimes,
+                     matrix<int>* nCensored, matrix<int>* blockStart, matrix<int>* blockSize,
+                     matrix<int>* blockEvents, int* maxTimes) {
   // Block tables.
   int kmax = 0;
   auto third = [&](std::size_t i) { return (col3 && i < col3->rows) ? col3->data[i] : 1.0; };
@@ -110,6 +112,23 @@ int cReorganizeDataCox(matrix<double>* time, int n, int p, matrix<double>* statu
     kmax = std::max(kmax, k);
   }
   if (maxTimes) *maxTimes = kmax;
+}
+
+int cReorganizeDataCox(matrix<double>* time, int n, int p, matrix<double>* status,
+                       matrix<double>* col2, matrix<double>* col3, matrix<double>* X,
+                       matrix<double>* strataKey, matrix<double>* strataSizes, int m,
+                       matrix<int>* nTimes, matrix<int>* nCensored, matrix<int>* blockStart,
+                       matrix<int>* blockSize, matrix<int>* blockEvents, int* maxTimes) {
+  std::vector<std::uint32_t> order;
+  std::vector<std::size_t> first, size;
+  const int rc = SortedRowOrder(time, n, status, strataKey, strataSizes, m, order, first, size);
+  if (rc != 0) return rc;
+  for (matrix<double>* col : {time, status, col2, col3, X, strataKey}) {
+    if (col && col->rows >= order.size()) ApplyRowPermutation(col, 0, order);
+  }
+  (void)p;  // every column of X moves with its row
+  FillBlockTables(time, status, col3, first, size, nTimes, nCensored, blockStart, blockSize,
+                  blockEvents, maxTimes);
   return 0;
 }
 

@@ -145,13 +145,20 @@ struct Evaluation {
       ex[i] = !(eta[i] < kExpGuard) ? 0.0 : (eta[i] == 0.0 ? 1.0 : std::exp(eta[i]));
     if (rm) {
       switch (p) {
-        case 1: return RangeFixed<1>(from, to);
-        case 2: return RangeFixed<2>(from, to);
-        case 3: return RangeFixed<3>(from, to);
-        case 4: return RangeFixed<4>(from, to);
-        case 5: return RangeFixed<5>(from, to);
-        case 6: return RangeFixed<6>(from, to);
-        default: break;
+        case 1:
+          return RangeFixed<1>(from, to);
+        case 2:
+          return RangeFixed<2>(from, to);
+        case 3:
+          return RangeFixed<3>(from, to);
+        case 4:
+          return RangeFixed<4>(from, to);
+        case 5:
+          return RangeFixed<5>(from, to);
+        case 6:
+          return RangeFixed<6>(from, to);
+        default:
+          break;
       }
     }
     for (std::size_t i = to; i-- > from;)
@@ -238,12 +245,24 @@ struct Evaluation {
       tied.Clear();
       const std::size_t from = b.start, to = from + b.size;
       switch (rm ? p : 0) {  // ex is current: the block's rows are in R_k
-        case 1: TiedFixed<1>(from, to); break;
-        case 2: TiedFixed<2>(from, to); break;
-        case 3: TiedFixed<3>(from, to); break;
-        case 4: TiedFixed<4>(from, to); break;
-        case 5: TiedFixed<5>(from, to); break;
-        case 6: TiedFixed<6>(from, to); break;
+        case 1:
+          TiedFixed<1>(from, to);
+          break;
+        case 2:
+          TiedFixed<2>(from, to);
+          break;
+        case 3:
+          TiedFixed<3>(from, to);
+          break;
+        case 4:
+          TiedFixed<4>(from, to);
+          break;
+        case 5:
+          TiedFixed<5>(from, to);
+          break;
+        case 6:
+          TiedFixed<6>(from, to);
+          break;
         default:
           for (std::size_t i = from; i < to; ++i)
             if (w[i] != 0.0 && eta[i] < kExpGuard) tied.Add(Row(i), w[i] * ex[i]);

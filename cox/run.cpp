@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "companion/linalg.h"
+#include "companion/sorting.h"
 #include "core/numeric.h"
 #include "cox/cox.h"
 #include "cox/run.h"
@@ -47,12 +48,7 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   if (p < 0) p = 0;
   if (X->cols < static_cast<std::uint32_t>(p) || X->rows < rows) p = 0;
 
-  // The preparation sorts time, status and stratum keys and carries each row's input position
-  // (in place of the covariates); the design is then gathered row by row in sorted order, which
-  // is the layout the likelihood reads. Every row joins its tied block (no third column).
   const bool weighted = rows > 0 && weights->count >= rows;
-  matrix<double> position(static_cast<std::uint32_t>(rows), 1);
-  for (std::size_t i = 0; i < rows; ++i) position.data[i] = static_cast<double>(i);
 
   // Stratum sizes not given with several strata: counted from the keys (rows per distinct key in
   // ascending key order).
@@ -83,20 +79,26 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   sizesOne.data[0] = static_cast<double>(rows);
   matrix<double>* sizes = m <= 1 ? &sizesOne : strataSizes;
   int maxTimes = 0;
-  const int prep =
-      cReorganizeDataCox(time, n, 1, status, nullptr, nullptr, &position, strata, sizes,
-                         strataCount, &nTimes, &nCensored, &bStart, &bSize, &bEvents, &maxTimes);
+  // The preparation of cReorganizeDataCox with the rows moved once: time and status in place,
+  // and the covariates gathered straight into the design row by row in sorted order (the layout
+  // the likelihood reads). Every row joins its tied block (no third column).
+  std::vector<std::uint32_t> order;
+  std::vector<std::size_t> first, size;
+  const int prep = SortedRowOrder(time, n, status, strata, sizes, strataCount, order, first, size);
   if (prep != 0) return prep;
-
+  ApplyRowPermutation(time, 0, order);
+  ApplyRowPermutation(status, 0, order);
   // Event weights: the case weight of an event row, 0 for a censored row, so that censored rows
-  // never enter the event terms. The design row by row, in sorted order.
+  // never enter the event terms.
   const auto up = static_cast<std::size_t>(p);
   std::vector<double> ew(rows), design(rows * up);
   for (std::size_t r = 0; r < rows; ++r) {
-    const auto i = static_cast<std::size_t>(position.data[r]);
+    const std::size_t i = order[r];
     ew[r] = (weighted ? weights->data[i] : 1.0) * status->data[r];
     for (std::size_t j = 0; j < up; ++j) design[r * up + j] = X->data[j * X->rows + i];
   }
+  FillBlockTables(time, status, nullptr, first, size, &nTimes, &nCensored, &bStart, &bSize,
+                  &bEvents, &maxTimes);
   const RiskLayout layout =
       LayoutFromTables(rows, strataCount, sizes, &nTimes, &bStart, &bSize, &bEvents);
   CoxProblem prob{&layout, ew.data(), FlatTerms(ties)};
