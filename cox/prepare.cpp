@@ -55,9 +55,15 @@ int SortedRowOrder(matrix<double>* time, int n, matrix<double>* status, matrix<d
       at += len;
     }
   }
+  const bool identity = !(m > 1 && strataKey && strataKey->rows >= rows);
   std::vector<double> block_times;
   for (std::size_t s = 0; s < first.size(); ++s) {
     if (size[s] < 2) continue;
+    if (identity && first[s] == 0) {  // rows still in input order: sort the times where they are
+      const std::vector<std::uint32_t> by_time = SortOrder(time->data, size[s]);
+      std::copy(by_time.begin(), by_time.end(), order.begin());
+      continue;
+    }
     block_times.resize(size[s]);
     for (std::size_t r = 0; r < size[s]; ++r) block_times[r] = time->data[order[first[s] + r]];
     const std::vector<std::uint32_t> by_time = SortOrder(block_times.data(), size[s]);
