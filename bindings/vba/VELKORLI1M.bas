@@ -29,6 +29,25 @@ Public Function VelkorArray(ByRef a As Variant) As LongPtr
     VelkorArray = p
 End Function
 
+' ---- cox.h
+Public Declare PtrSafe Function Cpp_ReorganizeDataCox Lib "VELKORLI1M.dll" (ByRef time_ As Double, _
+        ByVal n As Long, ByVal p As Long, ByRef status As Double, ByRef col2 As Double, _
+        ByRef col3 As Double, ByRef x As Double, ByRef strataKey As Double, _
+        ByRef strataSizes As Double, ByVal m As Long, ByRef nTimes As Long, _
+        ByRef nCensored As Long, ByRef blockStart As Long, ByRef blockSize As Long, _
+        ByRef blockEvents As Long, ByRef maxTimes As Long) As Long
+Public Declare PtrSafe Function RunCoxReg Lib "VELKORLI1M.dll" (ByRef time_ As Double, _
+        ByRef status As Double, ByRef weights As Double, ByRef x As Double, ByRef strata As Double, _
+        ByRef strataSizes As Double, ByVal n As Long, ByVal p As Long, ByVal m As Long, _
+        ByVal ties As Long, ByRef maxIter As Long, ByVal tol As Double, ByVal selection As Long, _
+        ByVal threshold As Double, ByVal backStatistic As Long, ByVal nVars As Long, _
+        ByRef varCoefs As Long, ByVal alpha As Double, ByVal survRes As Integer, _
+        ByVal survCols As Long, ByRef beta As Double, ByRef modelStats As Double, _
+        ByRef globalTests As Double, ByRef coefTable As Double, ByRef z As Double, _
+        ByRef stepTable As Double, ByRef variableStep As Long, ByRef nFinal As Long, _
+        ByRef baseSurvival As Double, ByRef rowSurvival As Double, ByRef meanSurvival As Double, _
+        ByRef residuals As Double) As Long
+
 ' ---- methodcomp.h
 Public Declare PtrSafe Function Cpp_BlandAltman Lib "VELKORLI1M.dll" (ByRef x As Double, _
         ByRef y As Double, ByVal n As Long, ByVal type_ As Long, ByVal alpha As Double, _
@@ -61,6 +80,59 @@ Public Declare PtrSafe Function Cpp_NewDemingRegression Lib "VELKORLI1M.dll" (By
         ByVal lambda As Double, ByVal alpha As Double, ByVal maxIter As Long, ByVal tol As Double, _
         ByRef coef As Double, ByRef info As Double, ByRef fitted As Double, _
         ByRef residuals As Double) As Long
+
+' ---- parametric.h
+Public Declare PtrSafe Function Cpp_ComputeLogLikeDerivativesParam Lib "VELKORLI1M.dll" ( _
+        ByRef times As Double, ByVal n As Long, ByVal p As Long, ByVal k As Long, _
+        ByRef codes As Double, ByRef bounds As Double, ByRef design As Double, _
+        ByRef params As Double, ByRef weights As Double, ByVal dist As Long, _
+        ByRef loglik As Double, ByRef grad As Double, ByRef hess As Double) As Long
+Public Declare PtrSafe Function Cpp_OptimizeParamModel Lib "VELKORLI1M.dll" (ByRef times As Double, _
+        ByVal n As Long, ByVal p As Long, ByVal k As Long, ByRef codes As Double, _
+        ByRef bounds As Double, ByRef design As Double, ByRef weights As Double, _
+        ByRef iterations As Long, ByVal tol As Double, ByVal dist As Long, _
+        ByVal fixIntercept As Integer, ByVal interceptValue As Double, ByRef loglik As Double, _
+        ByRef grad As Double, ByRef hess As Double, ByRef params As Double) As Long
+Public Declare PtrSafe Function Cpp_RunParamReg Lib "VELKORLI1M.dll" (ByRef times As Double, _
+        ByVal n As Long, ByVal p As Long, ByRef codes As Double, ByRef bounds As Double, _
+        ByRef design As Double, ByRef weights As Double, ByVal dist As Long, ByVal method As Long, _
+        ByVal pEnter As Double, ByVal pRemove As Double, ByRef iterations As Long, _
+        ByVal tol As Double, ByVal fixIntercept As Integer, ByVal interceptValue As Double, _
+        ByVal logTime As Integer, ByVal alpha As Double, ByRef params As Double, _
+        ByRef cov As Double, ByRef crit As Double, ByRef ptable As Double, ByRef tests As Double, _
+        ByRef history As Double, ByRef resid As Double, ByRef kept As Double, ByRef nKept As Long) As Long
+Public Declare PtrSafe Function Cpp_Param_BackSelection Lib "VELKORLI1M.dll" ( _
+        ByRef times As Double, ByVal n As Long, ByVal p As Long, ByRef codes As Double, _
+        ByRef bounds As Double, ByRef design As Double, ByRef weights As Double, _
+        ByVal dist As Long, ByVal threshold As Double, ByRef iterations As Long, _
+        ByVal tol As Double, ByVal fixIntercept As Integer, ByVal interceptValue As Double, _
+        ByRef loglik As Double, ByRef params As Double, ByRef hess As Double, _
+        ByRef columns As Double, ByRef history As Double, ByRef nKept As Long, ByRef nSteps As Long) As Long
+Public Declare PtrSafe Function Cpp_Param_ForSelection Lib "VELKORLI1M.dll" (ByRef times As Double, _
+        ByVal n As Long, ByVal p As Long, ByRef codes As Double, ByRef bounds As Double, _
+        ByRef design As Double, ByRef weights As Double, ByVal dist As Long, _
+        ByVal threshold As Double, ByRef iterations As Long, ByVal tol As Double, _
+        ByVal fixIntercept As Integer, ByVal interceptValue As Double, ByRef loglik As Double, _
+        ByRef params As Double, ByRef hess As Double, ByRef columns As Double, _
+        ByRef history As Double, ByRef nKept As Long, ByRef nSteps As Long) As Long
+Public Declare PtrSafe Function Cpp_ComputeCritParam Lib "VELKORLI1M.dll" (ByVal n As Long, _
+        ByVal p As Long, ByVal k As Long, ByVal llNull As Double, ByVal llModel As Double, _
+        ByVal iterations As Long, ByRef params As Double, ByRef invHess As Double, _
+        ByRef gradNull As Double, ByRef invHessNull As Double, ByVal alpha As Double, _
+        ByRef crit As Double, ByRef ptable As Double, ByRef tests As Double) As Long
+Public Declare PtrSafe Function Cpp_ResParam Lib "VELKORLI1M.dll" (ByRef times As Double, _
+        ByVal n As Long, ByVal p As Long, ByRef codes As Double, ByRef design As Double, _
+        ByRef params As Double, ByVal dist As Long, ByRef stdRes As Double, _
+        ByRef coxSnell As Double, ByRef martingale As Double, ByRef deviance As Double) As Long
+Public Declare PtrSafe Function Cpp_PrepareIntervalData Lib "VELKORLI1M.dll" ( _
+        ByRef judge As Double, ByVal n As Long, ByVal m As Long, ByRef stimes As Double, _
+        ByRef data As Double, ByVal d As Long, ByRef nRemoved As Long, ByRef flags As Long, _
+        ByRef nKept As Long, ByRef bounds As Double, ByRef codes As Double, ByRef times As Double, _
+        ByRef summary As Double) As Long
+Public Declare PtrSafe Function Cpp_TransformJudgeToInt Lib "VELKORLI1M.dll" ( _
+        ByRef stime As Double, ByVal n As Long, ByVal m As Long, ByRef orderKey As Double, _
+        ByVal nCode As Long, ByRef response As Double, ByRef judge As Double, _
+        ByRef distinct As Double) As Long
 
 ' ---- roc.h
 Public Declare PtrSafe Function Cpp_CreateROCContingencyTable Lib "VELKORLI1M.dll" ( _

@@ -1,8 +1,6 @@
 // Cox regression through VELKORLI1M.dll against R's coxph (the fixture of the Linux tests): the
 // flat RunCoxReg (Breslow ties, strata), and the front end's object entry Cpp_COX_Compute_ST fed
 // with record arrays of real OLE Automation columns (Efron ties).
-// Compiled once the family and its fixture are in the tree.
-#if __has_include("reference/cox/cox_fixtures.inc")
 #include <cmath>
 #include <map>
 #include <string>
@@ -139,5 +137,3 @@ VELKOR_WIN_FAMILY(cox) {
     WCHECK_EQ(info.error.status, VELKOR_W_NO_EVENT);
   }
 }
-
-#endif  // __has_include("reference/cox/cox_fixtures.inc")
