@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <vector>
 
 #include "companion/distributions.h"
 #include "companion/sorting.h"
@@ -82,19 +83,42 @@ int ReorganizeDataCum(matrix<double>* times, int n, matrix<double>* status,
 void CumIncCalc(int T, matrix<double>* times, matrix<double>* status, int cause, double alpha,
                 int n, int offset, matrix<double>* productLimit, matrix<double>* incidence,
                 matrix<double>* complement) {
-  if (incidence == nullptr || times == nullptr || status == nullptr || productLimit == nullptr ||
-      T < 1) {
+  if (incidence == nullptr || times == nullptr || status == nullptr || productLimit == nullptr) {
     return;
   }
-  matrix<double>& inc = *incidence;
+  // Rows past the incidence matrix could only reach its spare element, and no row depends on a
+  // later one: the work stops at the matrix's last row.
+  T = static_cast<int>(std::min<long long>(T, incidence->rows));
+  if (T < 1) return;
   matrix<double>& pl = *productLimit;
   const double target = static_cast<double>(cause);
   const double z = InvCDFNormalStd(1.0 - alpha * 0.5);
 
-  // Product-limit row j (0 = origin) lives in matrix row j + 1; rows beyond the matrix are absent.
-  const long long plRows = static_cast<long long>(pl.rows) - 1;  // last table row present
-  const auto present = [&](long long j) { return j <= plRows && pl.cols >= 8; };
-  const auto plv = [&](long long j, int c) { return pl(static_cast<int>(j + 1), c); };
+  // The table is built in the caller's matrix when it has the full T x 10 shape (the flat entry's
+  // case), else in a private buffer written back cell by cell; either way the loops below index
+  // plain column-major memory, row i and column c at (c - 1) * ld + i - 1.
+  std::vector<double> local;
+  double* base = incidence->data;
+  std::size_t ld = incidence->rows;
+  const bool direct = base != nullptr && incidence->cols >= kCount;
+  if (!direct) {
+    local.resize(static_cast<std::size_t>(T) * kCount);
+    base = local.data();
+    ld = static_cast<std::size_t>(T);
+    for (int i = 1; i <= T; ++i) {
+      for (int c = 1; c <= kCount; ++c) local[(c - 1) * ld + (i - 1)] = (*incidence)(i, c);
+    }
+  }
+  const auto cell = [&](int i, int c) -> double& {
+    return base[static_cast<std::size_t>(c - 1) * ld + static_cast<std::size_t>(i - 1)];
+  };
+  // Product-limit table row j (0 = origin) is matrix row j + 1; rows beyond the matrix are absent.
+  const long long plLast =
+      pl.cols >= 8 && pl.data != nullptr ? static_cast<long long>(pl.rows) - 1 : -1;
+  const auto present = [&](long long j) { return j <= plLast; };
+  const auto plv = [&](long long j, int c) {
+    return pl.data[static_cast<std::size_t>(c - 1) * pl.rows + static_cast<std::size_t>(j)];
+  };
 
   // 1. Failures from the cause per distinct time: walk the block, a new row at each time change.
   {
@@ -103,7 +127,7 @@ void CumIncCalc(int T, matrix<double>* times, matrix<double>* status, int cause,
                                               std::min<long long>(times->rows, status->rows));
     long long u = 1;
     for (long long k = first; k < end && u <= T; ++k) {
-      if (status->data[k] == target) inc(static_cast<int>(u), kCauseEvents) += 1.0;
+      if (status->data[k] == target) cell(static_cast<int>(u), kCauseEvents) += 1.0;
       if (k + 1 < end && times->data[k + 1] == times->data[k]) continue;
       ++u;
     }
@@ -112,30 +136,26 @@ void CumIncCalc(int T, matrix<double>* times, matrix<double>* status, int cause,
   // 2. Columns copied from the product-limit table.
   for (int i = 1; i <= T; ++i) {
     const bool p = present(i);
-    inc.set(i, kTime, p ? plv(i, 1) : kMissing);
-    inc.set(i, kAtRisk, p ? plv(i, 6) : kMissing);
-    inc.set(i, kAllEvents, p ? plv(i, 4) : kMissing);
-    inc.set(i, kCensored, p ? plv(i, 5) : kMissing);
+    cell(i, kTime) = p ? plv(i, 1) : kMissing;
+    cell(i, kAtRisk) = p ? plv(i, 6) : kMissing;
+    cell(i, kAllEvents) = p ? plv(i, 4) : kMissing;
+    cell(i, kCensored) = p ? plv(i, 5) : kMissing;
   }
   // A row contributes an estimate when it has an event of the cause and product-limit values.
-  const auto has_event = [&](int i) { return inc(i, kCauseEvents) > 0.0 && present(i); };
+  const auto has_event = [&](int i) { return cell(i, kCauseEvents) > 0.0 && present(i); };
 
   // 3. Leading rows without an event of the cause carry no estimate.
   int f = 1;
   while (f < T && !has_event(f)) {
-    for (int c = kIncidence; c <= kOverall; ++c) inc.set(f, c, kMissing);
+    for (int c = kIncidence; c <= kOverall; ++c) cell(f, c) = kMissing;
     ++f;
   }
 
   const auto limits = [&](int i, double F, double var) {
     const double se = var > 0.0 ? std::sqrt(var) : 0.0;
-    if (!std::isfinite(z)) {
-      inc.set(i, kLower, kMissing);
-      inc.set(i, kUpper, kMissing);
-      return;
-    }
-    inc.set(i, kLower, std::exp(std::log(F) - z * se / F));
-    inc.set(i, kUpper, std::exp(std::log(F) + z * se / F));
+    const bool ok = std::isfinite(z);
+    cell(i, kLower) = ok ? std::exp(std::log(F) - z * se / F) : kMissing;
+    cell(i, kUpper) = ok ? std::exp(std::log(F) + z * se / F) : kMissing;
   };
 
   // 4-5. Estimates, variances (held in column 7 until step 6) and limits.
@@ -143,20 +163,18 @@ void CumIncCalc(int T, matrix<double>* times, matrix<double>* status, int cause,
   double A = 0.0, B = 0.0, C = 0.0, P = 0.0, Q = 0.0, R = 0.0;
   for (int i = f; i <= T; ++i) {
     const bool event = has_event(i);
-    const double e = inc(i, kCauseEvents);
+    const double e = cell(i, kCauseEvents);
     double Fi = F;
     if (!event) {
       // No event of the cause: the estimate and its limits repeat the row before (row 1 has none
       // before it, and takes the marker).
-      for (int c : {kIncidence, kLower, kUpper, kOverall}) {
-        inc.set(i, c, i > 1 ? inc(i - 1, c) : kMissing);
-      }
-      if (i > f) inc.set(i, kStdErr, inc(i - 1, kStdErr));
+      for (int c : {kIncidence, kLower, kUpper, kOverall})
+        cell(i, c) = i > 1 ? cell(i - 1, c) : kMissing;
+      if (i > f) cell(i, kStdErr) = cell(i - 1, kStdErr);
     } else {
-      const double ni = plv(i, 6), Sprev = plv(i - 1, 8);
-      Fi = i == f ? e * Sprev / ni : F + e * Sprev / ni;
-      inc.set(i, kIncidence, Fi);
-      inc.set(i, kOverall, 1.0 - plv(i, 8));
+      Fi = (i == f ? 0.0 : F) + e * plv(i - 1, 8) / plv(i, 6);
+      cell(i, kIncidence) = Fi;
+      cell(i, kOverall) = 1.0 - plv(i, 8);
     }
 
     // Running sums over rows j = f .. i (rows without product-limit values add nothing).
@@ -179,37 +197,53 @@ void CumIncCalc(int T, matrix<double>* times, matrix<double>* status, int cause,
     F = Fi;
 
     if (!event) continue;
-    if (i == f) {
-      const double ni = plv(i, 6);
-      const double var = (ni - e) * e / (ni * ni * ni);  // no S_(f-1)^2 factor: deliberate
-      inc.set(i, kStdErr, var);
-      limits(i, Fi, var);
-    } else {
-      const double var = Q + B - 2.0 * R;
-      inc.set(i, kStdErr, var);
-      limits(i, Fi, var);
-    }
+    const double ni = plv(i, 6);
+    // The first row's variance has no S_(f-1)^2 factor: deliberate, kept as the library's form.
+    const double var = i == f ? (ni - e) * e / (ni * ni * ni) : Q + B - 2.0 * R;
+    cell(i, kStdErr) = var;
+    limits(i, Fi, var);
   }
 
   // 6. Variance -> standard error.
   for (int i = f; i <= T; ++i) {
-    const double v = inc(i, kStdErr);
-    inc.set(i, kStdErr, v > 0.0 ? std::sqrt(v) : 0.0);
+    const double v = cell(i, kStdErr);
+    cell(i, kStdErr) = v > 0.0 ? std::sqrt(v) : 0.0;
+  }
+  if (!direct) {
+    for (int i = 1; i <= T; ++i) {
+      for (int c = 1; c <= kCount; ++c) incidence->set(i, c, cell(i, c));
+    }
   }
 
   // 7. Complement table: probabilities of remaining free of the cause, limits swapped.
   if (complement == nullptr) return;
-  matrix<double>& comp = *complement;
-  for (int i = 1; i <= T; ++i) {
-    for (int c = 1; c <= kCount; ++c) comp.set(i, c, inc(i, c));
-  }
   const auto one_minus = [](double x) { return IsMissing(x) ? x : 1.0 - x; };
-  for (int i = f; i <= T; ++i) {
-    comp.set(i, kIncidence, one_minus(inc(i, kIncidence)));
-    comp.set(i, kLower, one_minus(inc(i, kUpper)));
-    comp.set(i, kUpper, one_minus(inc(i, kLower)));
-    const double overall = inc(i, kOverall);
-    comp.set(i, kOverall, IsMissing(overall) || !present(i) ? overall : plv(i, 8));
+  const auto complement_of = [&](int i, int c) {
+    const double v = cell(i, c);
+    if (i < f) return v;
+    switch (c) {
+      case kIncidence:
+        return one_minus(v);
+      case kLower:
+        return one_minus(cell(i, kUpper));
+      case kUpper:
+        return one_minus(cell(i, kLower));
+      case kOverall:
+        return IsMissing(v) || !present(i) ? v : plv(i, 8);
+      default:
+        return v;
+    }
+  };
+  if (complement->data != nullptr && complement->rows >= static_cast<std::uint32_t>(T) &&
+      complement->cols >= kCount) {
+    const std::size_t cl = complement->rows;
+    for (int c = 1; c <= kCount; ++c) {
+      for (int i = 1; i <= T; ++i) complement->data[(c - 1) * cl + (i - 1)] = complement_of(i, c);
+    }
+  } else {
+    for (int c = 1; c <= kCount; ++c) {
+      for (int i = 1; i <= T; ++i) complement->set(i, c, complement_of(i, c));
+    }
   }
 }
 

@@ -37,7 +37,7 @@ inline constexpr int kTime = 1, kAtRisk = 2, kCauseEvents = 3, kAllEvents = 4, k
 // column sums to 0, -5 when it sums to n and is constant (every row cause 1), else 0.
 // Both sorts are the stable SortQ: the label sort carries times and status, each block's time
 // sort carries status and labels; ties keep their input order, NaN times go last in their block.
-// Cost O(n) (radix sort).
+// Helpers: V_Sum2, V_IsConstant, SortQ, InitVectorToFalse, V_Max. Cost O(n) (radix sort).
 int ReorganizeDataCum(matrix<double>* times, int n, matrix<double>* status,
                       matrix<double>* allCause, matrix<double>* groups, matrix<double>* groupSizes,
                       int nGroups, double& maxTime);
@@ -71,8 +71,10 @@ int ReorganizeDataCum(matrix<double>* times, int n, matrix<double>* status,
 // column 10; cells holding the marker stay the marker.
 // Out-of-contract input never faults: rows of the product-limit table beyond its matrix give the
 // marker in columns 1, 2, 4, 5 and are treated as rows without events; for T = 1 without an
-// event of the cause row 1 takes the marker; a non-finite z gives marker limits.
-// Cost O(n + T): the variance sum is evaluated by running sums (see the .cpp), not in O(T^2).
+// event of the cause row 1 takes the marker; a non-finite z gives marker limits; rows past the
+// incidence matrix's own rows are not computed (they could only reach its spare element).
+// Helper: InvCDFNormalStd. Cost O(n + T): the variance sum is evaluated by running sums (see the
+// .cpp), not in O(T^2).
 void CumIncCalc(int T, matrix<double>* times, matrix<double>* status, int cause, double alpha,
                 int n, int offset, matrix<double>* productLimit, matrix<double>* incidence,
                 matrix<double>* complement);

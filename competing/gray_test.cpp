@@ -20,10 +20,32 @@ bool usable(double x) {
   return !IsMissing(x) && !std::isnan(x);
 }
 
-// Dense index 0 .. L-1 of each value, in ascending order of the distinct values.
+// Dense index 0 .. L-1 of each value, in ascending order of the distinct values. Few distinct
+// labels (the usual case for groups and strata) are looked up in a small sorted table, O(n log L);
+// many fall back to the radix order of the values, O(n).
 std::vector<std::uint32_t> dense_codes(const std::vector<double>& v, std::uint32_t& levels) {
-  const std::vector<std::uint32_t> order = SortOrder(v.data(), v.size());
+  constexpr std::size_t kSmall = 64;
   std::vector<std::uint32_t> code(v.size());
+  std::vector<double> labels;
+  bool small = true;
+  for (double x : v) {
+    const auto it = std::lower_bound(labels.begin(), labels.end(), x);
+    if (it != labels.end() && *it == x) continue;
+    if (labels.size() == kSmall) {
+      small = false;
+      break;
+    }
+    labels.insert(it, x);
+  }
+  if (small) {
+    for (std::size_t i = 0; i < v.size(); ++i) {
+      code[i] = static_cast<std::uint32_t>(
+          std::lower_bound(labels.begin(), labels.end(), v[i]) - labels.begin());
+    }
+    levels = static_cast<std::uint32_t>(labels.size());
+    return code;
+  }
+  const std::vector<std::uint32_t> order = SortOrder(v.data(), v.size());
   levels = 0;
   for (std::size_t r = 0; r < order.size(); ++r) {
     if (r > 0 && v[order[r]] != v[order[r - 1]]) ++levels;
@@ -31,6 +53,36 @@ std::vector<std::uint32_t> dense_codes(const std::vector<double>& v, std::uint32
   }
   if (!v.empty()) ++levels;
   return code;
+}
+
+// Order of the times, ascending (NaN never reaches here). Data ordered by group blocks, each
+// ascending in time, form a few ascending runs: those are merged pairwise (std::merge is stable),
+// O(n log runs); otherwise the radix order, O(n).
+std::vector<std::uint32_t> time_order(const std::vector<double>& t) {
+  constexpr std::size_t kMaxRuns = 16;
+  std::vector<std::size_t> runs{0};
+  for (std::size_t i = 1; i < t.size() && runs.size() <= kMaxRuns; ++i) {
+    if (t[i] < t[i - 1]) runs.push_back(i);
+  }
+  if (runs.size() > kMaxRuns) return SortOrder(t.data(), t.size());
+  runs.push_back(t.size());
+  std::vector<std::uint32_t> order(t.size()), merged(t.size());
+  for (std::size_t i = 0; i < t.size(); ++i) order[i] = static_cast<std::uint32_t>(i);
+  const auto earlier = [&](std::uint32_t a, std::uint32_t b) { return t[a] < t[b]; };
+  while (runs.size() > 2) {
+    std::vector<std::size_t> next{0};
+    for (std::size_t r = 0; r + 1 < runs.size(); r += 2) {
+      const std::size_t lo = runs[r], mid = runs[r + 1];
+      const std::size_t hi = r + 2 < runs.size() ? runs[r + 2] : mid;
+      std::merge(order.begin() + lo, order.begin() + mid, order.begin() + mid, order.begin() + hi,
+                 merged.begin() + lo, earlier);
+      next.push_back(hi);
+    }
+    if (next.back() != t.size()) next.push_back(t.size());
+    order.swap(merged);
+    runs.swap(next);
+  }
+  return order;
 }
 
 // Usable rows arranged by stratum, ascending in time within each stratum.
@@ -46,6 +98,11 @@ OrderedData arrange(matrix<double>* times, matrix<double>* status, matrix<double
   const bool stratified = strata != nullptr && strata->count > 0;
   std::vector<double> t, s, g, st;
   const std::size_t rows = static_cast<std::size_t>(std::max(n, 0));
+  const std::size_t expected = std::min<std::size_t>(rows, times->rows);
+  t.reserve(expected);
+  s.reserve(expected);
+  g.reserve(expected);
+  st.reserve(stratified ? expected : 0);
   for (std::size_t i = 0; i < rows; ++i) {
     if (i >= times->rows || i >= status->rows || i >= groups->rows) break;
     const double sv = stratified ? (i < strata->rows ? strata->data[i] : kMissing) : 0.0;
@@ -56,15 +113,16 @@ OrderedData arrange(matrix<double>* times, matrix<double>* status, matrix<double
     t.push_back(times->data[i]);
     s.push_back(status->data[i]);
     g.push_back(groups->data[i]);
-    st.push_back(sv);
+    if (stratified) st.push_back(sv);
   }
   OrderedData d;
   const std::vector<std::uint32_t> groupCode = dense_codes(g, d.nGroups);
-  std::uint32_t nStrata = 0;
-  const std::vector<std::uint32_t> stratumCode = dense_codes(st, nStrata);
+  std::uint32_t nStrata = 1;
+  std::vector<std::uint32_t> stratumCode =
+      stratified ? dense_codes(st, nStrata) : std::vector<std::uint32_t>(t.size(), 0);
 
   // Stable counting sort by stratum of the time order: time-ascending within each stratum.
-  const std::vector<std::uint32_t> byTime = SortOrder(t.data(), t.size());
+  const std::vector<std::uint32_t> byTime = time_order(t);
   d.stratumStart.assign(nStrata + 1, 0);
   for (std::uint32_t c : stratumCode) ++d.stratumStart[c + 1];
   for (std::uint32_t k = 0; k < nStrata; ++k) d.stratumStart[k + 1] += d.stratumStart[k];
@@ -146,7 +204,7 @@ class StratumScore {
           tq += risk_[k] * (1.0 - Fm_[k]) / Sm_[k];
         }
         pooledF = pooledFm + D1 / tr;
-        const double w = std::pow(1.0 - pooledFm, rho);
+        const double w = rho == 0.0 ? 1.0 : std::pow(1.0 - pooledFm, rho);
         const double cFactor = D1 / (tr * (1.0 - pooledFm));
 
         // a: derivative of the weighted score increments; c accumulates a x dF-pooled terms.

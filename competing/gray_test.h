@@ -46,6 +46,8 @@ inline constexpr int kStatistic = 1, kDf = 2, kPValue = 3, kCount = 3;
 // When the data hold another number of groups than nGroups, the statistic uses the data's groups
 // and scores / variance are written in the data's (K - 1) layout, clipped to the outputs.
 // Returns -2 (nothing written) when fewer than two usable rows remain, else 0.
+// Helpers: SortOrder (stable radix order), M_Inverse (scaled-pivot LU; a pivot below 1e-8 relative
+// counts as singular), M_ProductTrVBV, pValChiSq.
 // Cost O(n + T K^3) per cause after an O(n) radix ordering, T being the number of distinct times.
 int GrayTest(matrix<double>* times, matrix<double>* status, matrix<double>* groups,
              matrix<double>* strata, int n, int cause, double rho, int nCauses, int nGroups,
