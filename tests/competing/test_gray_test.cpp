@@ -103,6 +103,12 @@ TEST(GrayTest, DegenerateData) {
   GrayResult only = gray({1, 2, 3, 4}, {1, 2, 1, 2}, {1, 1, 2, 2}, nullptr, 0.0, 2, 2, 2);
   EXPECT_EQ(only.tests(1, 1), 0.0);  // untouched
   EXPECT_NE(only.tests(2, 2), 0.0);
+  // Negative and fractional codes are failures from untested causes: the same as coding them 2.
+  const std::vector<double> t{1, 2, 3, 4, 5, 6, 7, 8}, g{1, 2, 1, 2, 1, 2, 1, 2};
+  GrayResult odd = gray(t, {1, -1, 2.5, 1, 0, 1, -7, 2}, g, nullptr, 0.0, 2, 1);
+  GrayResult two = gray(t, {1, 2, 2, 1, 0, 1, 2, 2}, g, nullptr, 0.0, 2, 1);
+  EXPECT_EQ(odd.tests(1, 1), two.tests(1, 1));
+  EXPECT_NE(odd.tests(1, 1), kMissing);
   // Missing values and NaN leave rows out; fewer than two usable rows: -2, nothing written.
   GrayResult few = gray({kMissing, 2, NAN}, {1, 2, 1}, {1, 2, 1}, nullptr, 0.0, 2);
   EXPECT_EQ(few.code, -2);

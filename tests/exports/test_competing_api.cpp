@@ -67,46 +67,6 @@ TEST(CompetingApi, CumIncCalcHandCase) {
   EXPECT_EQ(at(inc3, 1, 7), VELKOR_MISSING);
 }
 
-TEST(CompetingApi, GrayTestMatchesCmprsk) {
-  std::vector<double> t(kMgusTime, kMgusTime + kMgusN), s(kMgusCause, kMgusCause + kMgusN),
-      g(kMgusAge, kMgusAge + kMgusN), st(kMgusStratum, kMgusStratum + kMgusN);
-  Buffer tests(6), scores(4), var(8);
-  ASSERT_EQ(Cpp_GrayTest(t.data(), s.data(), g.data(), st.data(), kMgusN, 0, 0.5, 2, 3, tests.p(),
-                         scores.p(), var.p()),
-            0);
-  for (const MgusGray& ref : kMgusGray) {
-    if (ref.groups != 2 || !ref.stratified || ref.rho != 0.5) continue;
-    EXPECT_NEAR(tests[ref.cause - 1], ref.stat, 1e-10 * ref.stat);
-    EXPECT_EQ(tests[2 + ref.cause - 1], 2.0);
-    EXPECT_NEAR(tests[4 + ref.cause - 1], ref.p, 1e-12);
-  }
-  // V is symmetric and the score quadratic form is the statistic.
-  for (int c = 0; c < 2; ++c) {
-    const double* V = var.p() + 4 * c;
-    const double* u = scores.p() + 2 * c;
-    EXPECT_EQ(V[1], V[2]);
-    const double det = V[0] * V[3] - V[1] * V[2];
-    const double q = (u[0] * u[0] * V[3] - 2 * u[0] * u[1] * V[1] + u[1] * u[1] * V[0]) / det;
-    EXPECT_NEAR(q, tests[c], 1e-9 * tests[c]);
-  }
-  EXPECT_TRUE(tests.guards_intact() && scores.guards_intact() && var.guards_intact());
-}
-
-TEST(CompetingApi, ReorganizeDataCumThroughTheExport) {
-  Buffer t{4, 2, 8, 1}, s{2, 0, 1, 5}, a(4, 9.0), g{7, 3, 7, 3}, sizes{2, 2};
-  double mx = 0;
-  EXPECT_EQ(Cpp_ReorganizeDataCum(t.p(), 4, s.p(), a.p(), g.p(), sizes.p(), 2, &mx), 0);
-  const double et[] = {1, 2, 4, 8}, es[] = {5, 0, 2, 1}, ea[] = {1, 0, 1, 1}, eg[] = {3, 3, 7, 7};
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(t[i], et[i]);
-    EXPECT_EQ(s[i], es[i]);
-    EXPECT_EQ(a[i], ea[i]);
-    EXPECT_EQ(g[i], eg[i]);
-  }
-  EXPECT_EQ(mx, 8.0);
-  EXPECT_TRUE(t.guards_intact() && s.guards_intact() && a.guards_intact() && g.guards_intact());
-}
-
 // The C++ workers exported under their own names, on the library's containers.
 TEST(CompetingApi, CppWorkersExportedByName) {
   std::vector<double> tv{3, 1, 2}, sv{1, 1, 2}, gv{1, 1, 1}, one{3};
