@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "km_command.h"
 #include "velkor/VELKORLI1M.h"
 #include "velkor/containers.h"
 #include "velkor/oleauto.h"
@@ -13,6 +14,7 @@ int usage() {
   std::puts(
       "usage: velkor <command> [options]\n"
       "commands:\n"
+      "  km         Kaplan-Meier analysis of a CSV file (velkor km --help)\n"
       "  selftest   build containers over OLE Automation arrays through the library's exports");
   return 2;
 }
@@ -59,5 +61,12 @@ int selftest() {
 int main(int argc, char** argv) {
   if (argc < 2) return usage();
   if (std::strcmp(argv[1], "selftest") == 0) return selftest();
+  if (std::strcmp(argv[1], "km") == 0) {
+    if (argc == 2 || std::strcmp(argv[2], "--help") == 0) {
+      std::puts(velkor_cli::KmUsage());
+      return argc == 2 ? 2 : 0;
+    }
+    return velkor_cli::RunKmCommand(argc - 2, argv + 2);
+  }
   return usage();
 }

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Times the full Kaplan-Meier analysis (bench/bench_survival.cpp) and R's survfit + survdiff on the
+# same data in the same run, and prints the table: task, n, ours, R, ratio R / ours. The std::sort
+# of the (time, status) pairs is printed beside it as the yardstick of the performance target.
+# All times are CPU times (the machine may be shared with other jobs, which distorts wall times).
+#   bench/survival_compare.sh            (after cmake --build --preset release --target bench_survival)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bin=build/release/bench/bench_survival
+dir=$(mktemp -d)
+trap 'rm -rf "$dir"' EXIT
+"$bin" --write-csv "$dir"
+Rscript bench/survival_r.R "$dir" > "$dir/r.txt"
+"$bin" --benchmark_min_time=0.5 --benchmark_format=csv 2>/dev/null > "$dir/ours.csv"
+awk -F, -v rfile="$dir/r.txt" '
+  BEGIN { while ((getline line < rfile) > 0) { split(line, a, " "); r[a[1]] = (a[2] + a[3]) * 1000 } }
+  /^"BM_/ {
+    gsub(/"/, "", $1); split($1, p, "/"); task = p[1]; n = p[2];
+    # cpu_time is column 4 (milliseconds, as the benchmarks set their unit)
+    ms[task, n] = $4; ns[n] = 1
+  }
+  END {
+    printf "%-26s %9s %14s %12s %10s %12s\n", "task", "n", "ours (ms CPU)", "R (ms CPU)", "R / ours", "ours / sort"
+    split("BM_FullAnalysis BM_WorkerAnalysis", tasks, " ")
+    for (k = 1; k <= 2; ++k) for (n in ns) {
+      t = tasks[k]
+      printf "%-26s %9d %14.1f %12.1f %10.1f %12.2f\n", t, n, ms[t, n], r[n], r[n] / ms[t, n], ms[t, n] / ms["BM_SortPairs", n]
+    }
+    for (n in ns) printf "%-26s %9d %12.1f\n", "BM_SortPairs (yardstick)", n, ms["BM_SortPairs", n]
+  }' "$dir/ours.csv" | (read -r header; echo "$header"; sort -k1,1 -k2,2n)

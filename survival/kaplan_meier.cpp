@@ -1,0 +1,283 @@
+#include "survival/kaplan_meier.h"
+
+#include <cmath>
+
+#include "companion/distributions.h"
+#include "core/frame.h"
+#include "core/numeric.h"
+
+using namespace km_col;
+
+namespace {
+
+// Table cell of table row j (0-based, origin = 0) and column c (1-based); the spare element when
+// outside the table.
+inline double& cell(matrix<double>* t, std::uint64_t j, int c) {
+  return t->at0(j, static_cast<std::uint64_t>(c - 1));
+}
+
+void write_origin(matrix<double>* table) {
+  for (int c = 1; c <= kCount; ++c) cell(table, 0, c) = 0.0;
+  cell(table, 0, kCondSurv) = 1.0;
+  cell(table, 0, kSurv) = 1.0;
+}
+
+}  // namespace
+
+// Kaplan & Meier (1958): S(t) = prod_(t_j <= t) (1 - d_j / n_j); Greenwood (1926):
+// Var S(t) = S(t)^2 sum_(t_j <= t) d_j / (n_j (n_j - d_j)) = S^2 sum (1 - p_j) / (p_j n_j).
+int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, int eventCode,
+                       matrix<double>* times, matrix<double>* status, matrix<double>* weights,
+                       double& total, matrix<double>* table, std::uint32_t& rows,
+                       matrix<double>* workspace) {
+  const std::uint64_t off = offset;
+  const std::uint64_t len = n > 0 ? static_cast<std::uint64_t>(n) : 0;
+  auto T = [&](std::uint64_t i) { return times->at0(off + i); };
+  // 1. Workspace: each observation's time and the time of the one after it.
+  if (workspace != nullptr) {
+    for (std::uint64_t i = 0; i < len; ++i) {
+      workspace->at0(i, 0) = T(i);
+      workspace->at0(i, 1) = i + 1 < len ? T(i + 1) : T(i) + 1.0;
+    }
+  }
+  // 2. Origin row.
+  write_origin(table);
+  double S = 1.0, G = 0.0, prevP = 1.0;
+  // 3. Initial number at risk (weights deliberately left out in individual mode).
+  double N = 0.0;
+  if (grouped == -1) {
+    for (std::uint64_t i = 0; i < len; ++i) N += status->at0(off + i) + weights->at0(off + i);
+  } else {
+    N = static_cast<double>(n);
+  }
+  total = N;
+  // 4.
+  if (n < 1) {
+    rows = 0;
+    return 0;
+  }
+  const double event = static_cast<double>(eventCode);
+  std::uint64_t i = 0;
+  std::uint32_t j = 0;
+  while (i < len) {
+    ++j;
+    // 5. One run of equal times.
+    const double t = T(i);
+    double d = 0.0, c = 0.0;
+    do {
+      const double s = status->at0(off + i);
+      const double w = weights->at0(off + i);
+      if (grouped == -1) {
+        d += s;
+        c += w;
+      } else if (s == event) {
+        d += w;
+      } else {
+        c += w;
+      }
+      ++i;
+    } while (i < len && !(T(i) > t));
+    // 6.
+    cell(table, j, kEvents) = d;
+    cell(table, j, kCensored) = c;
+    cell(table, j, kAtRisk) = N;
+    const double riskUsed = N;
+    N = N - d - c;
+    cell(table, j, kTime) = t;
+    cell(table, j, kRiskUsed) = riskUsed;
+    // 7. Nobody left at risk: the row keeps its counts and the table ends here.
+    if (!(riskUsed > 0.0)) {
+      rows = j;
+      return static_cast<int>(j);
+    }
+    // 8. Censorings only: the previous estimate carries forward.
+    if (!(d > 0.0)) {
+      cell(table, j, kCondSurv) = prevP;
+      cell(table, j, kSurv) = S;
+      cell(table, j, kGreenwood) = G;
+      continue;
+    }
+    // 9. Product-limit step. t_next: the first time after the run (the last run: its time + 1).
+    const double p = 1.0 - d / riskUsed;
+    const double Sj = p * S;
+    const double tNext = i < len ? T(i) : T(i - 1) + 1.0;
+    cell(table, j, kCondSurv) = p;
+    cell(table, j, kSurv) = Sj;
+    cell(table, j, kDensity) = (S - Sj) / (tNext - t);
+    S = Sj;
+    prevP = p;
+    if (p > 0.0) G += (1.0 - p) / p / riskUsed;
+    cell(table, j, kGreenwood) = G;
+  }
+  // 10.
+  rows = j;
+  return static_cast<int>(j);
+}
+
+// Cutler & Ederer (1958) actuarial estimator with the withdrawal adjustment n' = N - c / 2.
+int ComputeLife(std::uint32_t offset, int n, short grouped, int eventCode, matrix<double>* times,
+                matrix<double>* status, matrix<double>* weights, double& total,
+                matrix<double>* table, std::uint32_t& rows, double width) {
+  const std::uint64_t off = offset;
+  const std::uint64_t len = n > 0 ? static_cast<std::uint64_t>(n) : 0;
+  write_origin(table);
+  // Initial number at risk and largest finite time.
+  double N = 0.0, tMax = 0.0;
+  for (std::uint64_t i = 0; i < len; ++i) {
+    const double t = times->at0(off + i);
+    if (std::isnan(t)) continue;
+    N += grouped == -1 ? status->at0(off + i) + weights->at0(off + i) : weights->at0(off + i);
+    if (std::isfinite(t) && t > tMax) tMax = t;
+  }
+  total = N;
+  if (n < 1 || table->rows < 2) {
+    rows = 0;
+    return 0;
+  }
+  double w = width;
+  if (!(w > 0.0) || !std::isfinite(w)) w = tMax > 0.0 ? tMax / 10.0 : 1.0;
+  const double capacity = static_cast<double>(table->rows - 1);
+  const double wanted = std::floor(tMax / w) + 1.0;
+  const std::uint32_t K = static_cast<std::uint32_t>(wanted < capacity ? wanted : capacity);
+
+  // Counts per interval (the table's own columns 4 and 5 accumulate them).
+  for (std::uint32_t j = 1; j <= K; ++j) {
+    cell(table, j, kEvents) = 0.0;
+    cell(table, j, kCensored) = 0.0;
+  }
+  const double event = static_cast<double>(eventCode);
+  for (std::uint64_t i = 0; i < len; ++i) {
+    const double t = times->at0(off + i);
+    if (std::isnan(t)) continue;
+    const double pos = t > 0.0 ? std::floor(t / w) : 0.0;
+    const std::uint32_t j =
+        pos >= static_cast<double>(K - 1) ? K : static_cast<std::uint32_t>(pos) + 1;
+    const double s = status->at0(off + i), wt = weights->at0(off + i);
+    if (grouped == -1) {
+      cell(table, j, kEvents) += s;
+      cell(table, j, kCensored) += wt;
+    } else if (s == event) {
+      cell(table, j, kEvents) += wt;
+    } else {
+      cell(table, j, kCensored) += wt;
+    }
+  }
+  double S = 1.0, G = 0.0;
+  for (std::uint32_t j = 1; j <= K; ++j) {
+    const double d = cell(table, j, kEvents), c = cell(table, j, kCensored);
+    const double eff = N - c / 2.0;
+    const double q = eff > 0.0 ? d / eff : 0.0;
+    const double p = 1.0 - q;
+    const double Sj = S * p;
+    const double hazDen = w * (eff - d / 2.0);
+    const double h = hazDen > 0.0 ? d / hazDen : 0.0;
+    if (p > 0.0 && eff > 0.0) G += q / (eff * p);
+    cell(table, j, kTime) = (j - 1) * w;
+    cell(table, j, kEnd) = j * w;
+    cell(table, j, kAtRisk) = N;
+    cell(table, j, kRiskUsed) = eff;
+    cell(table, j, kCondSurv) = p;
+    cell(table, j, kSurv) = Sj;
+    cell(table, j, kDensity) = (S - Sj) / w;
+    cell(table, j, kHazard) = h;
+    cell(table, j, kGreenwood) = G;
+    const double shrink = 1.0 - (h * w / 2.0) * (h * w / 2.0);
+    cell(table, j, kHazardSE) = d > 0.0 && shrink > 0.0 ? h * std::sqrt(shrink / d) : 0.0;
+    S = Sj;
+    N = N - d - c;
+  }
+  rows = K;
+  return static_cast<int>(K);
+}
+
+static int cRunLife_impl(matrix<double>* times, matrix<double>* status, matrix<double>* weights,
+                         int n, matrix<double>* groupSizes, int nGroups, short grouped,
+                         int eventCode, short lifeTable, double width, int blockRows,
+                         matrix<double>* tables, matrix<double>* lastRows, matrix<double>* totals) {
+  const std::int64_t total = n > 0 ? n : 0;
+  const int groups = nGroups > 0 ? nGroups : 1;
+  const std::uint32_t R = blockRows > 0 ? static_cast<std::uint32_t>(blockRows) : 0;
+  const std::uint64_t block = static_cast<std::uint64_t>(R) * kCount;
+  std::int64_t start = 0;
+  for (int g = 0; g < groups; ++g) {
+    std::int64_t size = total - start;
+    if (nGroups > 0) {
+      const double cellSize = (*groupSizes)(1, g + 1);
+      size = !std::isfinite(cellSize) || cellSize <= 0.0      ? 0
+             : cellSize >= static_cast<double>(total - start) ? total - start
+                                                              : static_cast<std::int64_t>(cellSize);
+    }
+    // The group's table: a view over its slice of `tables` when the slice fits, else a private
+    // table whose cells are dropped (the caller's array was too short).
+    const std::uint64_t first = static_cast<std::uint64_t>(g) * block;
+    const bool fits = first + block <= tables->count && block > 0;
+    matrix<double> own(fits ? R : 1, kCount, fits ? tables->data + first : nullptr, fits ? 1 : 0);
+    for (std::uint64_t k = 0; k < own.count; ++k) own.data[k] = velkor::kMissing;
+    double groupTotal = 0.0;
+    std::uint32_t rows = 0;
+    const auto offset = static_cast<std::uint32_t>(start);
+    if (lifeTable == -1) {
+      ComputeLife(offset, static_cast<int>(size), grouped, eventCode, times, status, weights,
+                  groupTotal, &own, rows, width);
+    } else {
+      ComputeKaplanMeier(offset, static_cast<int>(size), grouped, eventCode, times, status, weights,
+                         groupTotal, &own, rows, nullptr);
+    }
+    lastRows->at0(static_cast<std::uint64_t>(g)) = rows;
+    totals->at0(static_cast<std::uint64_t>(g)) = groupTotal;
+    start += size;
+  }
+  return 0;
+}
+
+// Nelson (1972), Aalen (1978): H(t) = sum_(t_j <= t) d_j / n_j.
+int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix<double>* na) {
+  const double z = InvCDFNormalStd(1.0 - alpha * 0.5);
+  bool started = false;
+  double H = 0.0, V = 0.0;
+  for (int i = 1; i <= T; ++i) {
+    const auto r = static_cast<std::uint64_t>(i - 1);
+    const double n1 = cell(km, static_cast<std::uint64_t>(i), kRiskUsed);
+    const double d = cell(km, static_cast<std::uint64_t>(i), kEvents);
+    na->at0(r, 0) = cell(km, static_cast<std::uint64_t>(i), kTime);
+    na->at0(r, 1) = n1;
+    na->at0(r, 2) = d;
+    na->at0(r, 3) = cell(km, static_cast<std::uint64_t>(i), kCensored);
+    if (!(d > 0.0) || !(n1 > 0.0)) {
+      // No estimate yet, or carry the previous row's estimate forward.
+      for (std::uint64_t c = 4; c < 9; ++c)
+        na->at0(r, c) = (started && r > 0) ? na->at0(r - 1, c) : velkor::kMissing;
+      continue;
+    }
+    started = true;
+    H += d / n1;
+    double inc;
+    if (method == 1 || n1 == 1.0) {
+      inc = d / (n1 * n1);
+    } else if (method == 2) {
+      inc = (n1 - d) * d / (n1 * n1 * n1);
+    } else {
+      inc = (n1 - d) * d / (n1 * n1 * (n1 - 1.0));
+    }
+    V += inc;
+    const double se = std::sqrt(V);
+    na->at0(r, 4) = H;
+    na->at0(r, 5) = V;
+    na->at0(r, 6) = se;
+    const double factor = std::exp(z * se / H);
+    na->at0(r, 7) = H / factor;
+    na->at0(r, 8) = H * factor;
+  }
+  return 0;
+}
+
+// Allocation failures become status codes (the worker is exported under its own name).
+int cRunLife(matrix<double>* times, matrix<double>* status, matrix<double>* weights, int n,
+             matrix<double>* groupSizes, int nGroups, short grouped, int eventCode, short lifeTable,
+             double width, int blockRows, matrix<double>* tables, matrix<double>* lastRows,
+             matrix<double>* totals) {
+  return velkor::guarded_call([&] {
+    return cRunLife_impl(times, status, weights, n, groupSizes, nGroups, grouped, eventCode,
+                         lifeTable, width, blockRows, tables, lastRows, totals);
+  });
+}

@@ -1,0 +1,212 @@
+#include "survival/life_tests.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <vector>
+
+#include "companion/basic.h"
+#include "companion/distributions.h"
+#include "companion/linalg.h"
+#include "core/frame.h"
+#include "core/numeric.h"
+#include "survival/kaplan_meier.h"
+
+static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R,
+                                matrix<double>* lastRows, matrix<double>* table) {
+  const int groups = G > 0 ? G : 0;
+  const std::uint64_t rowsPer = R > 0 ? static_cast<std::uint64_t>(R) : 0;
+  const std::uint64_t block = rowsPer * km_col::kCount;
+  auto at = [&](int g, std::uint64_t j, int c) -> double {
+    return source->at0(static_cast<std::uint64_t>(g) * block +
+                       static_cast<std::uint64_t>(c - 1) * rowsPer + j);
+  };
+  std::vector<std::uint64_t> next(groups, 1), last(groups, 0);
+  std::vector<double> atRisk(groups, 0.0);
+  for (int g = 0; g < groups; ++g) {
+    const double lr = lastRows->at0(static_cast<std::uint64_t>(g));
+    last[g] = !(lr >= 1.0)                         ? 0
+              : lr >= static_cast<double>(rowsPer) ? (rowsPer > 0 ? rowsPer - 1 : 0)
+                                                   : static_cast<std::uint64_t>(lr);
+    atRisk[g] = last[g] >= 1 ? at(g, 1, km_col::kAtRisk) : 0.0;
+  }
+  const int capacity = count > 0 ? count : 0;
+  int T = 0;
+  auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+  while (T < capacity) {
+    // Smallest pending time over the groups.
+    bool any = false;
+    double t = 0.0;
+    for (int g = 0; g < groups; ++g) {
+      if (next[g] > last[g]) continue;
+      const double tg = at(g, next[g], km_col::kTime);
+      if (!any || tg < t || std::isnan(t)) t = tg, any = true;
+    }
+    if (!any) break;
+    const auto col = T + 1;
+    table->set(1, col, t);
+    for (int g = 0; g < groups; ++g) {
+      const int base = 3 * (g + 1);
+      double n = atRisk[g], d = 0.0, c = 0.0;
+      if (next[g] <= last[g] && same(at(g, next[g], km_col::kTime), t)) {
+        n = at(g, next[g], km_col::kAtRisk);
+        d = at(g, next[g], km_col::kEvents);
+        c = at(g, next[g], km_col::kCensored);
+        atRisk[g] = n - d - c;
+        ++next[g];
+      }
+      table->set(base - 1, col, n);
+      table->set(base, col, d);
+      table->set(base + 1, col, c);
+    }
+    ++T;
+  }
+  count = T;
+  return 0;
+}
+
+namespace {
+
+// The three weighted log-rank statistics (weights 1, N_t, sqrt(N_t)) of the groups whose 1-based
+// numbers are listed in `groups` (the last one is the reference), accumulated in one pass over
+// the combined table, read in place. Results rows 1-3: X^2, critical value, p-value, alpha.
+void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, double alpha,
+                 matrix<double>* results) {
+  const int G = static_cast<int>(groups.size());
+  double x2[3] = {velkor::kMissing, velkor::kMissing, velkor::kMissing};
+  double crit = velkor::kMissing, pval[3] = {velkor::kMissing, velkor::kMissing, velkor::kMissing};
+  if (G >= 2) {
+    const int k1 = G - 1;
+    const std::size_t kk = static_cast<std::size_t>(k1) * static_cast<std::size_t>(k1);
+    std::vector<double> U(3 * static_cast<std::size_t>(k1), 0.0), V(3 * kk, 0.0);
+    std::vector<double> E(static_cast<std::size_t>(k1), 0.0), n(static_cast<std::size_t>(G)),
+        d(static_cast<std::size_t>(G));
+    const std::uint64_t ld = table->rows;
+    const std::uint64_t cols =
+        std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, table->cols);
+    for (std::uint64_t t = 0; t < cols; ++t) {
+      const double* column = table->data + t * ld;
+      double D = 0.0, N = 0.0;
+      for (int k = 0; k < G; ++k) {
+        const auto r = static_cast<std::uint64_t>(3) *
+                       static_cast<std::uint64_t>(groups[static_cast<std::size_t>(k)]);
+        n[static_cast<std::size_t>(k)] = r - 2 < ld ? column[r - 2] : table->spare;  // row 3k - 1
+        d[static_cast<std::size_t>(k)] =
+            std::max(0.0, r - 1 < ld ? column[r - 1] : table->spare);  // row 3k
+        D += d[static_cast<std::size_t>(k)];
+        N += n[static_cast<std::size_t>(k)];
+      }
+      if (!(D > 0.0)) continue;
+      const double w[3] = {1.0, N, sqr(N)};
+      for (int k = 0; k < k1; ++k) {
+        if (N > 0.0)
+          E[static_cast<std::size_t>(k)] =
+              n[static_cast<std::size_t>(k)] * D / N;  // else kept (deliberate)
+        const double o = d[static_cast<std::size_t>(k)] - E[static_cast<std::size_t>(k)];
+        for (int m = 0; m < 3; ++m) U[static_cast<std::size_t>(m * k1 + k)] += w[m] * o;
+      }
+      if (N * (N - 1.0) != 0.0) {
+        const double common = D * (N - D) / (N - 1.0);
+        for (int k = 0; k < k1; ++k) {
+          const double share = n[static_cast<std::size_t>(k)] / N;
+          for (int l = 0; l < k1; ++l) {
+            const double v =
+                common * share * ((k == l ? 1.0 : 0.0) - n[static_cast<std::size_t>(l)] / N);
+            const std::size_t at = static_cast<std::size_t>(k) * static_cast<std::size_t>(k1) +
+                                   static_cast<std::size_t>(l);
+            for (int m = 0; m < 3; ++m) V[static_cast<std::size_t>(m) * kk + at] += w[m] * w[m] * v;
+          }
+        }
+      }
+    }
+    const auto dim = static_cast<std::uint32_t>(k1);
+    const double df = static_cast<double>(k1);
+    crit = InvCDFChiSq(1.0 - alpha, df);
+    for (int m = 0; m < 3; ++m) {
+      matrix<double> Vm(dim, dim), inv(dim, dim);
+      for (std::size_t e = 0; e < kk; ++e) Vm.data[e] = V[static_cast<std::size_t>(m) * kk + e];
+      short flag = 0;
+      M_Inverse(&Vm, &inv, flag, 1e-12);  // a singular V gives the zero inverse: X^2 = 0
+      double q = 0.0;
+      for (int k = 0; k < k1; ++k)
+        for (int l = 0; l < k1; ++l)
+          q += U[static_cast<std::size_t>(m * k1 + k)] *
+               inv.at0(static_cast<std::uint64_t>(k), static_cast<std::uint64_t>(l)) *
+               U[static_cast<std::size_t>(m * k1 + l)];
+      x2[m] = q;
+      pval[m] = pValChiSq(q, df);
+    }
+  }
+  for (int r = 1; r <= 3; ++r) {
+    results->set(r, 1, x2[r - 1]);
+    results->set(r, 2, crit);
+    results->set(r, 3, pval[r - 1]);
+    results->set(r, 4, alpha);
+  }
+}
+
+}  // namespace
+
+static int cComputeLifeTests_impl(matrix<double>* table, int T, int G, double alpha,
+                                  matrix<double>* results) {
+  std::vector<int> groups;
+  for (int k = 1; k <= G && k <= 1000000; ++k) groups.push_back(k);
+  three_tests(table, T, groups, alpha, results);
+  return 0;
+}
+
+static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alpha,
+                                 matrix<double>* results) {
+  // More pairs than an int can number cannot be laid out in any caller array.
+  if (G < 2 || T < 0 || G > 20000) return 0;
+  const int P = G * (G - 1) / 2;
+  matrix<double> res(3, 4);
+  std::vector<double> raw(static_cast<std::size_t>(3 * P), 0.0);
+  int p = 0;
+  for (int a = 1; a < G; ++a) {
+    for (int b = a + 1; b <= G; ++b, ++p) {
+      three_tests(table, T, {a, b}, alpha, &res);
+      for (int k = 1; k <= 3; ++k) {
+        const int row = 3 * p + k;
+        results->set(row, 1, a);
+        results->set(row, 2, b);
+        results->set(row, 3, k);
+        results->set(row, 4, res(k, 1));
+        results->set(row, 5, res(k, 3));
+        results->set(row, 6, std::min(1.0, P * res(k, 3)));
+        raw[static_cast<std::size_t>(3 * p + k - 1)] = res(k, 3);
+      }
+    }
+  }
+  // Holm (1979) step-down adjustment within each test.
+  for (int k = 1; k <= 3; ++k) {
+    std::vector<int> order(static_cast<std::size_t>(P));
+    std::iota(order.begin(), order.end(), 0);
+    auto pv = [&](int q) { return raw[static_cast<std::size_t>(3 * q + k - 1)]; };
+    std::stable_sort(order.begin(), order.end(), [&](int x, int y) { return pv(x) < pv(y); });
+    double running = 0.0;
+    for (int i = 0; i < P; ++i) {
+      const int q = order[static_cast<std::size_t>(i)];
+      running = std::max(running, std::min(1.0, (P - i) * pv(q)));
+      results->set(3 * q + k, 7, running);
+    }
+  }
+  return 0;
+}
+
+// Allocation failures become status codes (the worker is exported under its own name).
+int cLoadKaplanTest(int& count, matrix<double>* source, int G, int R, matrix<double>* lastRows,
+                    matrix<double>* table) {
+  return velkor::guarded_call(
+      [&] { return cLoadKaplanTest_impl(count, source, G, R, lastRows, table); });
+}
+
+// Allocation failures become status codes (the worker is exported under its own name).
+int cComputeLifeTests(matrix<double>* table, int T, int G, double alpha, matrix<double>* results) {
+  return velkor::guarded_call([&] { return cComputeLifeTests_impl(table, T, G, alpha, results); });
+}
+
+// Allocation failures become status codes (the worker is exported under its own name).
+int cComputeMultComp(matrix<double>* table, int T, int G, double alpha, matrix<double>* results) {
+  return velkor::guarded_call([&] { return cComputeMultComp_impl(table, T, G, alpha, results); });
+}

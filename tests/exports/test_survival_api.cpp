@@ -1,0 +1,710 @@
+// The descriptive survival family through its exported symbols only: reference values from R's
+// survival package (tests/reference/survival/make_survival_fixtures.R), hand-computable cases,
+// the deliberate rules of the estimators, and bad input.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <vector>
+
+#include "velkor/VELKORLI1M.h"
+#include "velkor/survival_objects.h"
+
+namespace {
+
+#include "reference/survival/survival_fixtures.inc"
+
+constexpr double M = VELKOR_MISSING;
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+void ExpectRel(double expected, double actual, double tol, const char* what, int i) {
+  const double scale = std::max(1.0, std::fabs(expected));
+  EXPECT_LE(std::fabs(expected - actual), tol * scale)
+      << what << " at " << i << ": expected " << expected << ", got " << actual;
+}
+
+// Arrays with guard cells on both sides: any write outside the caller's n cells shows up.
+struct Guarded {
+  static constexpr int kPad = 8;
+  static constexpr double kGuard = 12345.678;
+  std::vector<double> buf;
+  int n;
+  explicit Guarded(int size, double init = 0.0)
+      : buf(static_cast<std::size_t>(std::max(size, 0)) + 2 * kPad, kGuard), n(size) {
+    for (int i = 0; i < n; ++i) buf[kPad + static_cast<std::size_t>(i)] = init;
+  }
+  Guarded(std::initializer_list<double> v) : Guarded(static_cast<int>(v.size())) {
+    std::copy(v.begin(), v.end(), buf.begin() + kPad);
+  }
+  double* p() { return buf.data() + kPad; }
+  double& operator[](int i) { return buf[kPad + static_cast<std::size_t>(i)]; }
+  bool intact() const {
+    for (int i = 0; i < kPad; ++i)
+      if (buf[static_cast<std::size_t>(i)] != kGuard ||
+          buf[buf.size() - 1 - static_cast<std::size_t>(i)] != kGuard)
+        return false;
+    return true;
+  }
+};
+
+// The whole flat analysis of one data set, as the front end chains the calls.
+struct FlatAnalysis {
+  int n = 0, G = 0, R = 0, prepStatus = 0;
+  std::vector<double> t, s, w, g, sizes, tables, lastRows, totals, combined, tests, pairs;
+  int T = 0;
+
+  FlatAnalysis(const double* time, const double* status, const double* group, int count,
+               double alpha = 0.05) {
+    n = count;
+    t.assign(time, time + n);
+    s.assign(status, status + n);
+    g.assign(group, group + n);
+    w.assign(static_cast<std::size_t>(n), 1.0);
+    std::vector<double> labels(g);
+    std::sort(labels.begin(), labels.end());
+    labels.erase(std::unique(labels.begin(), labels.end()), labels.end());
+    G = static_cast<int>(labels.size());
+    for (double l : labels) sizes.push_back(static_cast<double>(std::count(g.begin(), g.end(), l)));
+    double maxTime = 0;
+    prepStatus =
+        ReorganizeData(t.data(), n, s.data(), w.data(), g.data(), sizes.data(), G, 0, &maxTime);
+    R = static_cast<int>(*std::max_element(sizes.begin(), sizes.end())) + 1;
+    tables.assign(static_cast<std::size_t>(G) * R * 12, 0.0);
+    lastRows.assign(static_cast<std::size_t>(G), 0.0);
+    totals.assign(static_cast<std::size_t>(G), 0.0);
+    EXPECT_EQ(0, RunLife(t.data(), s.data(), w.data(), n, sizes.data(), G, 0, 1, 0, 0.0, R,
+                         tables.data(), lastRows.data(), totals.data()));
+    T = n;
+    combined.assign(static_cast<std::size_t>(3 * G + 1) * T, 0.0);
+    EXPECT_EQ(0, LoadKaplanTest(&T, tables.data(), G, R, lastRows.data(), combined.data()));
+    // Re-pack to the number of columns actually used.
+    std::vector<double> packed(static_cast<std::size_t>(3 * G + 1) * T);
+    for (int c = 0; c < T; ++c)
+      for (int r = 0; r < 3 * G + 1; ++r)
+        packed[static_cast<std::size_t>(c) * (3 * G + 1) + r] =
+            combined[static_cast<std::size_t>(c) * (3 * G + 1) + r];
+    combined = packed;
+    tests.assign(12, 0.0);
+    EXPECT_EQ(0, ComputeLifeTests(combined.data(), T, G, alpha, tests.data()));
+    pairs.assign(static_cast<std::size_t>(3 * G * (G - 1) / 2) * 7, 0.0);
+    EXPECT_EQ(0, Cpp_ComputeMultComp(combined.data(), T, G, alpha, pairs.data()));
+  }
+  const double* table(int k) const { return tables.data() + static_cast<std::size_t>(k) * R * 12; }
+  double cell(int k, int row, int col) const {
+    return table(k)[static_cast<std::size_t>(col - 1) * R + row];
+  }
+  int rows(int k) const { return static_cast<int>(lastRows[static_cast<std::size_t>(k)]); }
+};
+
+struct GroupRef {
+  const double *t, *nrisk, *nevent, *ncens, *surv, *greenwood, *cumhaz, *varhaz, *quartiles, *mean;
+  int size;
+};
+
+void CompareGroup(const FlatAnalysis& a, int k, const GroupRef& ref) {
+  ASSERT_EQ(a.rows(k), ref.size);
+  for (int j = 1; j <= ref.size; ++j) {
+    EXPECT_EQ(a.cell(k, j, 1), ref.t[j - 1]);
+    EXPECT_EQ(a.cell(k, j, 3), ref.nrisk[j - 1]);
+    EXPECT_EQ(a.cell(k, j, 4), ref.nevent[j - 1]);
+    EXPECT_EQ(a.cell(k, j, 5), ref.ncens[j - 1]);
+    ExpectRel(ref.surv[j - 1], a.cell(k, j, 8), 1e-13, "S", j);
+    if (std::isinf(ref.greenwood[j - 1]))  // S = 0: the p = 0 term is left out of the sum
+      EXPECT_EQ(a.cell(k, j, 11), a.cell(k, j - 1, 11));
+    else
+      ExpectRel(ref.greenwood[j - 1], a.cell(k, j, 11), 1e-12, "Greenwood", j);
+  }
+  // Nelson-Aalen with Aalen's variance (method 1) = survfit's cumhaz and std.chaz^2.
+  std::vector<double> na(static_cast<std::size_t>(ref.size) * 9);
+  ASSERT_EQ(0, Cpp_TransNelsonAalen(a.table(k), a.R, ref.size, 0.05, 1, na.data()));
+  for (int j = 1; j <= ref.size; ++j) {
+    if (ref.cumhaz[j - 1] == 0.0) {
+      EXPECT_EQ(na[static_cast<std::size_t>(4 * ref.size + j - 1)], M);  // before the first event
+      continue;
+    }
+    ExpectRel(ref.cumhaz[j - 1], na[static_cast<std::size_t>(4 * ref.size + j - 1)], 1e-13, "H", j);
+    ExpectRel(ref.varhaz[j - 1], na[static_cast<std::size_t>(5 * ref.size + j - 1)], 1e-12, "Var H",
+              j);
+  }
+  double cap = -1, mean[4], q[12];
+  ASSERT_EQ(
+      0, Cpp_ComputeKaplanMeanMedian(a.table(k), a.R, ref.size + 1, 0.05, ref.size, &cap, mean, q));
+  EXPECT_EQ(cap, ref.mean[0]);
+  ExpectRel(ref.mean[2], mean[0], 1e-12, "restricted mean", k);
+  ExpectRel(ref.mean[3], mean[1], 1e-10, "se(rmean)", k);
+  for (int r = 0; r < 3; ++r) EXPECT_EQ(q[3 + r], ref.quartiles[r]) << "quartile row " << r + 1;
+}
+
+#define GROUP(p, size)                                                                        \
+  GroupRef {                                                                                  \
+    p##_t, p##_nrisk, p##_nevent, p##_ncens, p##_surv, p##_greenwood, p##_cumhaz, p##_varhaz, \
+        p##_quartiles, p##_mean, size                                                         \
+  }
+#define LEN(a) static_cast<int>(sizeof(a) / sizeof(a[0]))
+
+}  // namespace
+
+TEST(SurvivalReferenceR, LungBySexMatchesSurvfitAndSurvdiff) {
+  FlatAnalysis a(lung_time, lung_status, lung_group, LEN(lung_time));
+  EXPECT_EQ(a.prepStatus, 0);
+  ASSERT_EQ(a.G, 2);
+  CompareGroup(a, 0, GROUP(lung_g1, LEN(lung_g1_t)));
+  CompareGroup(a, 1, GROUP(lung_g2, LEN(lung_g2_t)));
+  // Rows log-rank, Gehan, Tarone-Ware: X^2, critical value, p-value, alpha (results 3 x 4).
+  for (int r = 0; r < 3; ++r) {
+    ExpectRel(lung_tests[r], a.tests[static_cast<std::size_t>(r)], 1e-10, "X2", r);
+    EXPECT_NEAR(a.tests[static_cast<std::size_t>(3 + r)], 3.841458820694124, 1e-12);
+    // One degree of freedom: P(chi2_1 > x) = erfc(sqrt(x / 2)).
+    ExpectRel(std::erfc(std::sqrt(lung_tests[r] / 2)), a.tests[static_cast<std::size_t>(6 + r)],
+              1e-10, "p", r);
+    EXPECT_EQ(a.tests[static_cast<std::size_t>(9 + r)], 0.05);
+  }
+  // One pair: the pairwise statistics are the overall ones, Bonferroni = Holm = raw p.
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_NEAR(a.pairs[static_cast<std::size_t>(3 * 3 + k)], lung_tests[k], 1e-9);
+    EXPECT_EQ(a.pairs[static_cast<std::size_t>(5 * 3 + k)],
+              a.pairs[static_cast<std::size_t>(4 * 3 + k)]);
+    EXPECT_EQ(a.pairs[static_cast<std::size_t>(6 * 3 + k)],
+              a.pairs[static_cast<std::size_t>(4 * 3 + k)]);
+  }
+}
+
+TEST(SurvivalReferenceR, VeteranFourCellTypesMatchSurvdiffOnThreeDegreesOfFreedom) {
+  FlatAnalysis a(veteran_time, veteran_status, veteran_group, LEN(veteran_time));
+  ASSERT_EQ(a.G, 4);
+  CompareGroup(a, 0, GROUP(veteran_g1, LEN(veteran_g1_t)));
+  CompareGroup(a, 1, GROUP(veteran_g2, LEN(veteran_g2_t)));
+  CompareGroup(a, 2, GROUP(veteran_g3, LEN(veteran_g3_t)));
+  CompareGroup(a, 3, GROUP(veteran_g4, LEN(veteran_g4_t)));
+  for (int r = 0; r < 3; ++r)
+    ExpectRel(veteran_tests[r], a.tests[static_cast<std::size_t>(r)], 1e-10, "X2", r);
+  EXPECT_NEAR(a.tests[3], 7.814727903251178, 1e-10);  // qchisq(0.95, 3)
+  // Six pairs, log-rank rows 1, 4, 7, ...; Bonferroni and Holm over the six log-rank p-values.
+  const int P = 6;
+  std::vector<double> raw;
+  for (int p = 0; p < P; ++p) {
+    const auto row = static_cast<std::size_t>(3 * p);
+    ExpectRel(veteran_pairwise_logrank[p], a.pairs[3 * P * 3 + row], 1e-10, "pairwise", p);
+    raw.push_back(a.pairs[3 * P * 4 + row]);
+    EXPECT_DOUBLE_EQ(a.pairs[3 * P * 5 + row], std::min(1.0, P * raw.back()));
+  }
+  std::vector<int> order(P);
+  std::iota(order.begin(), order.end(), 0);
+  std::sort(order.begin(), order.end(), [&](int x, int y) { return raw[x] < raw[y]; });
+  double running = 0;
+  for (int i = 0; i < P; ++i) {
+    running = std::max(running, std::min(1.0, (P - i) * raw[static_cast<std::size_t>(order[i])]));
+    EXPECT_DOUBLE_EQ(a.pairs[3 * P * 6 + static_cast<std::size_t>(3 * order[i])], running);
+  }
+  EXPECT_EQ(a.pairs[0], 1.0);  // pair 1 = groups (1, 2)
+  EXPECT_EQ(a.pairs[3 * P], 2.0);
+  EXPECT_EQ(a.pairs[3 * P * 2 + 1], 2.0);  // second row of pair 1: test 2 (Gehan)
+}
+
+// ---------------------------------------------------------------------------------------------
+// Preparation: the order of the checks and the layout produced.
+// ---------------------------------------------------------------------------------------------
+namespace {
+int Reorganize(std::vector<double>& t, std::vector<double>& s, std::vector<double>& g,
+               std::vector<double> sizes, short grouped = 0, double* maxTime = nullptr) {
+  std::vector<double> w(t.size(), 1.0);
+  double mx = -7;
+  const int status =
+      ReorganizeData(t.data(), static_cast<int>(t.size()), s.data(), w.data(), g.data(),
+                     sizes.data(), static_cast<int>(sizes.size()), grouped, &mx);
+  if (maxTime) *maxTime = mx;
+  return status;
+}
+}  // namespace
+
+TEST(SurvivalPreparation, ChecksComeInTheStatedOrder) {
+  std::vector<double> t{3, 1}, s{0.5, 1}, g{1, 1};
+  EXPECT_EQ(Reorganize(t, s, g, {2}), 0);  // 0.5 lies in [0, 1]
+  s = {2, 1};
+  EXPECT_EQ(Reorganize(t, s, g, {2}), -1);
+  EXPECT_EQ(Reorganize(t, s, g, {2}, -1), 0);  // counts mode: no range check
+  s = {M, 1};
+  EXPECT_EQ(Reorganize(t, s, g, {2}), -1);  // a missing status is below 0
+  std::vector<double> t1{5}, s1{1}, g1{1};
+  EXPECT_EQ(Reorganize(t1, s1, g1, {1}), -2);
+  s1 = {-1};
+  EXPECT_EQ(Reorganize(t1, s1, g1, {1}), -1);  // the range check comes before the size check
+  std::vector<double> t0, s0, g0;
+  EXPECT_EQ(Reorganize(t0, s0, g0, {}), -2);
+}
+
+TEST(SurvivalPreparation, WarningsStillOrderTheBlocks) {
+  std::vector<double> t{4, 2, 9, 1, 3}, s{0, 0, 0, 0, 0}, g{2, 1, 2, 1, 2};
+  double mx = 0;
+  EXPECT_EQ(Reorganize(t, s, g, {2, 3}, 0, &mx), -3);
+  EXPECT_EQ(t, (std::vector<double>{1, 2, 3, 4, 9}));
+  EXPECT_EQ(g, (std::vector<double>{1, 1, 2, 2, 2}));
+  EXPECT_EQ(mx, 9);
+  std::vector<double> t2{4, 2, 9, 1, 3}, s2{1, 1, 1, 1, 1}, g2{2, 1, 2, 1, 2};
+  EXPECT_EQ(Reorganize(t2, s2, g2, {2, 3}), -5);
+  EXPECT_EQ(t2, (std::vector<double>{1, 2, 3, 4, 9}));
+  // Status and weights travel with their rows; NaN times go last in their block.
+  std::vector<double> t3{5, kNaN, 1, 7}, s3{1, 0, 0, 1}, g3{1, 1, 1, 0};
+  EXPECT_EQ(Reorganize(t3, s3, g3, {1, 3}), 0);
+  EXPECT_EQ(t3[0], 7);
+  EXPECT_EQ(t3[1], 1);
+  EXPECT_EQ(t3[2], 5);
+  EXPECT_TRUE(std::isnan(t3[3]));
+  EXPECT_EQ(s3, (std::vector<double>{1, 0, 1, 0}));
+}
+
+TEST(SurvivalPreparation, CheckStatusFormatNumbersCausesByFirstAppearance) {
+  double codes[5] = {0}, rec[5] = {0};
+  unsigned int k = 0;
+  const double st[5] = {0, 2, 1, 2, 0};
+  EXPECT_EQ(Cpp_CheckStatusFormat(st, 5, codes, &k, 0, rec), 0);
+  EXPECT_EQ(k, 2u);
+  EXPECT_EQ(codes[0], 2);
+  EXPECT_EQ(codes[1], 1);
+  EXPECT_EQ(std::vector<double>(rec, rec + 5), (std::vector<double>{0, 1, 2, 1, 0}));
+  // Censoring code 9: a censored first row keeps 9 (it is not revisited), later ones become 0.
+  const double st9[4] = {9, 3, 9, 4};
+  EXPECT_EQ(Cpp_CheckStatusFormat(st9, 4, codes, &k, 9, rec), 0);
+  EXPECT_EQ(std::vector<double>(rec, rec + 4), (std::vector<double>{9, 1, 0, 2}));
+  const double all[3] = {9, 9, 9};
+  EXPECT_EQ(Cpp_CheckStatusFormat(all, 3, codes, &k, 9, rec), -1);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Product-limit table: hand-computable cases and the deliberate rules.
+// ---------------------------------------------------------------------------------------------
+namespace {
+struct KM {
+  std::vector<double> tab, last{0}, tot{0};
+  int R;
+  KM(std::vector<double> t, std::vector<double> s, std::vector<double> w = {}, short grouped = 0) {
+    if (w.empty()) w.assign(t.size(), 1.0);
+    R = static_cast<int>(t.size()) + 1;
+    tab.assign(static_cast<std::size_t>(R) * 12, 0.0);
+    EXPECT_EQ(0, RunLife(t.data(), s.data(), w.data(), static_cast<int>(t.size()), nullptr, 0,
+                         grouped, 1, 0, 0, R, tab.data(), last.data(), tot.data()));
+  }
+  double operator()(int row, int col) const {
+    return tab[static_cast<std::size_t>(col - 1) * R + row];
+  }
+  int rows() const { return static_cast<int>(last[0]); }
+};
+}  // namespace
+
+TEST(SurvivalKaplanMeier, TiesOfEventsAndCensoringsShareOneRow) {
+  KM km({1, 2, 2, 3}, {1, 1, 0, 1});
+  ASSERT_EQ(km.rows(), 3);
+  const double n[] = {4, 3, 1}, d[] = {1, 1, 1}, c[] = {0, 1, 0}, S[] = {0.75, 0.5, 0};
+  for (int j = 1; j <= 3; ++j) {
+    EXPECT_EQ(km(j, 1), j);
+    EXPECT_EQ(km(j, 3), n[j - 1]);
+    EXPECT_EQ(km(j, 4), d[j - 1]);
+    EXPECT_EQ(km(j, 5), c[j - 1]);
+    EXPECT_EQ(km(j, 6), n[j - 1]);
+    EXPECT_DOUBLE_EQ(km(j, 8), S[j - 1]);
+  }
+  EXPECT_EQ(km(0, 7), 1);
+  EXPECT_EQ(km(0, 8), 1);
+  EXPECT_DOUBLE_EQ(km(1, 11), 0.25 / 0.75 / 4);  // (1 - p) / (p n')
+  EXPECT_DOUBLE_EQ(km(3, 11), km(2, 11));        // p = 0 adds nothing
+  EXPECT_DOUBLE_EQ(km(1, 9), 0.25);              // (1 - 0.75) / (2 - 1)
+  EXPECT_DOUBLE_EQ(km(3, 9), 0.5);               // last run: t_next = t + 1
+  EXPECT_EQ(km(2, 2), M);                        // never written by the estimator
+  EXPECT_EQ(km.tot[0], 4);
+}
+
+TEST(SurvivalKaplanMeier, CensoredOnlyRowsRepeatThePreviousRow) {
+  KM first({1, 2, 4, 5}, {0, 1, 0, 1});
+  EXPECT_EQ(first(1, 7), 1);  // censored first row: origin values
+  EXPECT_EQ(first(1, 8), 1);
+  EXPECT_EQ(first(1, 9), M);  // density not written on a censored-only row
+  EXPECT_DOUBLE_EQ(first(2, 7), 2.0 / 3);
+  EXPECT_DOUBLE_EQ(first(3, 7), 2.0 / 3);  // previous conditional survival, not 1
+  EXPECT_DOUBLE_EQ(first(3, 8), first(2, 8));
+  EXPECT_DOUBLE_EQ(first(3, 11), first(2, 11));
+}
+
+TEST(SurvivalKaplanMeier, WeightsEnterTheCountsButNotTheInitialNumberAtRisk) {
+  // Deliberate asymmetry: N starts at n = 3 although the weights sum to 6.
+  KM km({1, 2, 3}, {1, 1, 1}, {2, 2, 2});
+  EXPECT_EQ(km.tot[0], 3);
+  EXPECT_EQ(km(1, 3), 3);
+  EXPECT_EQ(km(1, 4), 2);
+  EXPECT_DOUBLE_EQ(km(1, 8), 1.0 / 3);
+  EXPECT_EQ(km(2, 3), 1);
+  EXPECT_EQ(km.rows(), 3);  // row 3 starts with n' = -1 <= 0: kept with its counts, scan stops
+  EXPECT_EQ(km(3, 3), -1);
+  EXPECT_EQ(km(3, 8), M);  // not estimated: the pre-filled marker stays
+}
+
+TEST(SurvivalKaplanMeier, GroupedRowsCarryCountsAndFrequencyWeightsEqualRepeatedRows) {
+  // Grouped mode: status = events, weights = censored; N = sum of both.
+  KM grouped({1, 2}, {2, 1}, {1, 0}, -1);
+  EXPECT_EQ(grouped.tot[0], 4);
+  EXPECT_DOUBLE_EQ(grouped(1, 8), 0.5);
+  EXPECT_EQ(grouped(2, 3), 1);
+  EXPECT_DOUBLE_EQ(grouped(2, 8), 0);
+  KM repeated({1, 1, 1, 2}, {1, 1, 0, 1});
+  for (int j = 1; j <= 2; ++j)
+    for (int c : {3, 4, 5, 8, 11}) EXPECT_DOUBLE_EQ(grouped(j, c), repeated(j, c)) << j << "," << c;
+}
+
+TEST(SurvivalKaplanMeier, LifeTableFollowsTheActuarialFormulas) {
+  // Width 10: [0,10) has 10 entering, 2 deaths, 2 withdrawn; [10,20) 6 entering, 1 death, 1
+  // withdrawn.
+  std::vector<double> t{1, 2, 3, 4, 5, 6, 7, 8, 9, 9.5, 11, 12, 13, 14, 15, 16};
+  std::vector<double> s{1, 1, 0, 0, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0};
+  // Interval 1: deaths at 1,2,5..9.5 = 8, censored 3,4 = 2.  Interval 2: death 11, censored 5.
+  std::vector<double> w(t.size(), 1.0), tab(4 * 12, 0.0), last{0}, tot{0};
+  ASSERT_EQ(0, RunLife(t.data(), s.data(), w.data(), 16, nullptr, 0, 0, 1, -1, 10.0, 4, tab.data(),
+                       last.data(), tot.data()));
+  auto at = [&](int r, int c) { return tab[static_cast<std::size_t>(c - 1) * 4 + r]; };
+  ASSERT_EQ(last[0], 2);
+  EXPECT_EQ(tot[0], 16);
+  EXPECT_EQ(at(1, 1), 0);
+  EXPECT_EQ(at(1, 2), 10);
+  EXPECT_EQ(at(1, 6), 15);  // 16 - 2/2
+  EXPECT_DOUBLE_EQ(at(1, 7), 1 - 8.0 / 15);
+  EXPECT_DOUBLE_EQ(at(1, 9), (8.0 / 15) / 10);
+  EXPECT_DOUBLE_EQ(at(1, 10), 8.0 / (10 * (15 - 4)));
+  EXPECT_EQ(at(2, 3), 6);
+  EXPECT_EQ(at(2, 6), 3.5);
+  const double p2 = 1 - 1 / 3.5, S2 = (7.0 / 15) * p2;
+  EXPECT_DOUBLE_EQ(at(2, 8), S2);
+  EXPECT_DOUBLE_EQ(at(2, 11), (8.0 / 15) / (15 * 7.0 / 15) + (1 / 3.5) / (3.5 * p2));
+  const double h2 = 1 / (10 * 3.0);
+  EXPECT_DOUBLE_EQ(at(2, 10), h2);
+  EXPECT_DOUBLE_EQ(at(2, 12), h2 * std::sqrt(1 - (h2 * 5) * (h2 * 5)));
+}
+
+TEST(SurvivalNelsonAalen, VarianceMethodsAndTheLogTransformedInterval) {
+  KM km({1, 2, 2, 3, 3, 4}, {0, 1, 1, 1, 0, 0});
+  // Rows: t=1 (6, 0, 1), t=2 (5, 2, 0), t=3 (3, 1, 1), t=4 (1, 0, 1).
+  for (int method : {1, 2, 3}) {
+    std::vector<double> na(4 * 9);
+    ASSERT_EQ(0, Cpp_TransNelsonAalen(km.tab.data(), km.R, 4, 0.05, method, na.data()));
+    auto at = [&](int r, int c) { return na[static_cast<std::size_t>(c - 1) * 4 + r - 1]; };
+    EXPECT_EQ(at(1, 5), M);  // no event yet
+    EXPECT_EQ(at(1, 9), M);
+    EXPECT_DOUBLE_EQ(at(2, 5), 0.4);
+    EXPECT_DOUBLE_EQ(at(3, 5), 0.4 + 1.0 / 3);
+    const double v2 = method == 1 ? 2.0 / 25 : method == 2 ? 3.0 * 2 / 125 : 3.0 * 2 / (25 * 4);
+    const double v3 = method == 1 ? 1.0 / 9 : method == 2 ? 2.0 / 27 : 2.0 / (9 * 2);
+    EXPECT_DOUBLE_EQ(at(2, 6), v2);
+    EXPECT_DOUBLE_EQ(at(3, 6), v2 + v3);
+    EXPECT_DOUBLE_EQ(at(3, 7), std::sqrt(v2 + v3));
+    const double H = at(3, 5), f = std::exp(1.959963984540054 * at(3, 7) / H);
+    EXPECT_NEAR(at(3, 8), H / f, 1e-14);
+    EXPECT_NEAR(at(3, 9), H * f, 1e-14);
+    for (int c = 5; c <= 9; ++c) EXPECT_EQ(at(4, c), at(3, c));  // no event: carried forward
+    EXPECT_EQ(at(4, 1), 4);
+  }
+}
+
+TEST(SurvivalCharts, StepPointsClippedBandHazardLogLogAndMarkers) {
+  KM km({1, 2, 2, 3}, {0, 1, 0, 1});  // S: 1 (censored), 2/3, 0
+  const int T = km.rows(), P = 2 * T + 1, C = 2 * T - 1;
+  std::vector<double> mainS(static_cast<std::size_t>(P) * 7), haz(static_cast<std::size_t>(C) * 3),
+      ll(haz.size());
+  ASSERT_EQ(0, Cpp_PrepareKaplanCharts(km.tab.data(), km.R, T, -1, -1, -1, 1.0, 0.05, 1,
+                                       mainS.data(), P, haz.data(), ll.data(), C));
+  auto m = [&](int pt, int c) { return mainS[static_cast<std::size_t>(c - 1) * P + pt - 1]; };
+  auto h = [&](int pt, int c) { return haz[static_cast<std::size_t>(c - 1) * C + pt - 1]; };
+  auto l = [&](int pt, int c) { return ll[static_cast<std::size_t>(c - 1) * C + pt - 1]; };
+  EXPECT_EQ(m(1, 1), 0);
+  EXPECT_EQ(m(2, 1), 1.0);
+  EXPECT_EQ(m(2, 4), 1);
+  EXPECT_EQ(m(2, 5), 0);
+  // Row 2 (t = 2, S = 2/3): points 5 (x = 2) and 6 (x = 3).
+  EXPECT_EQ(m(5, 1), 2);
+  EXPECT_EQ(m(6, 1), 3);
+  EXPECT_DOUBLE_EQ(m(6, 4), 2.0 / 3);
+  const double half = 1.959963984540054 * (2.0 / 3) * std::sqrt((1.0 / 3) / (2.0 / 3) / 3);
+  EXPECT_NEAR(m(5, 2), 2.0 / 3 - half, 1e-12);
+  EXPECT_EQ(m(5, 3), 1.0);  // upper limit clipped at 1
+  EXPECT_DOUBLE_EQ(m(5, 5), 1.0 / 3);
+  EXPECT_EQ(m(7, 4), 0);  // last row: one point only
+  // Censored markers: rows 1 and 2 have censorings (points 3 and 5), row 3 none.
+  EXPECT_EQ(m(3, 6), 1);
+  EXPECT_DOUBLE_EQ(m(5, 6), 2.0 / 3);
+  EXPECT_DOUBLE_EQ(m(5, 7), 1.0 / 3);
+  EXPECT_EQ(m(7, 6), M);
+  // Hazard: S = 1 gives -ln 1 = 0; S = 0 gives no point. Log-log: not at S = 1 nor S = 0.
+  EXPECT_EQ(h(1, 2), 0);
+  EXPECT_DOUBLE_EQ(h(3, 2), -std::log(2.0 / 3));
+  EXPECT_EQ(h(5, 2), M);
+  EXPECT_EQ(l(1, 2), M);
+  EXPECT_DOUBLE_EQ(l(3, 1), std::log(2.0));
+  EXPECT_DOUBLE_EQ(l(3, 2), std::log(-std::log(2.0 / 3)));
+  EXPECT_DOUBLE_EQ(h(3, 3), h(3, 2));  // marker mode 1: every censored row
+  // Other marker mode: only rows with events and censorings (row 2), not row 1.
+  ASSERT_EQ(0, Cpp_PrepareKaplanCharts(km.tab.data(), km.R, T, -1, -1, 0, 1.0, 0.05, 0,
+                                       mainS.data(), P, haz.data(), ll.data(), C));
+  EXPECT_EQ(h(1, 3), M);
+  EXPECT_DOUBLE_EQ(h(3, 3), h(3, 2));
+  EXPECT_EQ(m(5, 5), M);  // failure option off
+  EXPECT_EQ(m(1, 5), 0);  // but the origin points carry failure 0
+}
+
+TEST(SurvivalMeanMedian, QuartilesMeanAndTimeCap) {
+  auto run = [](const KM& km, double* cap, double* mean, double* q) {
+    return Cpp_ComputeKaplanMeanMedian(km.tab.data(), km.R, km.rows() + 1, 0.05, km.R - 1, cap,
+                                       mean, q);
+  };
+  double cap, mean[4], q[12];
+  // No censoring, S reaches 0: cap 0 and the full area (mean of the times).
+  KM full({2, 4, 6, 8}, {1, 1, 1, 1});
+  ASSERT_EQ(0, run(full, &cap, mean, q));
+  EXPECT_EQ(cap, 0);
+  EXPECT_DOUBLE_EQ(mean[0], 5);
+  EXPECT_EQ(q[0], 0.75);
+  EXPECT_EQ(q[1], 0.5);
+  EXPECT_EQ(q[2], 0.25);
+  EXPECT_EQ(q[3], 7);  // S falls to 0.25 at t = 6, but S = 0.25 exactly: midpoint of 6 and 8
+  EXPECT_EQ(q[4], 5);  // S = 0.5 exactly at 4, next time 6
+  EXPECT_EQ(q[5], 3);
+  // S = 0.5 exactly at time 10, next time 12: median 11.
+  KM half({10, 10, 12, 13}, {1, 1, 1, 0});
+  ASSERT_EQ(0, run(half, &cap, mean, q));
+  EXPECT_EQ(q[4], 11);
+  // A curve ending at 0.4: the 0.75 row (S = 0.25) is missing, the others filled.
+  KM end({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {1, 1, 1, 1, 1, 1, 0, 0, 0, 0});
+  ASSERT_EQ(0, run(end, &cap, mean, q));
+  EXPECT_EQ(q[3], M);
+  EXPECT_EQ(q[6], M);
+  EXPECT_EQ(q[9], M);
+  EXPECT_EQ(q[4], 5.5);  // S = 0.5 exactly at 5
+  EXPECT_EQ(q[5], 3);
+  // Time cap over the censored-only rows 7..10: row 7 sets 7, row 8 does not move it (t_7 is not
+  // above the cap), row 9 sets 9, row 10 does not (deliberate). The area stops at t = 8 < 9.
+  EXPECT_EQ(cap, 9);
+  EXPECT_DOUBLE_EQ(mean[0], 1 + 0.9 + 0.8 + 0.7 + 0.6 + 0.5 + 0.4 + 0.4);
+  EXPECT_GT(mean[1], 0);
+  EXPECT_NEAR(mean[2], std::max(0.0, mean[0] - 1.959963984540054 * mean[1]), 1e-12);
+  EXPECT_NEAR(mean[3], mean[0] + 1.959963984540054 * mean[1], 1e-12);
+  // k - 1 < 1: no standard error.
+  ASSERT_EQ(0, Cpp_ComputeKaplanMeanMedian(end.tab.data(), end.R, end.rows() + 1, 0.05, 1, &cap,
+                                           mean, q));
+  EXPECT_EQ(mean[1], M);
+  EXPECT_EQ(mean[3], M);
+}
+
+TEST(SurvivalMeanMedian, QuartileLimitsScanTheSquaredGreenwoodBand) {
+  // Ten events at 1..10: S_j = 1 - j/10, G_j = sum 1/((n-k+1)(n-k)) = j / (10 (10 - j)).
+  KM km({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1});
+  double cap, mean[4], q[12];
+  ASSERT_EQ(0, Cpp_ComputeKaplanMeanMedian(km.tab.data(), km.R, 11, 0.05, 10, &cap, mean, q));
+  const double c = 3.841458820694124;
+  auto passes = [&](int j, double p) {
+    const double S = 1 - j / 10.0, G = j / (10.0 * (10 - j));
+    return j < 10 ? (S - p) * (S - p) <= S * S * c * G : false;
+  };
+  const double ps[3] = {0.25, 0.5, 0.75};
+  for (int r = 0; r < 3; ++r) {
+    int lo = 0, up = 0;
+    for (int j = 1; j <= 10 && !lo; ++j)
+      if (passes(j, ps[r])) lo = j;
+    for (int j = 2; j < 10 && !up; ++j)
+      if (passes(j, ps[r]) && !passes(j + 1, ps[r])) up = j + 1;
+    EXPECT_EQ(q[6 + r], lo) << ps[r];
+    EXPECT_EQ(q[9 + r], up ? up : 10) << ps[r];
+  }
+}
+
+TEST(SurvivalTests, IdenticalGroupsSingleEventTimeAndLoneSubjects) {
+  // Identical groups: U = 0, X^2 = 0, p = 1.
+  const double t[] = {1, 2, 3, 4, 1, 2, 3, 4}, s[] = {1, 0, 1, 1, 1, 0, 1, 1},
+               g[] = {1, 1, 1, 1, 2, 2, 2, 2};
+  FlatAnalysis same(t, s, g, 8);
+  for (int r = 0; r < 3; ++r) {
+    EXPECT_NEAR(same.tests[static_cast<std::size_t>(r)], 0, 1e-15);
+    EXPECT_NEAR(same.tests[static_cast<std::size_t>(6 + r)], 1, 1e-15);
+  }
+  // One event time: the weight cancels, the three statistics agree.
+  const double t1[] = {5, 6, 7, 5, 6, 7, 8}, s1[] = {1, 0, 0, 0, 0, 0, 0},
+               g1[] = {1, 1, 1, 2, 2, 2, 2};
+  FlatAnalysis one(t1, s1, g1, 7);
+  EXPECT_GT(one.tests[0], 0);
+  EXPECT_NEAR(one.tests[1], one.tests[0], 1e-12);
+  EXPECT_NEAR(one.tests[2], one.tests[0], 1e-12);
+  // Hand values, G = 2: event at t=5 with n = (3, 4): U = 1 - 3/7, V = 3/7 * 4/7 (D = 1, N = 7).
+  EXPECT_NEAR(one.tests[0], (4.0 / 7) * (4.0 / 7) / (12.0 / 49), 1e-12);
+  // A time with one subject at risk adds to U but not to V: the group-2 death at 9 after all
+  // others left changes U only. Combined table checked directly.
+  const double comb[] = {1, 2, 1, 0, 1, 0, 0,   // t=1: group 1 (2 at risk, 1 event), group 2 (1, 0)
+                         9, 0, 0, 0, 1, 1, 0};  // t=9: only group 2's lone subject, who dies
+  double res[12];
+  ASSERT_EQ(0, ComputeLifeTests(comb, 2, 2, 0.05, res));
+  const double U = (1 - 2.0 / 3) + (0 - 0), V = 1 * 2.0 / 3 * (1 - 2.0 / 3);
+  EXPECT_NEAR(res[0], U * U / V, 1e-12);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Bad input: every flat entry point with empty, tiny, non-finite and inconsistent arguments.
+// The status is the documented one and nothing outside the caller's arrays changes.
+// ---------------------------------------------------------------------------------------------
+namespace {
+struct BadCase {
+  const char* name;
+  std::vector<double> t, s, w, sizes;
+  int expectedPrep;
+};
+std::vector<BadCase> BadCases() {
+  return {
+      {"n = 0", {}, {}, {}, {}, -2},
+      {"n = 1", {3}, {1}, {1}, {1}, -2},
+      {"NaN time", {kNaN, 2, 1}, {1, 0, 1}, {1, 1, 1}, {3}, 0},
+      {"infinite times", {kInf, 2, -kInf}, {1, 1, 0}, {1, 1, 1}, {3}, 0},
+      {"missing time", {M, 2, 5}, {1, 1, 0}, {1, 1, 1}, {3}, 0},
+      {"missing status", {1, 2, 5}, {M, 1, 0}, {1, 1, 1}, {3}, -1},
+      {"NaN status", {1, 2, 5}, {kNaN, 1, 0}, {1, 1, 1}, {3}, 0},
+      {"negative weights", {1, 2, 5, 6}, {1, 1, 0, 1}, {-1, 2, -3, 1}, {4}, 0},
+      {"sizes exceed n", {1, 2, 5, 6}, {1, 1, 0, 1}, {1, 1, 1, 1}, {3, 9}, 0},
+      {"sizes short of n", {1, 2, 5, 6}, {1, 1, 0, 1}, {1, 1, 1, 1}, {1, 1}, 0},
+      {"negative and NaN sizes", {1, 2, 5, 6}, {1, 1, 0, 1}, {1, 1, 1, 1}, {-5, kNaN, 1e300}, 0},
+  };
+}
+}  // namespace
+
+TEST(SurvivalBadInput, EveryFlatEntryStaysInsideItsArrays) {
+  for (const BadCase& bc : BadCases()) {
+    SCOPED_TRACE(bc.name);
+    const int n = static_cast<int>(bc.t.size());
+    const int G = static_cast<int>(bc.sizes.size());
+    Guarded t(n), s(n), w(n), g(n), sizes(G), mx(1);
+    for (int i = 0; i < n; ++i)
+      t[i] = bc.t[static_cast<std::size_t>(i)], s[i] = bc.s[static_cast<std::size_t>(i)],
+      w[i] = bc.w[static_cast<std::size_t>(i)], g[i] = 1;
+    for (int k = 0; k < G; ++k) sizes[k] = bc.sizes[static_cast<std::size_t>(k)];
+    EXPECT_EQ(ReorganizeData(t.p(), n, s.p(), w.p(), g.p(), sizes.p(), G, 0, mx.p()),
+              bc.expectedPrep);
+    const int Gs = std::max(G, 1), R = n + 1;
+    Guarded tab(Gs * R * 12), last(Gs), tot(Gs);
+    EXPECT_EQ(
+        RunLife(t.p(), s.p(), w.p(), n, sizes.p(), G, 0, 1, 0, 0, R, tab.p(), last.p(), tot.p()),
+        0);
+    Guarded lifeTab(Gs * 3 * 12), lifeLast(Gs), lifeTot(Gs);
+    EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), n, sizes.p(), G, 0, 1, -1, 0.5, 3, lifeTab.p(),
+                      lifeLast.p(), lifeTot.p()),
+              0);
+    const int T = static_cast<int>(last[0]);
+    Guarded na(std::max(T, 0) * 9), cap(1), mean(4), q(12), codes(n), rec(n), summary(Gs * 6),
+        wsum(Gs * 5);
+    EXPECT_EQ(Cpp_TransNelsonAalen(tab.p(), R, T, 0.05, 3, na.p()), 0);
+    EXPECT_EQ(Cpp_ComputeKaplanMeanMedian(tab.p(), R, T + 1, 0.05, n, cap.p(), mean.p(), q.p()), 0);
+    const int P = 2 * T + 1, C = std::max(2 * T - 1, 0);
+    Guarded mainS(P * 7), haz(C * 3), ll(C * 3);
+    EXPECT_EQ(Cpp_PrepareKaplanCharts(tab.p(), R, T, -1, -1, -1, 1, 0.05, 0, mainS.p(), P, haz.p(),
+                                      ll.p(), C),
+              0);
+    unsigned int k = 0;
+    const int cs = Cpp_CheckStatusFormat(s.p(), n, codes.p(), &k, 0, rec.p());
+    EXPECT_TRUE(cs == 0 || cs == -1);
+    EXPECT_EQ(Cpp_Build_Summary(tab.p(), R, G, last.p(), tot.p(), summary.p()), 0);
+    EXPECT_EQ(Cpp_Build_WeightedSummary(t.p(), s.p(), w.p(), n, sizes.p(), G, 1, wsum.p()), 0);
+    int count = n + 1;
+    Guarded comb((3 * Gs + 1) * count), res(12), pairs(std::max(3 * Gs * (Gs - 1) / 2, 0) * 7);
+    EXPECT_EQ(LoadKaplanTest(&count, tab.p(), Gs, R, last.p(), comb.p()), 0);
+    EXPECT_EQ(ComputeLifeTests(comb.p(), count, Gs, 0.05, res.p()), 0);
+    EXPECT_EQ(Cpp_ComputeMultComp(comb.p(), count, Gs, 0.05, pairs.p()), 0);
+    for (Guarded* a : {&t,       &s,        &w,       &g,   &sizes, &mx,    &tab, &last,  &tot,
+                       &lifeTab, &lifeLast, &lifeTot, &na,  &cap,   &mean,  &q,   &codes, &rec,
+                       &summary, &wsum,     &comb,    &res, &pairs, &mainS, &haz, &ll})
+      EXPECT_TRUE(a->intact());
+  }
+}
+
+TEST(SurvivalBadInput, SizesTooLargeForTheArraysAreClippedAndNullArraysRefused) {
+  // A table shorter than the stated group size: the rows that do not fit are dropped.
+  Guarded t{1, 2, 3, 4}, s{1, 1, 0, 1}, w{1, 1, 1, 1}, tab(2 * 12), last(1), tot(1);
+  EXPECT_EQ(RunLife(t.p(), s.p(), w.p(), 4, nullptr, 0, 0, 1, 0, 0, 2, tab.p(), last.p(), tot.p()),
+            0);
+  EXPECT_TRUE(tab.intact());
+  EXPECT_DOUBLE_EQ(tab[1 + 7 * 2], 0.75);  // row 1 survival fits
+  // Group offsets beyond n: the later groups are empty (0 rows).
+  Guarded sizes{4, 3}, tab2(2 * 5 * 12), last2(2), tot2(2);
+  EXPECT_EQ(
+      RunLife(t.p(), s.p(), w.p(), 4, sizes.p(), 2, 0, 1, 0, 0, 5, tab2.p(), last2.p(), tot2.p()),
+      0);
+  EXPECT_EQ(last2[0], 4);
+  EXPECT_EQ(last2[1], 0);
+  EXPECT_TRUE(tab2.intact());
+  // Null arrays with a positive length: status 3, nothing written.
+  EXPECT_EQ(
+      RunLife(nullptr, s.p(), w.p(), 4, nullptr, 0, 0, 1, 0, 0, 5, tab2.p(), last2.p(), tot2.p()),
+      VELKOR_E_NULL_ARRAY);
+  EXPECT_EQ(ReorganizeData(t.p(), 4, s.p(), w.p(), t.p(), nullptr, 1, 0, nullptr),
+            VELKOR_E_NULL_ARRAY);
+  double res[12];
+  EXPECT_EQ(ComputeLifeTests(nullptr, 3, 2, 0.05, res), VELKOR_E_NULL_ARRAY);
+  // One group: nothing to compare, the statistics are missing.
+  const double comb[] = {1, 3, 1, 0};
+  ASSERT_EQ(ComputeLifeTests(comb, 1, 1, 0.05, res), 0);
+  EXPECT_EQ(res[0], M);
+  EXPECT_EQ(res[9], 0.05);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Object interface: the full analysis agrees with the flat chain.
+// ---------------------------------------------------------------------------------------------
+TEST(SurvivalObjects, FullAnalysisMatchesTheFlatChainAndReportsDataConditions) {
+  const int n = LEN(lung_time);
+  cST_DataSet data;
+  std::vector<double> status(lung_status, lung_status + n);
+  for (double& v : status) v = v == 1 ? 2 : 1;  // lung's own coding: 2 dead, 1 censored
+  data.add(u"time", lung_time, static_cast<std::uint32_t>(n));
+  data.add(u"status", status.data(), static_cast<std::uint32_t>(n));
+  data.add(u"sex", lung_group, static_cast<std::uint32_t>(n));
+  SURV_Param param;
+  param.eventCode = 2;
+  param.groupColumn = 2;
+  cSURV_Results res;
+  cST_FactorsInfo factors;
+  VELKORInfo info;
+  ASSERT_EQ(Cpp_RunLife_ST(data, param, res, factors, info), 0);
+  ASSERT_EQ(res.groups.size(), 2u);
+  EXPECT_EQ(res.groups[0].rows, static_cast<std::uint32_t>(LEN(lung_g1_t)));
+  for (int j = 1; j <= LEN(lung_g2_t); ++j)
+    ExpectRel(lung_g2_surv[j - 1], (*res.groups[1].table[7])[static_cast<std::uint32_t>(j)], 1e-13,
+              "S", j);
+  ExpectRel(lung_g1_mean[2], (*res.groups[0].mean[0])[0], 1e-12, "mean", 0);
+  EXPECT_EQ((*res.groups[1].quartiles[1])[1], lung_g2_quartiles[1]);
+  for (int r = 0; r < 3; ++r)
+    ExpectRel(lung_tests[r], (*res.tests[0])[static_cast<std::uint32_t>(r)], 1e-10, "X2", r);
+  EXPECT_EQ(res.pairwise.size(), 7u);
+  EXPECT_EQ(res.groups[0].mainSeries.size(), 7u);
+  EXPECT_EQ(res.groups[0].nelsonAalen.size(), 9u);
+  std::vector<VectDPtr> report, naChart;
+  ASSERT_EQ(Cpp_Build_LifeTable_ST(res.groups[0], 0, 0.05, report), 0);
+  EXPECT_EQ(report.size(), 8u);
+  ExpectRel(std::sqrt(lung_g1_greenwood[0]) * lung_g1_surv[0], (*report[5])[0], 1e-12, "SE", 0);
+  ASSERT_EQ(PrepareNelsonACharts_ST(res.groups[0], naChart), 0);
+  EXPECT_EQ(naChart.size(), 5u);
+
+  // The life-table variant: 14 report columns and a chart.
+  param.lifeTable = -1;
+  param.intervalWidth = 100;
+  cSURV_Results life;
+  ASSERT_EQ(Cpp_RunLife_ST(data, param, life, factors, info), 0);
+  ASSERT_EQ(Cpp_Build_LifeTable_ST(life.groups[0], -1, 0.05, report), 0);
+  EXPECT_EQ(report.size(), 14u);
+  EXPECT_EQ((*report[1])[0], 100);
+  ASSERT_EQ(PrepareLifeChart_ST(life.groups[0], 0.05, naChart), 0);
+  EXPECT_EQ((*naChart[0])[1], 100);
+
+  // Data conditions: a status outside the codes is a warning-free recode (censored); one row
+  // is -2 with the error record filled; a missing column is a null array.
+  cST_DataSet tiny;
+  const double one = 5;
+  tiny.add(u"time", &one, 1);
+  tiny.add(u"status", &one, 1);
+  param = SURV_Param{};
+  EXPECT_EQ(Cpp_RunLife_ST(tiny, param, res, factors, info), -1);  // status 5 with event code 1
+  param.eventCode = 5;
+  EXPECT_EQ(Cpp_RunLife_ST(tiny, param, res, factors, info), -2);
+  EXPECT_EQ(info.error.status, -2);
+  param.statusColumn = 7;
+  EXPECT_EQ(Cpp_RunLife_ST(tiny, param, res, factors, info), VELKOR_E_NULL_ARRAY);
+}
