@@ -158,3 +158,81 @@ TEST(CompetingApi, BadInputHarness) {
 }
 
 }  // namespace
+
+namespace {
+
+// The whole path a user follows, on mgus2 with raw cause codes 7 (progression) and 3 (death):
+// recoding (Cpp_CheckStatusFormat), ordering (Cpp_ReorganizeDataCum), the all-cause product-limit
+// table of each sex (RunLife), the incidence of each cause in each group (Cpp_CumIncCalc) and
+// Gray's test between the sexes (Cpp_GrayTest), against cmprsk::cuminc.
+TEST(CompetingApi, EndToEndFromRawCodesToGrayTest) {
+  const int n = kMgusN;
+  std::vector<double> times(kMgusTime, kMgusTime + n), raw(n), groups(kMgusSex, kMgusSex + n);
+  for (int i = 0; i < n; ++i) raw[i] = kMgusCause[i] == 1 ? 7.0 : kMgusCause[i] == 2 ? 3.0 : 0.0;
+
+  std::vector<double> codes(n), recoded(n);
+  unsigned int nCodes = 0;
+  ASSERT_EQ(Cpp_CheckStatusFormat(raw.data(), n, codes.data(), &nCodes, 0, recoded.data()), 0);
+  ASSERT_EQ(nCodes, 2u);
+  // Library cause m is the fixture's cause 1 when its raw code is 7.
+  auto fixture_cause = [&](int m) { return codes[m - 1] == 7.0 ? 1 : 2; };
+
+  double sizes[2] = {0, 0};
+  for (double g : groups) sizes[static_cast<int>(g) - 1] += 1.0;
+  std::vector<double> allCause(n);
+  double maxTime = 0;
+  ASSERT_EQ(Cpp_ReorganizeDataCum(times.data(), n, recoded.data(), allCause.data(), groups.data(),
+                                  sizes, 2, &maxTime),
+            0);
+
+  const std::vector<double> ones(n, 1.0);
+  int offset = 0, checked = 0;
+  for (int g = 1; g <= 2; ++g) {
+    const int size = static_cast<int>(sizes[g - 1]);
+    const int rows = size + 2;
+    std::vector<double> table(static_cast<std::size_t>(rows) * 12);
+    double last = 0, total = 0;
+    ASSERT_EQ(RunLife(times.data() + offset, allCause.data() + offset, ones.data(), size, nullptr,
+                      0, 0, 1, 0, 0.0, rows, table.data(), &last, &total),
+              0);
+    const int T = static_cast<int>(last);
+    for (int m = 1; m <= static_cast<int>(nCodes); ++m) {
+      std::vector<double> inc(static_cast<std::size_t>(T) * 10), comp(inc.size());
+      ASSERT_EQ(Cpp_CumIncCalc(T, n, times.data(), recoded.data(), m, 0.05, size, offset,
+                               table.data(), inc.data(), comp.data()),
+                0);
+      for (const MgusIncidence& ref : kMgusIncidence) {
+        if (ref.group != g || ref.cause != fixture_cause(m)) continue;
+        int i = 0;
+        while (i < T && inc[i] != ref.time) ++i;  // column 1
+        ASSERT_LT(i, T);
+        EXPECT_NEAR(inc[5 * T + i], ref.est, 1e-12 * ref.est);
+        EXPECT_NEAR(inc[6 * T + i], ref.se, 1e-10 * ref.se);
+        EXPECT_NEAR(comp[5 * T + i], 1.0 - ref.est, 1e-12);
+        ++checked;
+      }
+    }
+    offset += size;
+  }
+  EXPECT_EQ(checked, static_cast<int>(sizeof kMgusIncidence / sizeof kMgusIncidence[0]));
+
+  // Gray's test between the sexes, stratified by hemoglobin, rho = 0.5; with two groups the
+  // statistic is u^2 / V of the single score.
+  std::vector<double> strata(kMgusStratum, kMgusStratum + n), tests(2 * 3), u(2), V(2);
+  std::vector<double> rawGroups(kMgusSex, kMgusSex + n), rawTimes(kMgusTime, kMgusTime + n),
+      rawRecoded(n);
+  Cpp_CheckStatusFormat(raw.data(), n, codes.data(), &nCodes, 0, rawRecoded.data());
+  ASSERT_EQ(Cpp_GrayTest(rawTimes.data(), rawRecoded.data(), rawGroups.data(), strata.data(), n, 0,
+                         0.5, 2, 2, tests.data(), u.data(), V.data()),
+            0);
+  for (const MgusGray& ref : kMgusGray) {
+    if (ref.groups != 1 || !ref.stratified || ref.rho != 0.5) continue;
+    const int m = fixture_cause(1) == ref.cause ? 1 : 2;
+    EXPECT_NEAR(tests[m - 1], ref.stat, 1e-10 * ref.stat);
+    EXPECT_EQ(tests[2 + m - 1], 1.0);
+    EXPECT_NEAR(tests[4 + m - 1], ref.p, 1e-12);
+    EXPECT_NEAR(u[m - 1] * u[m - 1] / V[m - 1], ref.stat, 1e-10 * ref.stat);
+  }
+}
+
+}  // namespace
