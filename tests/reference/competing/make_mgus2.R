@@ -16,7 +16,7 @@
 #               + S_(j-1)^2 e_j (n_j - e_j) / n_j^3 - 2 (F_i - F_j) S_(j-1) e_j / n_j^2 ]
 #     and, on the first row with a failure from the cause, (n - e) e / n^3 without the factor
 #     S_(j-1)^2 (a quirk kept on purpose). On mgus2 the two standard errors agree to within 0.5 %
-#     on most rows (median ratio 0.999); they part where the library's rules bite: the first row
+#     on most rows (median ratio 0.999); they differ where the library's rules bite: the first row
 #     (ratio 1.09, no S^2 factor) and a last row where everyone at risk fails (n_j = d_j: the row
 #     drops out of the sum, own-cause term included; ratios 0.80 and 0.16);
 #   - Gray's test statistics and p-values from cuminc(...)$Tests (crstm), with and without strata
