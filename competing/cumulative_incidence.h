@@ -5,7 +5,7 @@
 // With K competing causes of failure, the cumulative incidence of cause k is
 //   F_k(t) = P(T <= t, cause = k) = sum_{t_j <= t} S(t_j-) e_j / n_j,
 // S being the all-cause product-limit survival, e_j the failures from cause k at t_j and n_j the
-// number at risk (Kalbfleisch & Prentice 1980, §7.2; the Aalen-Johansen estimator with one
+// number at risk (Kalbfleisch & Prentice 1980; the Aalen-Johansen estimator with one
 // transient state). 1 - S is not the incidence of any one cause.
 #pragma once
 
@@ -62,7 +62,8 @@ int ReorganizeDataCum(matrix<double>* times, int n, matrix<double>* status,
 //   Var_i = sum_{j=f..i, n_j > d_j} [ d_j (F_i - F_j)^2 / (n_j (n_j - d_j))
 //                                     + S_(j-1)^2 e_j (n_j - e_j) / n_j^3
 //                                     - 2 (F_i - F_j) S_(j-1) e_j / n_j^2 ]
-//   (Marubini & Valsecchi 1995, §10.2; rows with n_j = d_j contribute nothing at all);
+//   (a delta-method form, cf. Marubini & Valsecchi 1995 on competing risks; rows with n_j = d_j
+//   contribute nothing at all);
 //   limits F exp(-+ z SE / F) (log-transformed, not clipped to [0, 1]); SE = sqrt(Var) when
 //   Var > 0, else 0; a row with e_i = 0 repeats columns 6-10 of the row before it (column 10 too,
 //   so it keeps 1 - S of the last row with an event of the cause).
