@@ -39,8 +39,8 @@ std::vector<std::uint32_t> dense_codes(const std::vector<double>& v, std::uint32
   }
   if (small) {
     for (std::size_t i = 0; i < v.size(); ++i) {
-      code[i] = static_cast<std::uint32_t>(
-          std::lower_bound(labels.begin(), labels.end(), v[i]) - labels.begin());
+      code[i] = static_cast<std::uint32_t>(std::lower_bound(labels.begin(), labels.end(), v[i]) -
+                                           labels.begin());
     }
     levels = static_cast<std::uint32_t>(labels.size());
     return code;
@@ -309,14 +309,25 @@ int GrayTest(matrix<double>* times, matrix<double>* status, matrix<double>* grou
   const OrderedData d = arrange(times, status, groups, strata, n);
   if (d.time.size() < 2) return -2;
 
+  // The variance costs O(K^3) per distinct time: beyond kMaxGroups groups (a label column that
+  // is not a grouping, e.g. a continuous covariate) the test is not attempted, so that such a
+  // call ends at once instead of running for hours.
+  constexpr std::uint32_t kMaxGroups = 256;
   const std::uint32_t K = d.nGroups;
-  const std::uint32_t K1 = K > 0 ? K - 1 : 0;
+  const bool testable = K >= 2 && K <= kMaxGroups;
+  const std::uint32_t K1 = testable ? K - 1 : 0;
   const long long first = cause >= 1 ? cause : 1;
-  const long long last = cause >= 1 ? cause : nCauses;
+  long long last = cause >= 1 ? cause : nCauses;
+  // Causes past every output could only reach the containers' spare elements.
+  long long outCauses = 0;
+  if (tests != nullptr) outCauses = std::max<long long>(outCauses, tests->rows);
+  if (scores != nullptr) outCauses = std::max<long long>(outCauses, scores->cols);
+  if (variance != nullptr) outCauses = std::max<long long>(outCauses, variance->cols);
+  last = std::min(last, outCauses);
   const long long outK1 = std::max(nGroups - 1, 0);
   std::vector<std::uint8_t> kind(d.time.size());
   std::vector<double> score(K1), var(static_cast<std::size_t>(K1) * K1);
-  StratumScore stratum(std::max<std::uint32_t>(K, 1));
+  StratumScore stratum(testable ? K : 1);
 
   for (long long cl = first; cl <= last; ++cl) {
     const int c = static_cast<int>(cl);
@@ -326,7 +337,7 @@ int GrayTest(matrix<double>* times, matrix<double>* status, matrix<double>* grou
     }
     std::fill(score.begin(), score.end(), 0.0);
     std::fill(var.begin(), var.end(), 0.0);
-    if (K >= 2) {
+    if (testable) {
       for (std::size_t s = 0; s + 1 < d.stratumStart.size(); ++s) {
         const std::size_t lo = d.stratumStart[s], hi = d.stratumStart[s + 1];
         stratum.run(d.time.data() + lo, kind.data() + lo, d.group.data() + lo, hi - lo, rho, score,
@@ -336,7 +347,7 @@ int GrayTest(matrix<double>* times, matrix<double>* status, matrix<double>* grou
 
     // s' V^-1 s on the full symmetric V.
     double statistic = kMissing, pValue = kMissing;
-    if (K >= 2) {
+    if (testable) {
       matrix<double> V(K1, K1), inv(K1, K1), sv(K1, 1);
       for (std::uint32_t i = 0; i < K1; ++i) {
         sv.data[i] = score[i];
@@ -354,7 +365,7 @@ int GrayTest(matrix<double>* times, matrix<double>* status, matrix<double>* grou
     }
     if (tests != nullptr) {
       tests->set(c, kStatistic, statistic);
-      tests->set(c, kDf, static_cast<double>(K1));
+      tests->set(c, kDf, K > 0 ? static_cast<double>(K - 1) : 0.0);
       tests->set(c, kPValue, pValue);
     }
     if (scores != nullptr) {

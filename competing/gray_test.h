@@ -39,12 +39,14 @@ inline constexpr int kStatistic = 1, kDf = 2, kPValue = 3, kCount = 3;
 //   nCauses  rows of `tests` and columns of `scores` and `variance`;
 //   nGroups  the caller's number of groups K, which sizes `scores` and `variance`;
 //   tests    nCauses x 3 out: statistic, degrees of freedom K - 1, upper-tail chi-square p-value;
-//            statistic and p-value hold the marker when K < 2 or the variance matrix is
+//            statistic and p-value hold the marker when K < 2, when K > 256 (the variance costs
+//            O(K^3) per time; so many labels are not a grouping) or when the variance matrix is
 //            singular (e.g. a cause without failures);
 //   scores   (nGroups - 1) x nCauses out: the score vector s of each tested cause (may be null);
 //   variance (nGroups - 1)^2 x nCauses out: V of each tested cause, column-major (may be null).
 // When the data hold another number of groups than nGroups, the statistic uses the data's groups
 // and scores / variance are written in the data's (K - 1) layout, clipped to the outputs.
+// Causes beyond the rows of `tests` and the columns of `scores` / `variance` are not computed.
 // Returns -2 (nothing written) when fewer than two usable rows remain, else 0.
 // Helpers: SortOrder (stable radix order), M_Inverse (scaled-pivot LU; a pivot below 1e-8 relative
 // counts as singular), M_ProductTrVBV, pValChiSq.

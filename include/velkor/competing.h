@@ -81,9 +81,9 @@ VELKOR_API int Cpp_ReorganizeDataCum(double* times, int n, double* status, doubl
  * get VELKOR_MISSING in columns 1, 2, 4, 5 and repeat the estimate; alpha outside (0, 1) gives
  * VELKOR_MISSING limits. Cost O(nAll + T).
  * Returns 0 (positive on internal failure). */
-VELKOR_API int Cpp_CumIncCalc(int T, int nAll, const double* times, const double* status,
-                              int cause, double alpha, int n, int offset,
-                              const double* productLimit, double* incidence, double* complement);
+VELKOR_API int Cpp_CumIncCalc(int T, int nAll, const double* times, const double* status, int cause,
+                              double alpha, int n, int offset, const double* productLimit,
+                              double* incidence, double* complement);
 
 /* Cpp_GrayTest: Gray's (1988) K-sample test of equal cumulative incidence of a cause across
  * groups, stratified, with weight (1 - F(t-))^rho; the statistic of R's cmprsk::cuminc "Tests".
@@ -101,8 +101,10 @@ VELKOR_API int Cpp_CumIncCalc(int T, int nAll, const double* times, const double
  *   nCauses  number of causes: rows of `tests`, columns of `scores` and `variance`;
  *   nGroups  number of groups K expected in the data; sizes `scores` and `variance`;
  *   tests    out, nCauses x 3: statistic s' V^-1 s, degrees of freedom K - 1, p-value (upper tail
- *            of chi-square with K - 1 df); statistic and p-value are VELKOR_MISSING when K < 2 or V
- *            is singular (for instance a cause without any failure);
+ *            of chi-square with K - 1 df); statistic and p-value are VELKOR_MISSING when K < 2,
+ *            when K > 256 (the variance costs O(K^3) per distinct time; so many labels are not a
+ *            grouping; scores and variance are then not written) or when V is singular (for
+ *            instance a cause without any failure);
  *   scores   out, (nGroups - 1) x nCauses, or NULL: score of each of the first K - 1 groups
  *            (observed minus expected weighted failures from the cause);
  *   variance out, (nGroups - 1)^2 x nCauses, or NULL: column c holds the (K-1) x (K-1)

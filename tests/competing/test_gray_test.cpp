@@ -99,6 +99,12 @@ TEST(GrayTest, DegenerateData) {
   EXPECT_EQ(none.tests(2, 1), kMissing);
   EXPECT_EQ(none.tests(2, 3), kMissing);
   EXPECT_NE(none.tests(1, 1), kMissing);
+  // A label per row (300 groups) is no grouping: marker at once, df still K - 1.
+  std::vector<double> tt(300), ss(300), gg(300);
+  for (int i = 0; i < 300; ++i) tt[i] = i % 17, ss[i] = i % 3, gg[i] = i;
+  GrayResult many = gray(tt, ss, gg, nullptr, 0.0, 300, 1);
+  EXPECT_EQ(many.tests(1, 1), kMissing);
+  EXPECT_EQ(many.tests(1, 2), 299.0);
   // Only the requested cause is written.
   GrayResult only = gray({1, 2, 3, 4}, {1, 2, 1, 2}, {1, 1, 2, 2}, nullptr, 0.0, 2, 2, 2);
   EXPECT_EQ(only.tests(1, 1), 0.0);  // untouched
