@@ -21,27 +21,41 @@ bool usable(double x) {
 }
 
 // Dense index 0 .. L-1 of each value, in ascending order of the distinct values. Few distinct
-// labels (the usual case for groups and strata) are looked up in a small sorted table, O(n log L);
-// many fall back to the radix order of the values, O(n).
+// labels (the usual case for groups and strata) are looked up in a small table, O(n L) at worst
+// and O(n) for runs of equal labels; many fall back to the radix order of the values, O(n).
 std::vector<std::uint32_t> dense_codes(const std::vector<double>& v, std::uint32_t& levels) {
   constexpr std::size_t kSmall = 64;
   std::vector<std::uint32_t> code(v.size());
+  // One pass: codes in order of first appearance (linear search from the last label found),
+  // then renumbered in ascending order of the labels.
   std::vector<double> labels;
+  std::uint32_t lastCode = 0;
   bool small = true;
-  for (double x : v) {
-    const auto it = std::lower_bound(labels.begin(), labels.end(), x);
-    if (it != labels.end() && *it == x) continue;
-    if (labels.size() == kSmall) {
-      small = false;
-      break;
+  for (std::size_t i = 0; i < v.size() && small; ++i) {
+    const double x = v[i];
+    if (!labels.empty() && labels[lastCode] == x) {
+      code[i] = lastCode;
+      continue;
     }
-    labels.insert(it, x);
+    const auto it = std::find(labels.begin(), labels.end(), x);
+    if (it == labels.end()) {
+      if (labels.size() == kSmall) {
+        small = false;
+        break;
+      }
+      labels.push_back(x);
+    }
+    lastCode =
+        static_cast<std::uint32_t>(std::find(labels.begin(), labels.end(), x) - labels.begin());
+    code[i] = lastCode;
   }
   if (small) {
-    for (std::size_t i = 0; i < v.size(); ++i) {
-      code[i] = static_cast<std::uint32_t>(std::lower_bound(labels.begin(), labels.end(), v[i]) -
-                                           labels.begin());
-    }
+    std::vector<std::uint32_t> byValue(labels.size()), rank(labels.size());
+    for (std::uint32_t k = 0; k < labels.size(); ++k) byValue[k] = k;
+    std::sort(byValue.begin(), byValue.end(),
+              [&](std::uint32_t x, std::uint32_t y) { return labels[x] < labels[y]; });
+    for (std::uint32_t r = 0; r < byValue.size(); ++r) rank[byValue[r]] = r;
+    for (std::uint32_t& c : code) c = rank[c];
     levels = static_cast<std::uint32_t>(labels.size());
     return code;
   }
