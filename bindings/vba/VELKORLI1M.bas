@@ -29,6 +29,19 @@ Public Function VelkorArray(ByRef a As Variant) As LongPtr
     VelkorArray = p
 End Function
 
+' ---- competing.h
+Public Declare PtrSafe Function Cpp_ReorganizeDataCum Lib "VELKORLI1M.dll" (ByRef times As Double, _
+        ByVal n As Long, ByRef status As Double, ByRef allCause As Double, ByRef groups As Double, _
+        ByRef groupSizes As Double, ByVal nGroups As Long, ByRef maxTime As Double) As Long
+Public Declare PtrSafe Function Cpp_CumIncCalc Lib "VELKORLI1M.dll" (ByVal T As Long, _
+        ByVal nAll As Long, ByRef times As Double, ByRef status As Double, ByVal cause As Long, _
+        ByVal alpha As Double, ByVal n As Long, ByVal offset As Long, ByRef productLimit As Double, _
+        ByRef incidence As Double, ByRef complement As Double) As Long
+Public Declare PtrSafe Function Cpp_GrayTest Lib "VELKORLI1M.dll" (ByRef times As Double, _
+        ByRef status As Double, ByRef groups As Double, ByRef strata As Double, ByVal n As Long, _
+        ByVal cause As Long, ByVal rho As Double, ByVal nCauses As Long, ByVal nGroups As Long, _
+        ByRef tests As Double, ByRef scores As Double, ByRef variance As Double) As Long
+
 ' ---- cox.h
 Public Declare PtrSafe Function Cpp_ReorganizeDataCox Lib "VELKORLI1M.dll" (ByRef time_ As Double, _
         ByVal n As Long, ByVal p As Long, ByRef status As Double, ByRef col2 As Double, _

@@ -1,8 +1,6 @@
 // Competing risks through VELKORLI1M.dll against R's cmprsk (the fixture of the Linux tests): the
 // whole path on mgus2 with raw cause codes 7 and 3 (Cpp_CheckStatusFormat, Cpp_ReorganizeDataCum,
 // RunLife per sex, Cpp_CumIncCalc per cause and sex), Gray's test, and bad input.
-// Compiled once the family and its fixture are in the tree.
-#if __has_include("reference/competing/mgus2_competing.inc")
 #include <cmath>
 #include <vector>
 
@@ -90,5 +88,3 @@ VELKOR_WIN_FAMILY(competing) {
   WCHECK_EQ(reorganize(nullptr, 2, s, a, gr, sz, 1, &mx), VELKOR_E_NULL_ARRAY);
   WCHECK_EQ(gray(t, s, gr, nullptr, 1, 0, 0.0, 1, 2, tests.data(), nullptr, nullptr), -2);
 }
-
-#endif  // __has_include("reference/competing/mgus2_competing.inc")
