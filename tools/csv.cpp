@@ -1,76 +1,218 @@
 #include "csv.h"
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <limits>
 
 namespace velkor_cli {
 
 namespace {
 
-std::vector<std::string> split_record(const std::string& line) {
-  std::vector<std::string> fields;
-  std::string field;
-  bool quoted = false;
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    const char c = line[i];
-    if (quoted) {
-      if (c == '"' && i + 1 < line.size() && line[i + 1] == '"') {
-        field += '"';
-        ++i;
-      } else if (c == '"') {
-        quoted = false;
-      } else {
-        field += c;
-      }
-    } else if (c == '"') {
-      quoted = true;
-    } else if (c == ',') {
-      fields.push_back(field);
-      field.clear();
-    } else if (c != '\r') {
-      field += c;
-    }
-  }
-  fields.push_back(field);
-  return fields;
+std::string_view Trim(std::string_view s) {
+  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
+  return s;
+}
+
+std::string Shown(std::string_view s) {
+  std::string out(s.substr(0, 40));
+  if (s.size() > 40) out += "...";
+  return out;
 }
 
 }  // namespace
 
-int CsvTable::column(const std::string& name) const {
-  for (std::size_t j = 0; j < names.size(); ++j)
-    if (names[j] == name) return static_cast<int>(j);
+bool IsMissingCell(std::string_view field) {
+  field = Trim(field);
+  return field.empty() || field == "NA";
+}
+
+bool ParseNumber(std::string_view field, double& value) {
+  field = Trim(field);
+  if (field.empty() || field == "NA") return false;
+  const char* first = field.data();
+  const char* last = first + field.size();
+  if (*first == '+') ++first;  // from_chars takes no leading '+'
+  const auto r = std::from_chars(first, last, value);
+  return r.ec == std::errc() && r.ptr == last;
+}
+
+int CsvTable::column(std::string_view name) const {
+  for (std::size_t j = 0; j < names_.size(); ++j)
+    if (names_[j] == name) return static_cast<int>(j);
   return -1;
 }
 
-bool ReadCsv(const std::string& path, CsvTable& table, std::string& error) {
-  std::ifstream in(path);
-  if (!in) {
-    error = "cannot open " + path;
+std::string_view CsvTable::field(std::size_t row, std::size_t col) const {
+  const Span& s = fields_[row * names_.size() + col];
+  return std::string_view(s.unescaped ? unescaped_ : text_).substr(s.offset, s.length);
+}
+
+bool CsvTable::parse(std::string text, const std::string& source, std::string& error) {
+  text_ = std::move(text);
+  names_.clear();
+  fields_.clear();
+  lines_.clear();
+  unescaped_.clear();
+  rows_ = 0;
+  const char* const base = text_.data();
+  const std::size_t size = text_.size();
+  // A UTF-8 byte order mark before the header is not part of the first name.
+  std::size_t pos = size >= 3 && text_.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+  std::size_t line = 1;
+  std::vector<Span> record;
+  bool header = true;
+  std::size_t expected = 0;
+
+  while (pos < size) {
+    // Skip blank lines between records.
+    if (base[pos] == '\n' || base[pos] == '\r') {
+      if (base[pos] == '\n') ++line;
+      ++pos;
+      continue;
+    }
+    const std::size_t recordLine = line;
+    record.clear();
+    for (;;) {  // one field per iteration
+      Span span{pos, 0, false};
+      if (pos < size && base[pos] == '"') {
+        const std::size_t open = pos++;
+        std::size_t start = pos;
+        bool doubled = false;
+        for (;;) {
+          while (pos < size && base[pos] != '"') {
+            if (base[pos] == '\n') ++line;
+            ++pos;
+          }
+          if (pos >= size) {
+            error = source + ": line " + std::to_string(recordLine) +
+                    ": a quoted field is not closed (opened at byte " + std::to_string(open) +
+                    ")";
+            return false;
+          }
+          if (pos + 1 < size && base[pos + 1] == '"') {
+            doubled = true;
+            pos += 2;
+            continue;
+          }
+          break;
+        }
+        const std::size_t end = pos++;  // past the closing quote
+        if (doubled) {
+          span = {unescaped_.size(), 0, true};
+          for (std::size_t i = start; i < end; ++i) {
+            unescaped_.push_back(base[i]);
+            if (base[i] == '"') ++i;
+          }
+          span.length = static_cast<std::uint32_t>(unescaped_.size() - span.offset);
+        } else {
+          span = {start, static_cast<std::uint32_t>(end - start), false};
+        }
+        // Spaces after the closing quote are tolerated; any other text is an error.
+        while (pos < size && (base[pos] == ' ' || base[pos] == '\t')) ++pos;
+        if (pos < size && base[pos] != ',' && base[pos] != '\n' && base[pos] != '\r') {
+          error = source + ": line " + std::to_string(line) + ", field " +
+                  std::to_string(record.size() + 1) + ": text after a closing quote";
+          return false;
+        }
+      } else {
+        const std::size_t start = pos;
+        while (pos < size) {
+          const char c = base[pos];
+          if (c == ',' || c == '\n' || c == '\r') break;
+          ++pos;
+        }
+        span = {start, static_cast<std::uint32_t>(pos - start), false};
+      }
+      record.push_back(span);
+      if (pos < size && base[pos] == ',') {
+        ++pos;
+        continue;
+      }
+      // End of record: CRLF, LF, lone CR or end of input.
+      if (pos < size && base[pos] == '\r') ++pos;
+      if (pos < size && base[pos] == '\n') {
+        ++pos;
+        ++line;
+      }
+      break;
+    }
+    if (header) {
+      for (const Span& s : record) {
+        std::string name(Trim(std::string_view(s.unescaped ? unescaped_ : text_)
+                                  .substr(s.offset, s.length)));
+        names_.push_back(std::move(name));
+      }
+      expected = record.size();
+      header = false;
+      continue;
+    }
+    if (record.size() != expected) {
+      error = source + ": line " + std::to_string(recordLine) + " has " +
+              std::to_string(record.size()) + " fields, the header has " +
+              std::to_string(expected);
+      return false;
+    }
+    fields_.insert(fields_.end(), record.begin(), record.end());
+    lines_.push_back(recordLine);
+    ++rows_;
+  }
+  if (header) {
+    error = source + " is empty";
     return false;
   }
-  std::string line;
-  if (!std::getline(in, line)) {
-    error = path + " is empty";
+  if (rows_ == 0) {
+    error = source + " has a header row but no data rows";
     return false;
-  }
-  table.names = split_record(line);
-  while (std::getline(in, line)) {
-    if (line.empty() || line == "\r") continue;
-    std::vector<std::string> fields = split_record(line);
-    fields.resize(table.names.size());
-    table.rows.push_back(std::move(fields));
   }
   return true;
 }
 
-bool ParseNumber(const std::string& field, double& value) {
-  if (field.empty() || field == "NA") return false;
-  char* end = nullptr;
-  value = std::strtod(field.c_str(), &end);
-  while (end && (*end == ' ' || *end == '\t')) ++end;
-  return end != field.c_str() && end && *end == '\0';
+bool CsvTable::numeric(std::size_t col, std::vector<double>& out, std::string& error) const {
+  out.resize(rows_);
+  const std::size_t stride = names_.size();
+  for (std::size_t i = 0; i < rows_; ++i) {
+    const Span& s = fields_[i * stride + col];
+    const char* p = (s.unescaped ? unescaped_ : text_).data() + s.offset;
+    const char* e = p + s.length;
+    // Fast path: a plain number filling the field.
+    const auto r = std::from_chars(p, e, out[i]);
+    if (r.ec == std::errc() && r.ptr == e && s.length > 0) continue;
+    const std::string_view f(p, s.length);
+    if (IsMissingCell(f)) {
+      out[i] = std::numeric_limits<double>::quiet_NaN();
+    } else if (!ParseNumber(f, out[i])) {
+      error = "line " + std::to_string(lines_[i]) + ", column '" + names_[col] + "': '" +
+              Shown(f) + "' is not a number";
+      return false;
+    }
+  }
+  return true;
+}
+
+bool ReadCsv(const std::string& path, CsvTable& table, std::string& error) {
+  std::FILE* f = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
+  if (!f) {
+    error = "cannot open " + path;
+    return false;
+  }
+  std::string text;
+  char buf[1 << 16];
+  if (f != stdin && std::fseek(f, 0, SEEK_END) == 0) {
+    const long len = std::ftell(f);
+    if (len > 0) text.reserve(static_cast<std::size_t>(len));
+    std::fseek(f, 0, SEEK_SET);
+  }
+  std::size_t got;
+  while ((got = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, got);
+  const bool failed = std::ferror(f) != 0;
+  if (f != stdin) std::fclose(f);
+  if (failed) {
+    error = "cannot read " + path;
+    return false;
+  }
+  return table.parse(std::move(text), path, error);
 }
 
 }  // namespace velkor_cli
