@@ -179,8 +179,9 @@ int RunKm(const Args& a) {
   na.num(lo, 4);
   na.num(hi, 4);
 
-  Chart surv{"survival", "Kaplan-Meier survival", "Time", "Survival probability", {}, true, false, {}};
-  Chart hazard{"cumhazard", "Nelson-Aalen cumulative hazard", "Time", "Cumulative hazard", {}, false, false, {}};
+  Chart surv("survival", "Kaplan-Meier survival", "Time", "Survival probability");
+  surv.unitY = true;
+  Chart hazard("cumhazard", "Nelson-Aalen cumulative hazard", "Time", "Cumulative hazard");
   const int naMethod = static_cast<int>(a.number("--na-variance"));
   for (int g = 0; g < G; ++g) {
     const int T = static_cast<int>(last[static_cast<std::size_t>(g)]);

@@ -51,6 +51,8 @@ struct Series {
 };
 
 struct Chart {
+  Chart(std::string n, std::string t, std::string xl, std::string yl)
+      : name(std::move(n)), title(std::move(t)), xLabel(std::move(xl)), yLabel(std::move(yl)) {}
   std::string name;  // file suffix and worksheet name
   std::string title, xLabel, yLabel;
   std::vector<Series> series;

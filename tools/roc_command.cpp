@@ -132,7 +132,8 @@ int RunRoc(const Args& a) {
   opt.text("marker");
   opt.num("threshold", 4);
   opt.num("Youden J", 4);
-  Chart chart{"roc", "ROC curve", "1 - specificity", "Sensitivity", {}, false, true, {}};
+  Chart chart("roc", "ROC curve", "1 - specificity", "Sensitivity");
+  chart.unitSquare = true;
 
   for (std::size_t m = 0; m < markers.size(); ++m) {
     const std::size_t R = static_cast<std::size_t>(std::max(n, 1));
