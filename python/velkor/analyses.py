@@ -1,0 +1,282 @@
+"""One function per analysis, chaining the library's flat entry points exactly as the velkor
+command-line tool does, so that both give the same numbers bit for bit.
+
+Each function returns a dict of tables (pandas DataFrames when pandas is installed, dicts of
+arrays otherwise) named as the tool's CSV/JSON tables; cells without a value are NaN.
+"""
+from __future__ import annotations
+
+import ctypes
+
+import numpy as np
+
+from ._native import MISSING, as_column, check, library, ptr, table, to_nan
+
+_c_int = ctypes.c_int
+_c_double = ctypes.c_double
+
+
+def _labels_in_order(raw: list[str]) -> list[str]:
+    """Distinct labels, numerically ordered when all are numbers (as the tool orders them)."""
+    def num(s):
+        try:
+            return float(s)
+        except ValueError:
+            return None
+    distinct = sorted(set(raw))
+    if all(num(s) is not None for s in distinct):
+        return sorted(distinct, key=lambda s: (num(s), s))
+    return distinct
+
+
+def _label(v) -> str:
+    if isinstance(v, (float, np.floating)) and float(v).is_integer():
+        return str(int(v))
+    return str(v)
+
+
+def _missing_label(v) -> bool:
+    return v is None or (isinstance(v, (float, np.floating)) and np.isnan(v)) or str(v).strip() in ("", "NA")
+
+
+def km(time, status, group=None, weight=None, data=None, event_code: float = 1, alpha: float = 0.05,
+       na_variance: int = 1):
+    """Kaplan-Meier analysis (the tool's `velkor km`): tables summary, product_limit,
+    nelson_aalen, mean, quartiles and, with two groups or more, tests and pairwise.
+
+    time, status, group, weight: arrays, or column names of `data` (a DataFrame or dict).
+    A status equal to `event_code` is an event, any other value censored. Rows with a missing
+    time, status, group or weight are left out.
+    """
+    lib = library()
+    t = np.asarray(as_column(data, time), dtype=np.float64)
+    s = np.asarray(as_column(data, status), dtype=np.float64)
+    w = None if weight is None else np.asarray(as_column(data, weight), dtype=np.float64)
+    g = None if group is None else list(as_column(data, group))
+    if len(s) != len(t) or (w is not None and len(w) != len(t)) or (g is not None and len(g) != len(t)):
+        raise ValueError("time, status, group and weight must have the same length")
+    keep = ~(np.isnan(t) | np.isnan(s))
+    if w is not None:
+        keep &= ~np.isnan(w)
+    raw = ["all"] * len(t) if g is None else [None if _missing_label(v) else _label(v) for v in g]
+    keep &= np.array([v is not None for v in raw], dtype=bool)
+    idx = np.flatnonzero(keep)
+    used = [raw[i] for i in idx]
+    labels = _labels_in_order(used)
+    code = {lab: k + 1.0 for k, lab in enumerate(labels)}
+    times = np.ascontiguousarray(t[idx])
+    stat = np.ascontiguousarray(np.where(s[idx] == event_code, 1.0, 0.0))
+    wts = np.ascontiguousarray(np.ones(len(idx)) if w is None else w[idx])
+    groups = np.ascontiguousarray(np.array([code[v] for v in used], dtype=np.float64))
+    G, n = len(labels), len(idx)
+    sizes = np.zeros(max(G, 1))
+    for v in groups:
+        sizes[int(v) - 1] += 1
+    max_time = _c_double(0)
+    st = lib.ReorganizeData(ptr(times), n, ptr(stat), ptr(wts), ptr(groups), ptr(sizes), G, 0,
+                            ctypes.byref(max_time))
+    check("ReorganizeData", st, warnings_ok=(-3, -5))
+    R = int(sizes.max()) + 1
+    tables = np.zeros(G * R * 12)
+    last = np.zeros(G)
+    totals = np.zeros(G)
+    check("RunLife", lib.RunLife(ptr(times), ptr(stat), ptr(wts), n, ptr(sizes), G, 0, 1, 0,
+                                 _c_double(0.0), R, ptr(tables), ptr(last), ptr(totals)))
+    tab = tables.reshape(G, 12, R)  # tab[g, col - 1, row]
+    summary = np.zeros(G * 6)
+    lib.Cpp_Build_Summary(ptr(tables), R, G, ptr(last), ptr(totals), ptr(summary))
+    summary = summary.reshape(6, G)
+    name = ["all"] if group is None else labels
+    out = {"summary": table({"group": np.array(name, dtype=object),
+                             **{h: to_nan(summary[c]) for c, h in enumerate(
+                                 ["n", "events", "censored", "% censored", "first time", "last time"])}})}
+    level = round(100 * (1 - alpha))
+    lo, hi = f"lower {level}%", f"upper {level}%"
+    pl = {k: [] for k in ["group", "time", "at risk", "events", "censored", "survival", "std. error", lo, hi]}
+    na = {k: [] for k in ["group", "time", "at risk", "events", "cum. hazard", "std. error", lo, hi]}
+    means = {k: [] for k in ["group", "mean", "std. error", lo, hi, "time cap"]}
+    quart = {k: [] for k in ["group", "quantile", "time", lo, hi]}
+    for gi in range(G):
+        T = int(last[gi])
+        P, C = 2 * T + 1, max(2 * T - 1, 1)
+        block = np.ascontiguousarray(tables[gi * R * 12:(gi + 1) * R * 12])
+        main = np.zeros(P * 7)
+        hz = np.zeros(C * 3)
+        ll = np.zeros(C * 3)
+        lib.Cpp_PrepareKaplanCharts(ptr(block), R, T, 0, 0, 0, _c_double(tab[gi, 0, 1] if T > 0 else 0.0),
+                                    _c_double(alpha), 1, ptr(main), P, ptr(hz), ptr(ll), C)
+        main = main.reshape(7, P)
+        for j in range(1, T + 1):
+            S = tab[gi, 7, j]
+            pl["group"].append(name[gi])
+            pl["time"].append(tab[gi, 0, j])
+            pl["at risk"].append(tab[gi, 2, j])
+            pl["events"].append(tab[gi, 3, j])
+            pl["censored"].append(tab[gi, 4, j])
+            pl["survival"].append(S)
+            pl["std. error"].append(S if S <= MISSING else S * np.sqrt(tab[gi, 10, j]))
+            pl[lo].append(main[1, 2 * j])
+            pl[hi].append(main[2, 2 * j])
+        nao = np.zeros(max(T, 1) * 9)
+        lib.Cpp_TransNelsonAalen(ptr(block), R, T, _c_double(alpha), int(na_variance), ptr(nao))
+        for j in range(T):
+            na["group"].append(name[gi])
+            for key, col in zip(list(na)[1:], [0, 1, 2, 4, 6, 7, 8]):
+                na[key].append(nao[col * T + j])
+        cap = _c_double(0)
+        mean = np.zeros(4)
+        q = np.zeros(12)
+        lib.Cpp_ComputeKaplanMeanMedian(ptr(block), R, T + 1, _c_double(alpha), int(sizes[gi]),
+                                        ctypes.byref(cap), ptr(mean), ptr(q))
+        means["group"].append(name[gi])
+        for key, v in zip(["mean", "std. error", lo, hi], mean):
+            means[key].append(v)
+        means["time cap"].append(cap.value if cap.value > 0 else MISSING)
+        for k in (2, 1, 0):
+            quart["group"].append(name[gi])
+            for c, key in enumerate(["quantile", "time", lo, hi]):
+                quart[key].append(q[3 * c + k])
+
+    def finish(d):
+        return table({k: (np.array(v, dtype=object) if k == "group" else to_nan(np.array(v, dtype=np.float64)))
+                      for k, v in d.items()})
+    out["product_limit"] = finish(pl)
+    out["nelson_aalen"] = finish(na)
+    out["mean"] = finish(means)
+    out["quartiles"] = finish(quart)
+    if G >= 2:
+        count = _c_int(n)
+        combined = np.zeros((3 * G + 1) * n)
+        lib.LoadKaplanTest(ctypes.byref(count), ptr(tables), G, R, ptr(last), ptr(combined))
+        T = count.value
+        res = np.zeros(12)
+        pairs = np.zeros(3 * G * (G - 1) // 2 * 7)
+        lib.ComputeLifeTests(ptr(combined), T, G, _c_double(alpha), ptr(res))
+        lib.Cpp_ComputeMultComp(ptr(combined), T, G, _c_double(alpha), ptr(pairs))
+        names = ["Log-rank", "Gehan-Wilcoxon", "Tarone-Ware"]
+        out["tests"] = table({"test": np.array(names, dtype=object), "chi-square": to_nan(res[0:3]),
+                              "df": np.full(3, G - 1.0), "critical value": to_nan(res[3:6]),
+                              "p-value": to_nan(res[6:9])})
+        rows = 3 * G * (G - 1) // 2
+        p = pairs.reshape(7, rows)
+        out["pairwise"] = table({
+            "group a": np.array([labels[int(v) - 1] for v in p[0]], dtype=object),
+            "group b": np.array([labels[int(v) - 1] for v in p[1]], dtype=object),
+            "test": np.array([names[int(v) - 1] for v in p[2]], dtype=object),
+            "chi-square": to_nan(p[3]), "p-value": to_nan(p[4]), "Bonferroni": to_nan(p[5]),
+            "Holm": to_nan(p[6])})
+    return out
+
+
+_SE = {"hanley": 0, "bamber": 1, "delong": 2}
+_TAIL = {"two": 0, "lower": -1, "upper": 1}
+
+
+def roc(status, markers, data=None, positive="1", weight=None, side: int = 1, se_method: str = "delong",
+        tail: str = "two", interval: int = 3, prior: float = 0.0, alpha: float = 0.05):
+    """ROC analysis (the tool's `velkor roc`): tables auc, optimal, curve, thresholds and, with
+    several markers, comparison and global_test.
+
+    status: array or column name; a row is truly positive when its status equals `positive`
+    (as text, or as the same number). markers: one column name / array, or a list of them.
+    """
+    lib = library()
+    if isinstance(markers, (str, np.ndarray)) or not isinstance(markers, (list, tuple)):
+        markers = [markers]
+    names = [m if isinstance(m, str) else f"marker{k + 1}" for k, m in enumerate(markers)]
+    x = [np.asarray(as_column(data, m), dtype=np.float64) for m in markers]
+    s = list(as_column(data, status))
+    w = None if weight is None else np.asarray(as_column(data, weight), dtype=np.float64)
+    n0 = len(s)
+    if any(len(v) != n0 for v in x) or (w is not None and len(w) != n0):
+        raise ValueError("status, markers and weight must have the same length")
+    pos = str(positive)
+    try:
+        pos_num = float(pos)
+    except ValueError:
+        pos_num = None
+
+    def is_positive(v):
+        if _label(v) == pos or str(v) == pos:
+            return True
+        try:
+            return pos_num is not None and float(v) == pos_num
+        except (TypeError, ValueError):
+            return False
+    keep = np.array([not _missing_label(v) for v in s], dtype=bool)
+    for v in x:
+        keep &= ~np.isnan(v)
+    if w is not None:
+        keep &= ~np.isnan(w)
+    idx = np.flatnonzero(keep)
+    st_arr = np.ascontiguousarray([1.0 if is_positive(s[i]) else 0.0 for i in idx], dtype=np.float64)
+    wts = np.ascontiguousarray(np.ones(len(idx)) if w is None else w[idx])
+    xs = [np.ascontiguousarray(v[idx]) for v in x]
+    n = len(idx)
+    R = max(n, 1)
+    level = round(100 * (1 - alpha))
+    lo, hi = f"lower {level}%", f"upper {level}%"
+    auc_t = {k: [] for k in ["marker", "AUC", "std. error", lo, hi, "z", "p-value"]}
+    curve = {k: [] for k in ["marker", "1 - specificity", "sensitivity", "threshold"]}
+    thr = {k: [] for k in ["marker", "threshold", "TP", "FP", "FN", "TN", "sensitivity", "specificity",
+                           "PPV", "NPV", "Youden J"]}
+    opt = {k: [] for k in ["marker", "threshold", "Youden J"]}
+    for name, v in zip(names, xs):
+        cv = np.zeros((R + 1) * 3)
+        ts = np.zeros(R * 44)
+        costs = np.zeros(R)
+        res = np.zeros(9)
+        optimal = np.zeros(R * 4)
+        counts = (ctypes.c_int * 3)()
+        st = lib.Cpp_ComputeROC(ptr(st_arr), ptr(v), ptr(wts), n, side, _c_double(alpha), _SE[se_method],
+                                _TAIL[tail], interval, 0, _c_double(prior), None, 0, ptr(cv), ptr(ts),
+                                ptr(costs), ptr(res), ptr(optimal), counts)
+        check("Cpp_ComputeROC", st)
+        auc_t["marker"].append(name)
+        for key, c in zip(list(auc_t)[1:], [0, 1, 2, 3, 4, 7]):
+            auc_t[key].append(res[c])
+        k = counts[0]
+        for j in range(k + 1):
+            curve["marker"].append(name)
+            for c, key in enumerate(list(curve)[1:]):
+                curve[key].append(cv[c * (R + 1) + j])
+        T = ts.reshape(44, R)
+        for j in range(k):
+            thr["marker"].append(name)
+            sens, spec = T[7, j], T[8, j]
+            vals = [T[0, j], T[1, j], T[2, j], T[3, j], T[4, j], sens, spec, T[12, j], T[13, j],
+                    MISSING if sens <= MISSING or spec <= MISSING else sens + spec - 1]
+            for key, val in zip(list(thr)[1:], vals):
+                thr[key].append(val)
+        for j in range(counts[1]):
+            opt["marker"].append(name)
+            opt["threshold"].append(optimal[j])
+            opt["Youden J"].append(optimal[R + j])
+
+    def finish(d):
+        return table({kk: (np.array(vv, dtype=object) if kk == "marker" else to_nan(np.array(vv, dtype=np.float64)))
+                      for kk, vv in d.items()})
+    out = {"auc": finish(auc_t)}
+    M = len(xs)
+    if M >= 2:
+        allv = np.ascontiguousarray(np.concatenate(xs))
+        aucs = np.zeros(M * 4)
+        cov = np.zeros(M * M)
+        glob = np.zeros(3)
+        P = M * (M - 1) // 2
+        pairs = np.zeros(P * 8)
+        st = lib.Cpp_ComputeROCComparisonsDep2(ptr(st_arr), ptr(allv), ptr(wts), n, M, side, _c_double(alpha),
+                                               ptr(aucs), ptr(cov), ptr(glob), ptr(pairs))
+        check("Cpp_ComputeROCComparisonsDep2", st)
+        pr = pairs.reshape(8, P)
+        out["comparison"] = table({
+            "marker a": np.array([names[int(v) - 1] for v in pr[0]], dtype=object),
+            "marker b": np.array([names[int(v) - 1] for v in pr[1]], dtype=object),
+            "difference": to_nan(pr[2]), "std. error": to_nan(pr[3]), lo: to_nan(pr[4]), hi: to_nan(pr[5]),
+            "z": to_nan(pr[6]), "p-value": to_nan(pr[7])})
+        out["global_test"] = table({"chi-square": to_nan(glob[0:1]), "df": to_nan(glob[1:2]),
+                                    "p-value": to_nan(glob[2:3])})
+    out["optimal"] = finish(opt)
+    out["curve"] = finish(curve)
+    out["thresholds"] = finish(thr)
+    return out
