@@ -1,0 +1,26 @@
+#!/bin/sh
+# Parametric regression against survreg on the same data in the same run.
+#   bench/parametric_compare.sh [BUILD_DIR] [SIZES]    (defaults: build/release, 10000,100000,1048576)
+# Needs Rscript with survival. Prints: task, n, our wall and CPU time, survreg's, the ratios, and
+# the iterations of each (ours: the final fit). The largest size uses fewer repetitions.
+set -eu
+here=$(cd "$(dirname "$0")" && pwd)
+build=${1:-$here/../build/release}
+sizes=${2:-10000,100000,1048576}
+dir=$(mktemp -d)
+trap 'rm -rf "$dir"' EXIT
+Rscript "$here/parametric_r.R" "$dir" $(echo "$sizes" | tr ',' ' ') >/dev/null
+VELKOR_PARAM_BENCH_DIR=$dir VELKOR_PARAM_BENCH_SIZES=$sizes \
+  "$build/bench/bench_parametric" --benchmark_filter=regression --benchmark_format=csv \
+  2>/dev/null >"$dir/ours.csv"
+awk -F, '
+  FNR == NR { if (FNR > 1) { key = $1 "," $2; rw[key] = $3; rc[key] = $4; ri[key] = $5 } next }
+  /^"regression/ {
+    gsub(/"/, "", $1); split($1, p, "/"); key = p[2] "," p[3]
+    ow = $3 / 1000; oc = $4 / 1000   # ms -> s
+    printf "%-20s %8s %9.3f %9.3f %9.3f %9.3f %7.1f %7.1f %5d %5d\n", p[2], p[3], ow, oc,
+           rw[key], rc[key], rw[key] / ow, rc[key] / oc, $(NF - 1), ri[key]
+  }
+  BEGIN { printf "%-20s %8s %9s %9s %9s %9s %7s %7s %5s %5s\n", "task", "n", "ours_s", "ours_cpu",
+          "R_s", "R_cpu", "ratio", "ratio_c", "it", "R_it" }
+' "$dir/r_times.csv" "$dir/ours.csv"

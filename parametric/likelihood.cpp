@@ -1,0 +1,575 @@
+// Parametric survival log-likelihood and its exact derivatives (see likelihood.h for the model and
+// the contract). Each observation's contribution is a function l(eta, sigma); its partial
+// derivatives (l_e, l_s, l_ee, l_es, l_ss) are mapped to the parameters by the chain rule,
+// d eta / d theta = (x_1 .. x_p, 1), so that
+//   grad  += l_e xa            H_bb += l_ee xa xa'
+//   grad_s += l_s              H_bs += l_es xa        H_ss += l_ss
+// with xa the design row augmented by 1. For a function g(z) of z = (y - eta)/sigma:
+//   l_e = -g'/s, l_s = -g' z/s, l_ee = g''/s^2, l_es = (g'' z + g')/s^2,
+//   l_ss = (g'' z^2 + 2 g' z)/s^2.
+// For an interval, l = log D with D = F(zu) - F(zl) and c = f(z)/D, d = f'(z)/D at each bound:
+//   l_x = c_u zu_x - c_l zl_x,  l_xy = d_u zu_x zu_y + c_u zu_xy - d_l zl_x zl_y - c_l zl_xy - l_x
+//   l_y.
+#include "parametric/likelihood.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "core/numeric.h"
+
+namespace velkor::param {
+namespace {
+
+constexpr double kLogSqrt2Pi = 0.91893853320467274178;  // log sqrt(2 pi)
+constexpr double kInvSqrt2Pi = 0.39894228040143267794;  // 1 / sqrt(2 pi)
+constexpr double kInvSqrt2 = 0.70710678118654752440;
+
+inline double NormPdf(double z) {
+  return kInvSqrt2Pi * std::exp(-0.5 * z * z);
+}
+inline double NormCdf(double z) {
+  return 0.5 * std::erfc(-z * kInvSqrt2);
+}
+inline double NormSurv(double z) {
+  return 0.5 * std::erfc(z * kInvSqrt2);
+}
+
+// Partial derivatives of one contribution with respect to (eta, sigma).
+struct Local {
+  double le = 0, ls = 0, lee = 0, les = 0, lss = 0;
+};
+
+// Chain rule for g(z), z = (y - eta)/s, with g1 = g'(z), g2 = g''(z).
+inline void FromZ(double z, double is, double g1, double g2, Local& d) {
+  const double is2 = is * is;
+  d.le = -g1 * is;
+  d.ls = -g1 * z * is;
+  d.lee = g2 * is2;
+  d.les = (g2 * z + g1) * is2;
+  d.lss = (g2 * z * z + 2.0 * g1 * z) * is2;
+}
+
+// Chain rule for l = log(F(zu) - F(zl)); c/d = f/D and f'/D at each bound. A bound whose density
+// vanishes (an infinite bound) contributes nothing; testing it avoids 0 x inf.
+inline void FromInterval(double zl, double zu, double is, double cl, double dl, double cu,
+                         double du, Local& d) {
+  const double is2 = is * is;
+  double le = 0, ls = 0, aee = 0, aes = 0, ass = 0;
+  if (cu != 0.0 || du != 0.0) {
+    const double ze = -is, zs = -zu * is;
+    le += cu * ze;
+    ls += cu * zs;
+    aee += du * ze * ze;
+    aes += du * ze * zs + cu * is2;
+    ass += du * zs * zs + cu * 2.0 * zu * is2;
+  }
+  if (cl != 0.0 || dl != 0.0) {
+    const double ze = -is, zs = -zl * is;
+    le -= cl * ze;
+    ls -= cl * zs;
+    aee -= dl * ze * ze;
+    aes -= dl * ze * zs + cl * is2;
+    ass -= dl * zs * zs + cl * 2.0 * zl * is2;
+  }
+  d.le = le;
+  d.ls = ls;
+  d.lee = aee - le * le;
+  d.les = aes - le * ls;
+  d.lss = ass - ls * ls;
+}
+
+// log F(z) for the minimum extreme value law, F(z) = 1 - exp(-e^z), with g' and g''.
+template <bool D>
+inline double EvLogCdf(double z, double& g1, double& g2) {
+  const double e = std::exp(z);
+  const double surv = std::exp(-e);
+  const double cdf = -std::expm1(-e);
+  if constexpr (D) {
+    g1 = surv == 0.0 ? 0.0 : e * surv / cdf;  // f/F; f = e^z exp(-e^z)
+    g2 = g1 * (1.0 - e) - g1 * g1;            // f'/F - (f/F)^2, f' = f (1 - e^z)
+  }
+  return std::log(cdf);
+}
+
+// log(exp(-e^zl) - exp(-e^zu)), written as -e^zl + log(1 - exp(e^zl - e^zu)) so that it keeps
+// its precision when both survival values are tiny; c, d as in FromInterval.
+template <bool D>
+inline double EvLogInterval(double zl, double zu, double& cl, double& dl, double& cu, double& du) {
+  const double el = std::exp(zl), eu = std::exp(zu);
+  const double t = el - eu;
+  const double q = -std::expm1(t);
+  if constexpr (D) {
+    const double r = q < 0.5 ? 1.0 - q : std::exp(t);  // 1 - q is exact enough below 1/2
+    cl = el / q;
+    dl = cl * (1.0 - el);
+    cu = r == 0.0 ? 0.0 : eu * r / q;
+    du = cu * (1.0 - eu);
+  }
+  return -el + std::log(q);
+}
+
+// log(Phi(zu) - Phi(zl)), the difference taken in the upper tail when both bounds lie above 0.
+template <bool D>
+inline double NormLogInterval(double zl, double zu, double& cl, double& dl, double& cu,
+                              double& du) {
+  const double diff = zl > 0.0 ? NormSurv(zl) - NormSurv(zu) : NormCdf(zu) - NormCdf(zl);
+  if constexpr (D) {
+    const double fu = NormPdf(zu), fl = NormPdf(zl);
+    cu = fu == 0.0 ? 0.0 : fu / diff;
+    du = fu == 0.0 ? 0.0 : -zu * cu;
+    cl = fl == 0.0 ? 0.0 : fl / diff;
+    dl = fl == 0.0 ? 0.0 : -zl * cl;
+  }
+  return std::log(diff);
+}
+
+inline void Scale(Local& d, double v) {
+  d.le *= v;
+  d.ls *= v;
+  d.lee *= v;
+  d.les *= v;
+  d.lss *= v;
+}
+
+// Contribution of one observation under the Weibull (dist 2) or log-normal (dist 3) law.
+// Returns false when the code adds nothing. ll is updated in the order the terms are defined.
+template <bool D>
+inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, double s, double v,
+                         double logS, double is, double& ll, Local& d) {
+  const double z = (y - eta) / s;
+  double g1 = 0, g2 = 0;
+  if (dist == 2) {
+    if (code == 1.0) {
+      ll += v * (-logS + z - y);  // -y: Jacobian of the log transform
+      g1 = v;
+      if (z < kExpGuard) {
+        const double ez = std::exp(z);
+        ll -= v * ez;
+        g1 -= v * ez;
+        g2 = -v * ez;
+      }
+      if constexpr (D) {
+        FromZ(z, is, g1, g2, d);
+        d.ls -= v * is;
+        d.lss += v * is * is;
+      }
+      return true;
+    }
+    if (code == 0.0) {
+      if (!(z < kExpGuard)) return false;
+      const double ez = std::exp(z);
+      ll -= v * ez;
+      if constexpr (D) FromZ(z, is, -v * ez, -v * ez, d);
+      return true;
+    }
+    if (code == 2.0) {  // unweighted on purpose
+      ll += EvLogCdf<D>(z, g1, g2);
+      if constexpr (D) FromZ(z, is, g1, g2, d);
+      return true;
+    }
+    if (code == 3.0) {  // unweighted on purpose
+      const double zu = (u - eta) / s;
+      double cl = 0, dl = 0, cu = 0, du = 0;
+      ll += EvLogInterval<D>(z, zu, cl, dl, cu, du);
+      if constexpr (D) FromInterval(z, zu, is, cl, dl, cu, du, d);
+      return true;
+    }
+    return false;
+  }
+  // log-normal
+  if (code == 1.0) {
+    ll += v * (-0.5 * z * z - kLogSqrt2Pi - logS);  // log(phi(z) / sigma)
+    if constexpr (D) {
+      FromZ(z, is, -v * z, -v, d);
+      d.ls -= v * is;
+      d.lss += v * is * is;
+    }
+    return true;
+  }
+  if (code == 0.0) {
+    const double q = NormSurv(z);
+    ll += v * std::log(q);
+    if constexpr (D) {
+      const double lam = q == 0.0 ? 0.0 : NormPdf(z) / q;  // Mills ratio
+      FromZ(z, is, -v * lam, -v * lam * (lam - z), d);
+    }
+    return true;
+  }
+  if (code == 2.0) {  // subtracted on purpose
+    const double c = NormCdf(z);
+    ll -= v * std::log(c);
+    if constexpr (D) {
+      const double mu = c == 0.0 ? 0.0 : NormPdf(z) / c;
+      FromZ(z, is, -v * mu, v * mu * (z + mu), d);
+    }
+    return true;
+  }
+  if (code == 3.0) {
+    const double zu = (u - eta) / s;
+    double cl = 0, dl = 0, cu = 0, du = 0;
+    ll += v * NormLogInterval<D>(z, zu, cl, dl, cu, du);
+    if constexpr (D) {
+      FromInterval(z, zu, is, cl, dl, cu, du, d);
+      Scale(d, v);
+    }
+    return true;
+  }
+  return false;
+}
+
+// Accumulators of the eta block (packed upper triangle) and the scale row.
+struct Accum {
+  int q = 0;                // p + 1 (coefficients and intercept)
+  std::vector<double> g;    // q
+  std::vector<double> hbb;  // q (q + 1) / 2, packed by columns: (j, m), j <= m
+  std::vector<double> hbs;  // q
+  double gs = 0, hss = 0;
+  explicit Accum(int qq)
+      : q(qq), g(qq, 0.0), hbb(static_cast<std::size_t>(qq) * (qq + 1) / 2, 0.0), hbs(qq, 0.0) {}
+  void Add(const Accum& o) {
+    for (std::size_t j = 0; j < g.size(); ++j) g[j] += o.g[j];
+    for (std::size_t j = 0; j < hbb.size(); ++j) hbb[j] += o.hbb[j];
+    for (std::size_t j = 0; j < hbs.size(); ++j) hbs[j] += o.hbs[j];
+    gs += o.gs;
+    hss += o.hss;
+  }
+};
+
+// The exponential law keeps four running terms; each is the contribution of the row that last
+// recomputed it, possibly extended by w for events beyond the 700 guard. Its derivatives are held
+// with it (gradient and packed Hessian of the eta block) together with the weight accumulated
+// since it was set, and are added to the totals, times that weight, when the term is replaced or
+// at the end. The log-likelihood itself is summed literally, observation by observation.
+struct RunningTerm {
+  double value = 0.0;
+  double weight = 0.0;
+  std::vector<double> g, h;
+  RunningTerm(int q) : g(q, 0.0), h(static_cast<std::size_t>(q) * (q + 1) / 2, 0.0) {}
+  void Flush(Accum& acc) {
+    if (weight != 0.0) {
+      for (std::size_t j = 0; j < g.size(); ++j) acc.g[j] += weight * g[j];
+      for (std::size_t j = 0; j < h.size(); ++j) acc.hbb[j] += weight * h[j];
+    }
+    weight = 0.0;
+  }
+  void Set(const double* xa, double le, double lee) {
+    std::size_t t = 0;
+    const int q = static_cast<int>(g.size());
+    for (int m = 0; m < q; ++m) {
+      const double a = lee * xa[m];
+      g[m] = le * xa[m];
+      for (int j = 0; j <= m; ++j) h[t++] = a * xa[j];
+    }
+  }
+};
+
+template <bool D>
+void EvalExponential(const double* y, const double* cens, const double* upper, const double* x,
+                     const double* w, std::size_t n, std::size_t ldx, int p, const double* theta,
+                     double& ll, Accum* acc) {
+  const int q = p + 1;
+  std::vector<double> xa(static_cast<std::size_t>(q), 1.0);
+  // running terms in the order of the codes' table: event, right, left, interval
+  double t1 = 0, t0 = 0, t2 = 0, t3 = 0;
+  std::vector<RunningTerm> run;
+  if constexpr (D) run.assign(4, RunningTerm(q));
+  for (std::size_t i = 0; i < n; ++i) {
+    double eta = theta[p];
+    for (int j = 0; j < p; ++j) {
+      const double xij = x[static_cast<std::size_t>(j) * ldx + i];
+      eta += xij * theta[j];
+      if constexpr (D) xa[static_cast<std::size_t>(j)] = xij;
+    }
+    const double code = cens[i];
+    const double wi = y[i] - eta;
+    if (code == 1.0) {
+      if (wi >= kExpGuard) {
+        t1 = t1 + wi;
+        if constexpr (D) {
+          run[0].Flush(*acc);  // the previous term stays part of the new one
+          for (int j = 0; j < q; ++j)
+            run[0].g[static_cast<std::size_t>(j)] -= xa[static_cast<std::size_t>(j)];
+        }
+      } else {
+        const double ew = std::exp(wi);
+        t1 = wi - ew;
+        if constexpr (D) {
+          run[0].Flush(*acc);
+          run[0].Set(xa.data(), ew - 1.0, -ew);
+        }
+      }
+    } else if (code == 0.0) {
+      if (wi < kExpGuard) {
+        const double ew = std::exp(wi);
+        t0 = -ew;
+        if constexpr (D) {
+          run[1].Flush(*acc);
+          run[1].Set(xa.data(), ew, -ew);
+        }
+      }
+    } else if (code == 2.0) {
+      if (wi < kExpGuard) {
+        double g1 = 0, g2 = 0;
+        t2 = EvLogCdf<D>(wi, g1, g2);
+        if constexpr (D) {
+          run[2].Flush(*acc);
+          run[2].Set(xa.data(), -g1, g2);
+        }
+      }
+    } else if (code == 3.0) {
+      if (upper[i] - eta < kExpGuard) {
+        double cl = 0, dl = 0, cu = 0, du = 0;
+        t3 = EvLogInterval<D>(wi, upper[i] - eta, cl, dl, cu, du);
+        if constexpr (D) {
+          const double le = cl - cu;
+          run[3].Flush(*acc);
+          run[3].Set(xa.data(), le, du - dl - le * le);
+        }
+      }
+    }
+    const double v = w ? w[i] : 1.0;
+    ll += v * (t1 + t0 + t2 + t3);
+    if constexpr (D) {
+      for (auto& r : run) r.weight += v;
+    }
+  }
+  if constexpr (D) {
+    for (auto& r : run) r.Flush(*acc);
+  }
+}
+
+// Weibull and log-normal laws, in blocks of rows: the linear predictor of a block is built column
+// by column, each row's contribution and its partial derivatives (l_e, l_ee, l_es) are computed in
+// row order (the log-likelihood is summed row by row), and the block's sums over the covariate
+// columns (sum l_e x_j, sum l_ee x_j x_m, sum l_es x_j) run down contiguous columns.
+template <bool D>
+void EvalScaleLaw(const double* y, const double* cens, const double* upper, const double* x,
+                  const double* w, std::size_t n, std::size_t ldx, int p, const double* theta,
+                  int dist, double& ll, Accum* acc) {
+  constexpr std::size_t kBlock = 256;
+  const double s = theta[p + 1];
+  const double logS = std::log(s);
+  const double is = 1.0 / s;
+  double eta[kBlock], le[kBlock], lee[kBlock], les[kBlock], tmp[kBlock];
+  const std::size_t P = static_cast<std::size_t>(p);
+  for (std::size_t i0 = 0; i0 < n; i0 += kBlock) {
+    const std::size_t m = std::min(kBlock, n - i0);
+    for (std::size_t i = 0; i < m; ++i) eta[i] = theta[p];
+    for (std::size_t j = 0; j < P; ++j) {
+      const double* xj = x + j * ldx + i0;
+      const double bj = theta[j];
+      for (std::size_t i = 0; i < m; ++i) eta[i] += xj[i] * bj;
+    }
+    for (std::size_t i = 0; i < m; ++i) {
+      const std::size_t r = i0 + i;
+      const double v = w ? w[r] : 1.0;
+      const double code = cens[r];
+      const double u = code == 3.0 ? upper[r] : 0.0;
+      Local d;
+      if (ScaleLawTerm<D>(dist, code, y[r], u, eta[i], s, v, logS, is, ll, d)) {
+        if constexpr (D) {
+          le[i] = d.le;
+          lee[i] = d.lee;
+          les[i] = d.les;
+          acc->gs += d.ls;
+          acc->hss += d.lss;
+        }
+      } else if constexpr (D) {
+        le[i] = lee[i] = les[i] = 0.0;
+      }
+    }
+    if constexpr (D) {
+      // packed column-major upper triangle: (j, c) with j <= c at c (c + 1) / 2 + j
+      for (std::size_t c = 0; c < P; ++c) {
+        const double* xc = x + c * ldx + i0;
+        double sg = 0, ss = 0;
+        for (std::size_t i = 0; i < m; ++i) {
+          sg += le[i] * xc[i];
+          ss += les[i] * xc[i];
+          tmp[i] = lee[i] * xc[i];
+        }
+        acc->g[c] += sg;
+        acc->hbs[c] += ss;
+        const std::size_t base = c * (c + 1) / 2;
+        for (std::size_t j = 0; j <= c; ++j) {
+          const double* xj = x + j * ldx + i0;
+          double h = 0;
+          for (std::size_t i = 0; i < m; ++i) h += tmp[i] * xj[i];
+          acc->hbb[base + j] += h;
+        }
+        double hc = 0;  // with the intercept column
+        for (std::size_t i = 0; i < m; ++i) hc += tmp[i];
+        acc->hbb[P * (P + 1) / 2 + c] += hc;
+      }
+      double sg = 0, ss = 0, sh = 0;
+      for (std::size_t i = 0; i < m; ++i) {
+        sg += le[i];
+        ss += les[i];
+        sh += lee[i];
+      }
+      acc->g[P] += sg;
+      acc->hbs[P] += ss;
+      acc->hbb[P * (P + 1) / 2 + P] += sh;
+    }
+  }
+}
+
+// The rows are cut into chunks of a fixed size; each chunk is summed on its own (in parallel
+// through OpenMP) and the chunk sums are added in chunk order, so the result does not depend on
+// the number of threads.
+constexpr std::size_t kChunk = 16384;
+
+template <bool D>
+void EvalScaleLawChunked(const double* y, const double* cens, const double* upper, const double* x,
+                         const double* w, std::size_t n, std::size_t ldx, int p,
+                         const double* theta, int dist, double& ll, Accum* acc) {
+  const std::size_t nChunks = (n + kChunk - 1) / kChunk;
+  if (nChunks <= 1) {
+    EvalScaleLaw<D>(y, cens, upper, x, w, n, ldx, p, theta, dist, ll, acc);
+    return;
+  }
+  std::vector<double> lls(nChunks, 0.0);
+  std::vector<Accum> parts;
+  if constexpr (D) parts.assign(nChunks, Accum(p + 1));
+  const long long nc = static_cast<long long>(nChunks);
+  // threads only where there is enough work to pay for them (n >= 8 chunks)
+#pragma omp parallel for schedule(static) if (nChunks >= 8)
+  for (long long c = 0; c < nc; ++c) {
+    const std::size_t c0 = static_cast<std::size_t>(c) * kChunk;
+    const std::size_t len = std::min(kChunk, n - c0);
+    double l = 0.0;
+    EvalScaleLaw<D>(y + c0, cens + c0, upper + c0, x ? x + c0 : nullptr, w ? w + c0 : nullptr, len,
+                    ldx, p, theta, dist, l, D ? &parts[static_cast<std::size_t>(c)] : nullptr);
+    lls[static_cast<std::size_t>(c)] = l;
+  }
+  for (std::size_t c = 0; c < nChunks; ++c) {
+    ll += lls[c];
+    if constexpr (D) acc->Add(parts[c]);
+  }
+}
+
+}  // namespace
+
+void EvalParam(const double* y, const double* cens, const double* upper, const double* x,
+               const double* w, std::size_t n, std::size_t ldx, int p, int k, const double* theta,
+               int dist, double& loglik, double* grad, double* hess) {
+  loglik = 0.0;
+  const int np = p + k;
+  const bool derivs = grad != nullptr && hess != nullptr;
+  if (derivs) {
+    std::fill(grad, grad + np, 0.0);
+    std::fill(hess, hess + static_cast<std::size_t>(np) * np, 0.0);
+  }
+  if (dist < 1 || dist > 3 || k != LawParams(dist) || p < 0) return;
+  if (!derivs) {
+    if (dist == 1)
+      EvalExponential<false>(y, cens, upper, x, w, n, ldx, p, theta, loglik, nullptr);
+    else
+      EvalScaleLawChunked<false>(y, cens, upper, x, w, n, ldx, p, theta, dist, loglik, nullptr);
+    return;
+  }
+  Accum acc(p + 1);
+  if (dist == 1)
+    EvalExponential<true>(y, cens, upper, x, w, n, ldx, p, theta, loglik, &acc);
+  else
+    EvalScaleLawChunked<true>(y, cens, upper, x, w, n, ldx, p, theta, dist, loglik, &acc);
+  const std::size_t N = static_cast<std::size_t>(np);
+  std::size_t t = 0;
+  for (int m = 0; m <= p; ++m) {
+    grad[m] = acc.g[static_cast<std::size_t>(m)];
+    for (int j = 0; j <= m; ++j) {
+      const double h = acc.hbb[t++];
+      hess[static_cast<std::size_t>(m) * N + static_cast<std::size_t>(j)] = h;
+      hess[static_cast<std::size_t>(j) * N + static_cast<std::size_t>(m)] = h;
+    }
+  }
+  if (k == 2) {
+    const std::size_t sI = static_cast<std::size_t>(p + 1);
+    grad[sI] = acc.gs;
+    for (std::size_t j = 0; j < sI; ++j) {
+      hess[sI * N + j] = acc.hbs[j];
+      hess[j * N + sI] = acc.hbs[j];
+    }
+    hess[sI * N + sI] = acc.hss;
+  }
+}
+
+}  // namespace velkor::param
+
+namespace {
+
+// Container form: clips n to the data actually present and copies the parameters (reading the
+// spare element where the parameter vector is short, as every container read does).
+void EvalContainers(matrix<double>* time, int n, int p, int k, matrix<double>* cens,
+                    matrix<double>* bounds, matrix<double>* design, matrix<double>* params,
+                    matrix<double>* weights, int dist, double& loglik, matrix<double>* grad,
+                    matrix<double>* hess) {
+  loglik = 0.0;
+  const int np = std::max(p, 0) + std::max(k, 0);
+  std::vector<double> g, h;
+  const bool derivs = grad != nullptr || hess != nullptr;
+  if (derivs) {
+    g.assign(static_cast<std::size_t>(np), 0.0);
+    h.assign(static_cast<std::size_t>(np) * np, 0.0);
+  }
+  std::size_t nn = n > 0 ? static_cast<std::size_t>(n) : 0;
+  if (!time || !cens || p < 0 || k < 1 || k > 2) nn = 0;
+  if (time) nn = std::min<std::size_t>(nn, time->rows);
+  if (cens) nn = std::min<std::size_t>(nn, cens->rows);
+  if (weights) nn = std::min<std::size_t>(nn, weights->rows);
+  if (p > 0)
+    nn = design && design->cols >= static_cast<std::uint32_t>(p)
+             ? std::min<std::size_t>(nn, design->rows)
+             : 0;
+  // the upper bounds: column 2 of the bound matrix, when there is one
+  std::vector<double> upperCopy;
+  const double* upper = nullptr;
+  if (bounds && bounds->cols >= 2 && bounds->rows >= nn) {
+    upper = bounds->data + bounds->rows;
+  } else {
+    upperCopy.assign(nn, bounds ? bounds->spare : -1.0);
+    upper = upperCopy.data();
+  }
+  std::vector<double> theta(static_cast<std::size_t>(np), 0.0);
+  for (int j = 0; j < np; ++j)
+    theta[static_cast<std::size_t>(j)] = params ? params->at0(static_cast<std::uint64_t>(j)) : 0.0;
+  if (np > 0 && k >= 1 && k <= 2) {
+    velkor::param::EvalParam(time ? time->data : nullptr, cens ? cens->data : nullptr, upper,
+                             design ? design->data : nullptr, weights ? weights->data : nullptr, nn,
+                             design ? design->rows : 0, std::max(p, 0), k, theta.data(), dist,
+                             loglik, derivs ? g.data() : nullptr, derivs ? h.data() : nullptr);
+  }
+  if (grad) {
+    for (int j = 0; j < np; ++j) grad->set(j + 1, g[static_cast<std::size_t>(j)]);
+  }
+  if (hess) {
+    for (int c = 0; c < np; ++c)
+      for (int r = 0; r < np; ++r)
+        hess->set(r + 1, c + 1, h[static_cast<std::size_t>(c) * np + static_cast<std::size_t>(r)]);
+  }
+}
+
+}  // namespace
+
+void ComputeLogLikeParam(matrix<double>* time, int n, int p, int k, matrix<double>* cens,
+                         matrix<double>* bounds, matrix<double>* design, matrix<double>* params,
+                         matrix<double>* weights, int dist, double& loglik) {
+  EvalContainers(time, n, p, k, cens, bounds, design, params, weights, dist, loglik, nullptr,
+                 nullptr);
+}
+
+void ComputeDerivativesParam(matrix<double>* time, int n, int p, int k, matrix<double>* cens,
+                             matrix<double>* bounds, matrix<double>* design, matrix<double>* params,
+                             matrix<double>* weights, int dist, matrix<double>* grad,
+                             matrix<double>* hess) {
+  double ll = 0.0;
+  EvalContainers(time, n, p, k, cens, bounds, design, params, weights, dist, ll, grad, hess);
+}
+
+void ComputeLogLikeDerivativesParam(matrix<double>* time, int n, int p, int k, matrix<double>* cens,
+                                    matrix<double>* bounds, matrix<double>* design,
+                                    matrix<double>* params, matrix<double>* weights, int dist,
+                                    double& loglik, matrix<double>* grad, matrix<double>* hess) {
+  EvalContainers(time, n, p, k, cens, bounds, design, params, weights, dist, loglik, grad, hess);
+}
