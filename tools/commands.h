@@ -73,5 +73,13 @@ extern const Command kKmCommand;
 int RunKm(const Args& a);
 extern const Command kRocCommand;
 int RunRoc(const Args& a);
+extern const Command kBlandAltmanCommand;
+int RunBlandAltman(const Args& a);
+extern const Command kRepeatabilityCommand;
+int RunRepeatability(const Args& a);
+extern const Command kPassingBablokCommand;
+int RunPassingBablok(const Args& a);
+extern const Command kDemingCommand;
+int RunDeming(const Args& a);
 
 }  // namespace velkor_cli

@@ -21,6 +21,10 @@ struct Entry {
 const Entry kEntries[] = {
     {&kKmCommand, RunKm, {"--alpha", "--event-code", "--na-variance", "--width"}},
     {&kRocCommand, RunRoc, {"--alpha", "--side", "--interval", "--prior"}},
+    {&kBlandAltmanCommand, RunBlandAltman, {"--alpha", "--alpha-ci"}},
+    {&kRepeatabilityCommand, RunRepeatability, {"--alpha"}},
+    {&kPassingBablokCommand, RunPassingBablok, {"--alpha"}},
+    {&kDemingCommand, RunDeming, {"--alpha", "--lambda", "--max-iter", "--tol"}},
 };
 
 void Usage(std::FILE* out) {
