@@ -32,11 +32,11 @@ void Usage(std::FILE* out) {
                "usage: velkor <command> FILE.csv [options]      (velkor <command> --help)\n"
                "commands:\n");
   for (const Entry& e : kEntries)
-    std::fprintf(out, "  %-12s %s\n", e.command->name.c_str(),
-                 e.command->summary.substr(0, e.command->summary.find(':')).c_str());
+    std::fprintf(out, "  %-15s %s\n", e.command->name.c_str(),
+                 e.command->summary.substr(0, e.command->summary.find_first_of(":,\n")).c_str());
   std::fprintf(out,
-               "  selftest     build containers over OLE Automation arrays through the exports\n"
-               "  version      print the version\n"
+               "  selftest        build containers over OLE Automation arrays through the exports\n"
+               "  version         print the version\n"
                "Input: CSV with a header row (RFC 4180); empty cells and NA are missing values.\n"
                "Output: aligned tables on stdout, or --format csv|json; --svg and --xlsx reports.\n"
                "Exit codes: 0 success (data warnings go to stderr); 2 usage error; 3 input error\n"

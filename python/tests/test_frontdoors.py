@@ -176,3 +176,37 @@ def test_plot_helpers_draw(tmp_path):
     velkor.plot.cumhazard(r)
     ax = velkor.plot.roc(velkor.roc("outcome", ["s100b", "ndka"], data=pd.read_csv(ASAH), positive="Poor"))
     ax.figure.savefig(tmp_path / "roc.png")
+
+
+METHODS = ROOT / "examples" / "methods.csv"
+MC_CASES = [
+    (["bland-altman", "--x", "x", "--y", "y"], lambda d: velkor.bland_altman("x", "y", data=d)),
+    (["bland-altman", "--x", "x", "--y", "y", "--type", "ratio", "--loa-ci", "approx"],
+     lambda d: velkor.bland_altman("x", "y", data=d, type="ratio", loa_ci="approx")),
+    (["repeatability", "--value", "y", "--subject", "subject"],
+     lambda d: velkor.repeatability("y", "subject", data=d)),
+    (["passing-bablok", "--x", "x", "--y", "y"], lambda d: velkor.passing_bablok("x", "y", data=d)),
+    (["passing-bablok", "--x", "x", "--y", "y", "--method", "equivariant"],
+     lambda d: velkor.passing_bablok("x", "y", data=d, method="equivariant")),
+    (["deming", "--x", "x", "--y", "y"], lambda d: velkor.deming("x", "y", data=d)),
+    (["deming", "--x", "x", "--y", "y", "--subject", "subject", "--lambda", "0"],
+     lambda d: velkor.deming("x", "y", data=d, subject="subject", lambda_=0)),
+]
+
+
+@needs_tool
+@pytest.mark.parametrize("args,call", MC_CASES, ids=[" ".join(c[0][:1] + c[0][5:]) for c in MC_CASES])
+def test_method_comparison_tool_and_python_agree_bit_for_bit(args, call, tmp_path):
+    svg = tmp_path / "c.svg"
+    tool = json.loads(run([args[0], str(METHODS), *args[1:], "--format", "json", "--svg", str(svg)]).stdout)
+    compare(tool, call(pd.read_csv(METHODS)))
+    if args[0] != "repeatability":
+        ET.parse(svg)
+
+
+def test_method_comparison_against_scipy_free_formulas():
+    d = pd.read_csv(METHODS)
+    ba = velkor.bland_altman("x", "y", data=d)["agreement"]
+    diff = d["y"] - d["x"]
+    assert ba["estimate"][0] == pytest.approx(diff.mean(), rel=1e-13)
+    assert ba["std. deviation"][0] == pytest.approx(diff.std(ddof=1), rel=1e-13)

@@ -5,7 +5,8 @@ flat entry points through ctypes and returns pandas DataFrames when pandas is in
 arrays otherwise). Cells without a value are NaN in the results. Charts: `velkor.plot`.
 """
 from ._native import MISSING, UNBOUNDED, VelkorError, library
-from .analyses import km, roc
+from .analyses import bland_altman, deming, km, passing_bablok, repeatability, roc
 
-__all__ = ["MISSING", "UNBOUNDED", "VelkorError", "library", "km", "roc"]
+__all__ = ["MISSING", "UNBOUNDED", "VelkorError", "library", "km", "roc", "bland_altman", "repeatability",
+           "passing_bablok", "deming"]
 __version__ = "0.1.0"

@@ -280,3 +280,128 @@ def roc(status, markers, data=None, positive="1", weight=None, side: int = 1, se
     out["curve"] = finish(curve)
     out["thresholds"] = finish(thr)
     return out
+
+
+def _xy(data, x, y):
+    xa = np.asarray(as_column(data, x), dtype=np.float64)
+    ya = np.asarray(as_column(data, y), dtype=np.float64)
+    if len(xa) != len(ya):
+        raise ValueError("x and y must have the same length")
+    return np.ascontiguousarray(np.where(np.isnan(xa), MISSING, xa)), np.ascontiguousarray(
+        np.where(np.isnan(ya), MISSING, ya))
+
+
+def _subjects(values):
+    """Subject codes 1..k in order of first appearance (missing cells: the marker)."""
+    codes, out = {}, []
+    for v in values:
+        if _missing_label(v):
+            out.append(MISSING)
+        else:
+            out.append(codes.setdefault(_label(v), float(len(codes) + 1)))
+    return np.ascontiguousarray(out, dtype=np.float64), len(codes)
+
+
+def _estimates(labels, est, se, lo, hi, alpha, se_name="std. error"):
+    level = round(100 * (1 - alpha))
+    cols = {"statistic": np.array(labels, dtype=object), "estimate": to_nan(np.array(est, dtype=float))}
+    if se is not None:
+        cols[se_name] = to_nan(np.array(se, dtype=float))
+    cols[f"lower {level}%"] = to_nan(np.array(lo, dtype=float))
+    cols[f"upper {level}%"] = to_nan(np.array(hi, dtype=float))
+    return cols
+
+
+def bland_altman(x, y, data=None, type: str = "diff", loa_ci: str = "exact", alpha: float = 0.05,
+                 alpha_ci: float = 0.05):
+    """Bland-Altman analysis (`velkor bland-altman`): tables agreement and rows."""
+    lib = library()
+    xa, ya = _xy(data, x, y)
+    n = len(xa)
+    t = {"diff": 0, "relative": 1, "ratio": 2}[type]
+    diffs, means = np.full(n, MISSING), np.full(n, MISSING)
+    sc = [_c_double(0) for _ in range(6)]
+    check("Cpp_BlandAltman", lib.Cpp_BlandAltman(ptr(xa), ptr(ya), n, t, _c_double(alpha), ptr(diffs),
+                                                 ptr(means), *[ctypes.byref(v) for v in sc]))
+    limits = np.zeros(6)
+    check("Cpp_BlandAltmanLoACI", lib.Cpp_BlandAltmanLoACI(ptr(xa), ptr(ya), n, t, _c_double(alpha),
+                                                           _c_double(alpha_ci), 0 if loa_ci == "approx" else 1,
+                                                           ptr(limits)))
+    bias, sd, bl, bh, ll, lh = (v.value for v in sc)
+    cols = _estimates(["bias", "lower limit of agreement", "upper limit of agreement"], [bias, ll, lh],
+                      [sd, MISSING, MISSING], [bl, limits[1], limits[4]], [bh, limits[2], limits[5]], alpha,
+                      se_name="std. deviation")
+    keys = list(cols)
+    cols = {("lower limit" if k == keys[3] else "upper limit" if k == keys[4] else k): v for k, v in cols.items()}
+    return {"agreement": table(cols),
+            "rows": table({"row": np.arange(1.0, n + 1), "mean": to_nan(means), "difference": to_nan(diffs)})}
+
+
+def repeatability(value, subject, data=None, alpha: float = 0.05):
+    """Within-subject standard deviation (`velkor repeatability`): table repeatability."""
+    lib = library()
+    xa = np.asarray(as_column(data, value), dtype=np.float64)
+    xa = np.ascontiguousarray(np.where(np.isnan(xa), MISSING, xa))
+    subj, _ = _subjects(list(as_column(data, subject)))
+    if len(subj) != len(xa):
+        raise ValueError("value and subject must have the same length")
+    sw, lo, hi = _c_double(0), _c_double(0), _c_double(0)
+    check("Cpp_GetRepeatability", lib.Cpp_GetRepeatability(ptr(xa), len(xa), ptr(subj), _c_double(alpha),
+                                                           ctypes.byref(sw), ctypes.byref(lo), ctypes.byref(hi)))
+    return {"repeatability": table(_estimates(["within-subject SD"], [sw.value], None, [lo.value], [hi.value],
+                                              alpha))}
+
+
+def passing_bablok(x, y, data=None, method: str = "standard", allow_negative: bool = False,
+                   alpha: float = 0.05):
+    """Passing-Bablok regression (`velkor passing-bablok`): tables coefficients, linearity, rows."""
+    lib = library()
+    xa, ya = _xy(data, x, y)
+    n = len(xa)
+    sc = [_c_double(0) for _ in range(9)]
+    fit, res, dif, dist = (np.zeros(n) for _ in range(4))
+    fn = lib.Cpp_Passing_Bablok if method == "standard" else lib.Cpp_PassingBablokBIS
+    refs = [ctypes.byref(v) for v in sc]
+    st = fn(ptr(xa), n, ptr(ya), 3 if allow_negative else 1, _c_double(alpha), *refs[:6], ptr(fit), ptr(res),
+            ptr(dif), ptr(dist), *refs[6:])
+    if st == -10:
+        raise _native_error("Cpp_Passing_Bablok", st)
+    check("Cpp_Passing_Bablok", st)
+    a, al, ah, b, bl, bh, cus, crit, p = (v.value for v in sc)
+    return {"coefficients": table(_estimates(["intercept", "slope"], [a, b], None, [al, bl], [ah, bh], alpha)),
+            "linearity": table({"max |cusum|": to_nan(np.array([cus])), "critical value": to_nan(np.array([crit])),
+                                "p-value": to_nan(np.array([p]))}),
+            "rows": table({"x": to_nan(xa), "y": to_nan(ya), "fitted": to_nan(fit), "residual": to_nan(res),
+                           "y - x": to_nan(dif), "distance": to_nan(dist)})}
+
+
+def _native_error(function, status):
+    from ._native import VelkorError  # noqa: PLC0415
+    return VelkorError(function, status)
+
+
+def deming(x, y, data=None, lambda_: float = 1.0, subject=None, weighted: bool = False, max_iter: int = 50,
+           tol: float = 1e-10, alpha: float = 0.05):
+    """Deming regression (`velkor deming`): tables coefficients, fit (with replicates) and rows."""
+    lib = library()
+    xa, ya = _xy(data, x, y)
+    n = len(xa)
+    coef, info = np.zeros(8), np.full(3, MISSING)
+    fit, res = np.zeros(n), np.zeros(n)
+    subj = None if subject is None else _subjects(list(as_column(data, subject)))[0]
+    replicates = subject is not None or weighted or not (lambda_ > 0)
+    if replicates:
+        st = lib.Cpp_NewDemingRegression(ptr(xa), ptr(ya), n, None if subj is None else ptr(subj),
+                                         -1 if weighted else 0, _c_double(lambda_), _c_double(alpha), int(max_iter),
+                                         _c_double(tol), ptr(coef), ptr(info), ptr(fit), ptr(res))
+    else:
+        st = lib.VB_DemingRegression(ptr(xa), ptr(ya), n, _c_double(lambda_), _c_double(alpha), ptr(coef),
+                                     ptr(fit), ptr(res))
+    check("Deming regression", st)
+    out = {"coefficients": table(_estimates(["intercept", "slope"], coef[[0, 4]], coef[[1, 5]], coef[[2, 6]],
+                                            coef[[3, 7]], alpha))}
+    if replicates:
+        out["fit"] = table({"lambda": to_nan(info[0:1]), "subjects": to_nan(info[1:2]),
+                            "iterations": to_nan(info[2:3])})
+    out["rows"] = table({"x": to_nan(xa), "y": to_nan(ya), "fitted": to_nan(fit), "residual": to_nan(res)})
+    return out
