@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include <chrono>
 #include <cstdio>
 
 namespace velkor_cli {
@@ -23,7 +24,34 @@ std::vector<OptionSpec> CommonOptions() {
           {"--format", "text|csv|json", "output on stdout", "text"},
           {"--svg", "FILE.svg", "write the charts as SVG (several charts: FILE-NAME.svg)", ""},
           {"--xlsx", "FILE.xlsx", "write a workbook: one sheet per table, native charts", ""},
+          {"--timing", "", "print the wall time of each phase to stderr", ""},
           {"--help", "", "this help", ""}};
+}
+
+namespace {
+double Now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+}  // namespace
+
+PhaseTimer::PhaseTimer(bool on) : on_(on), last_(Now()) {}
+
+void PhaseTimer::lap(const char* phase) {
+  const double t = Now();
+  if (on_) std::fprintf(stderr, "timing: %-45s %9.3f s\n", phase, t - last_);
+  last_ = t;
+}
+
+void PhaseTimer::libBegin() {
+  libStart_ = Now();
+}
+
+void PhaseTimer::libEnd() {
+  lib_ += Now() - libStart_;
+}
+
+void PhaseTimer::libTotal() {
+  if (on_) std::fprintf(stderr, "timing: %-45s %9.3f s\n", "  of which library calls", lib_);
 }
 
 const std::string& Args::get(const std::string& o) const {

@@ -65,6 +65,21 @@ int Emit(const std::string& cmd, const Args& a, const Report& r);
 void Warn(const std::string& cmd, const std::string& text);
 void Fail(const std::string& cmd, const std::string& text);
 
+// Wall-clock time of the phases of a command, printed to stderr when enabled (--timing).
+class PhaseTimer {
+ public:
+  explicit PhaseTimer(bool on);
+  void lap(const char* phase);
+  // Brackets a library call; the total is printed by libTotal().
+  void libBegin();
+  void libEnd();
+  void libTotal();
+
+ private:
+  bool on_;
+  double last_, libStart_ = 0, lib_ = 0;
+};
+
 // Options shared by every analysis command.
 std::vector<OptionSpec> CommonOptions();
 

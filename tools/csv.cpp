@@ -1,13 +1,23 @@
 #include "csv.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 
 namespace velkor_cli {
 
 namespace {
+
+// Characters that end an unquoted field.
+constexpr auto kDelimiter = [] {
+  std::array<bool, 256> t{};
+  t[static_cast<unsigned char>(',')] = t[static_cast<unsigned char>('\n')] =
+      t[static_cast<unsigned char>('\r')] = true;
+  return t;
+}();
 
 std::string_view Trim(std::string_view s) {
   while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
@@ -51,6 +61,9 @@ std::string_view CsvTable::field(std::size_t row, std::size_t col) const {
 
 bool CsvTable::parse(std::string text, const std::string& source, std::string& error) {
   text_ = std::move(text);
+  // A final line break as sentinel: every unquoted field then ends at a delimiter, so the scan
+  // of a field needs no bounds test.
+  if (text_.empty() || text_.back() != '\n') text_.push_back('\n');
   names_.clear();
   fields_.clear();
   lines_.clear();
@@ -61,7 +74,6 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
   // A UTF-8 byte order mark before the header is not part of the first name.
   std::size_t pos = size >= 3 && text_.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
   std::size_t line = 1;
-  std::vector<Span> record;
   bool header = true;
   std::size_t expected = 0;
 
@@ -73,12 +85,15 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
       continue;
     }
     const std::size_t recordLine = line;
-    record.clear();
+    const std::size_t first = fields_.size();
     for (;;) {  // one field per iteration
-      Span span{pos, 0, false};
-      if (pos < size && base[pos] == '"') {
+      if (base[pos] != '"') {
+        const std::size_t start = pos;
+        while (!kDelimiter[static_cast<unsigned char>(base[pos])]) ++pos;
+        fields_.push_back(Span{start, static_cast<std::uint32_t>(pos - start), false});
+      } else {
         const std::size_t open = pos++;
-        std::size_t start = pos;
+        const std::size_t start = pos;
         bool doubled = false;
         for (;;) {
           while (pos < size && base[pos] != '"') {
@@ -99,6 +114,7 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
           break;
         }
         const std::size_t end = pos++;  // past the closing quote
+        Span span{start, static_cast<std::uint32_t>(end - start), false};
         if (doubled) {
           span = {unescaped_.size(), 0, true};
           for (std::size_t i = start; i < end; ++i) {
@@ -106,55 +122,49 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
             if (base[i] == '"') ++i;
           }
           span.length = static_cast<std::uint32_t>(unescaped_.size() - span.offset);
-        } else {
-          span = {start, static_cast<std::uint32_t>(end - start), false};
         }
+        fields_.push_back(span);
         // Spaces after the closing quote are tolerated; any other text is an error.
         while (pos < size && (base[pos] == ' ' || base[pos] == '\t')) ++pos;
-        if (pos < size && base[pos] != ',' && base[pos] != '\n' && base[pos] != '\r') {
+        if (pos < size && !kDelimiter[static_cast<unsigned char>(base[pos])]) {
           error = source + ": line " + std::to_string(line) + ", field " +
-                  std::to_string(record.size() + 1) + ": text after a closing quote";
+                  std::to_string(fields_.size() - first) + ": text after a closing quote";
           return false;
         }
-      } else {
-        const std::size_t start = pos;
-        while (pos < size) {
-          const char c = base[pos];
-          if (c == ',' || c == '\n' || c == '\r') break;
-          ++pos;
-        }
-        span = {start, static_cast<std::uint32_t>(pos - start), false};
       }
-      record.push_back(span);
-      if (pos < size && base[pos] == ',') {
+      if (base[pos] == ',') {
         ++pos;
         continue;
       }
-      // End of record: CRLF, LF, lone CR or end of input.
-      if (pos < size && base[pos] == '\r') ++pos;
+      // End of record: CRLF, LF or a lone CR (the sentinel guarantees a final LF).
+      if (base[pos] == '\r') ++pos;
       if (pos < size && base[pos] == '\n') {
         ++pos;
         ++line;
       }
       break;
     }
+    const std::size_t count = fields_.size() - first;
     if (header) {
-      for (const Span& s : record) {
-        std::string name(Trim(std::string_view(s.unescaped ? unescaped_ : text_)
-                                  .substr(s.offset, s.length)));
-        names_.push_back(std::move(name));
+      for (std::size_t k = first; k < fields_.size(); ++k) {
+        const Span& sp = fields_[k];
+        names_.emplace_back(
+            Trim(std::string_view(sp.unescaped ? unescaped_ : text_).substr(sp.offset, sp.length)));
       }
-      expected = record.size();
+      fields_.clear();
+      expected = count;
       header = false;
+      // Room for the records, estimated from the header line's length.
+      const std::size_t perLine = std::max<std::size_t>(pos, 8);
+      fields_.reserve((size / perLine + 1) * expected);
+      lines_.reserve(size / perLine + 1);
       continue;
     }
-    if (record.size() != expected) {
-      error = source + ": line " + std::to_string(recordLine) + " has " +
-              std::to_string(record.size()) + " fields, the header has " +
-              std::to_string(expected);
+    if (count != expected) {
+      error = source + ": line " + std::to_string(recordLine) + " has " + std::to_string(count) +
+              " fields, the header has " + std::to_string(expected);
       return false;
     }
-    fields_.insert(fields_.end(), record.begin(), record.end());
     lines_.push_back(recordLine);
     ++rows_;
   }
@@ -198,14 +208,20 @@ bool ReadCsv(const std::string& path, CsvTable& table, std::string& error) {
     return false;
   }
   std::string text;
-  char buf[1 << 16];
+  long len = -1;
   if (f != stdin && std::fseek(f, 0, SEEK_END) == 0) {
-    const long len = std::ftell(f);
-    if (len > 0) text.reserve(static_cast<std::size_t>(len));
+    len = std::ftell(f);
     std::fseek(f, 0, SEEK_SET);
   }
-  std::size_t got;
-  while ((got = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, got);
+  if (len > 0) {
+    // One read into a buffer of the file's size.
+    text.resize(static_cast<std::size_t>(len));
+    text.resize(std::fread(text.data(), 1, text.size(), f));
+  } else {
+    char buf[1 << 16];
+    std::size_t got;
+    while ((got = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, got);
+  }
   const bool failed = std::ferror(f) != 0;
   if (f != stdin) std::fclose(f);
   if (failed) {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <map>
+#include <unordered_map>
 #include <string>
 #include <vector>
 
@@ -65,6 +65,7 @@ int RunKm(const Args& a) {
     Fail(cmd, "--time and --status are required (velkor km --help)");
     return kExitUsage;
   }
+  PhaseTimer timer(a.has("--timing"));
   CsvTable csv;
   std::vector<double> t, s, w;
   if (!LoadCsv(cmd, a.file, csv) || !NumericColumn(cmd, csv, a.get("--time"), t) ||
@@ -75,11 +76,15 @@ int RunKm(const Args& a) {
   if (a.has("--group") && (gcol = TextColumnIndex(cmd, csv, a.get("--group"))) < 0)
     return kExitInput;
   const double eventCode = a.number("--event-code"), alpha = a.number("--alpha");
+  timer.lap("read and parse the CSV (numeric columns)");
 
-  // Rows used and group codes 1..G.
+  // Rows used and group codes 1..G: distinct labels by first appearance, then ranked.
   KmData d;
-  std::vector<std::string> rawLabels;
-  std::vector<std::size_t> used;
+  std::unordered_map<std::string_view, std::size_t> firstSeen;
+  std::vector<std::string> distinct;
+  std::vector<std::size_t> used, labelOf;
+  used.reserve(csv.rows());
+  labelOf.reserve(csv.rows());
   for (std::size_t i = 0; i < csv.rows(); ++i) {
     const std::string_view g = gcol >= 0 ? csv.field(i, static_cast<std::size_t>(gcol)) : "all";
     if (std::isnan(t[i]) || std::isnan(s[i]) || (!w.empty() && std::isnan(w[i])) ||
@@ -88,19 +93,27 @@ int RunKm(const Args& a) {
       continue;
     }
     used.push_back(i);
-    rawLabels.emplace_back(g);
+    const auto [it, fresh] = firstSeen.emplace(g, distinct.size());
+    if (fresh) distinct.emplace_back(g);
+    labelOf.push_back(it->second);
   }
-  d.labels = OrderedLabels(rawLabels);
-  std::map<std::string, double> code;
-  for (std::size_t k = 0; k < d.labels.size(); ++k) code[d.labels[k]] = static_cast<double>(k + 1);
+  d.labels = OrderedLabels(distinct);
+  std::vector<double> rank(distinct.size());
+  for (std::size_t k = 0; k < distinct.size(); ++k)
+    rank[k] = static_cast<double>(
+        std::find(d.labels.begin(), d.labels.end(), distinct[k]) - d.labels.begin() + 1);
   const int G = static_cast<int>(d.labels.size());
   std::vector<double> sizes(static_cast<std::size_t>(std::max(G, 1)), 0.0);
+  d.times.reserve(used.size());
+  d.status.reserve(used.size());
+  d.weights.reserve(used.size());
+  d.groups.reserve(used.size());
   for (std::size_t k = 0; k < used.size(); ++k) {
     const std::size_t i = used[k];
     d.times.push_back(t[i]);
     d.status.push_back(s[i] == eventCode ? 1.0 : 0.0);
     d.weights.push_back(w.empty() ? 1.0 : w[i]);
-    const double g = code[rawLabels[k]];
+    const double g = rank[labelOf[k]];
     d.groups.push_back(g);
     sizes[static_cast<std::size_t>(g) - 1] += 1.0;
   }
@@ -118,10 +131,13 @@ int RunKm(const Args& a) {
                     std::to_string(n) + " rows used, " + std::to_string(d.dropped) +
                     " left out (missing values)");
 
+  timer.lap("select the rows, code the groups");
   // 1. Preparation: group blocks in ascending label order, each ascending in time.
   double maxTime = 0;
+  timer.libBegin();
   const int prep = ReorganizeData(d.times.data(), n, d.status.data(), d.weights.data(),
                                   d.groups.data(), sizes.data(), G, 0, &maxTime);
+  timer.libEnd();
   if (prep == -1 || prep == -2 || prep > 0) {
     Fail(cmd, prep == -1 ? "a status value lies outside [0, 1] (library status -1)"
               : prep == -2 ? "fewer than two observations (library status -2)"
@@ -135,8 +151,10 @@ int RunKm(const Args& a) {
   const int R = static_cast<int>(*std::max_element(sizes.begin(), sizes.end())) + 1;
   std::vector<double> tables(static_cast<std::size_t>(G) * R * 12), last(static_cast<std::size_t>(G)),
       totals(last.size());
+  timer.libBegin();
   int st = RunLife(d.times.data(), d.status.data(), d.weights.data(), n, sizes.data(), G, 0, 1, 0,
                    0.0, R, tables.data(), last.data(), totals.data());
+  timer.libEnd();
   if (st != 0) {
     Fail(cmd, "RunLife failed (library status " + std::to_string(st) + ")");
     return ExitForStatus(st);
@@ -150,7 +168,9 @@ int RunKm(const Args& a) {
   };
 
   std::vector<double> summary(static_cast<std::size_t>(G) * 6);
+  timer.libBegin();
   Cpp_Build_Summary(tables.data(), R, G, last.data(), totals.data(), summary.data());
+  timer.libEnd();
   Table& sum = r.tables.emplace_back(Table{"summary", "Summary", {}});
   {
     sum.text("group");
@@ -188,8 +208,10 @@ int RunKm(const Args& a) {
     const int P = 2 * T + 1, C = std::max(2 * T - 1, 1);
     std::vector<double> mainS(static_cast<std::size_t>(P) * 7), hz(static_cast<std::size_t>(C) * 3),
         ll(hz.size());
+    timer.libBegin();
     Cpp_PrepareKaplanCharts(table(g), R, T, 0, 0, 0, T > 0 ? cell(g, 1, 1) : 0.0, alpha, 1,
                             mainS.data(), P, hz.data(), ll.data(), C);
+    timer.libEnd();
     auto ms = [&](int col, int p) {
       return mainS[static_cast<std::size_t>(col) * P + static_cast<std::size_t>(p)];
     };
@@ -230,7 +252,9 @@ int RunKm(const Args& a) {
     surv.series.push_back(upper);
 
     std::vector<double> naOut(static_cast<std::size_t>(std::max(T, 1)) * 9);
+    timer.libBegin();
     Cpp_TransNelsonAalen(table(g), R, T, alpha, naMethod, naOut.data());
+    timer.libEnd();
     Series H{legend, {0.0}, {0.0}, g, true, false, false, false, gcol >= 0, {}, {}};
     for (int j = 0; j < T; ++j) {
       auto v = [&](int col) {
@@ -268,8 +292,10 @@ int RunKm(const Args& a) {
   for (int g = 0; g < G; ++g) {
     const int T = static_cast<int>(last[static_cast<std::size_t>(g)]);
     double cap = 0, mean[4], q[12];
+    timer.libBegin();
     Cpp_ComputeKaplanMeanMedian(table(g), R, T + 1, alpha,
                                 static_cast<int>(sizes[static_cast<std::size_t>(g)]), &cap, mean, q);
+    timer.libEnd();
     means.columns[0].s.push_back(name(g));
     for (int c = 0; c < 4; ++c) means.columns[static_cast<std::size_t>(c) + 1].v.push_back(mean[c]);
     means.columns[5].v.push_back(cap > 0 ? cap : VELKOR_MISSING);
@@ -286,10 +312,16 @@ int RunKm(const Args& a) {
   if (G >= 2) {
     int T = n;
     std::vector<double> combined(static_cast<std::size_t>(3 * G + 1) * static_cast<std::size_t>(T));
+    timer.libBegin();
     LoadKaplanTest(&T, tables.data(), G, R, last.data(), combined.data());
+    timer.libEnd();
     std::vector<double> res(12), pairs(static_cast<std::size_t>(3 * G * (G - 1) / 2) * 7);
+    timer.libBegin();
     ComputeLifeTests(combined.data(), T, G, alpha, res.data());
+    timer.libEnd();
+    timer.libBegin();
     Cpp_ComputeMultComp(combined.data(), T, G, alpha, pairs.data());
+    timer.libEnd();
     const char* names[3] = {"Log-rank", "Gehan-Wilcoxon", "Tarone-Ware"};
     Table tests{"tests", "Comparison of the " + std::to_string(G) + " survival curves (H0: equal survival)", {}};
     tests.text("test");
@@ -329,8 +361,10 @@ int RunKm(const Args& a) {
     const int LR = static_cast<int>(std::min(1e6, std::ceil(maxTime / (wEff > 0 ? wEff : 1)) + 2));
     std::vector<double> lt(static_cast<std::size_t>(G) * LR * 12), ll(static_cast<std::size_t>(G)),
         lt2(ll.size());
+    timer.libBegin();
     RunLife(d.times.data(), d.status.data(), d.weights.data(), n, sizes.data(), G, 0, 1, -1, width,
             LR, lt.data(), ll.data(), lt2.data());
+    timer.libEnd();
     Table life{"life_table", "Actuarial life table", {}};
     life.text("group");
     for (const char* h : {"start", "end", "entering", "deaths", "withdrawn", "at risk",
@@ -354,7 +388,11 @@ int RunKm(const Args& a) {
     r.tables.erase(std::remove_if(r.tables.begin(), r.tables.end(), [](const Table& tb) {
       return tb.name == "product_limit" || tb.name == "nelson_aalen" || tb.name == "life_table";
     }), r.tables.end());
-  return Emit(cmd, a, r);
+  timer.lap("analysis (library calls and result tables)");
+  timer.libTotal();
+  const int exitCode = Emit(cmd, a, r);
+  timer.lap("write the output");
+  return exitCode;
 }
 
 }  // namespace velkor_cli
