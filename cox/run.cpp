@@ -1,0 +1,198 @@
+// The flat Cox regression run: preparation, fit or selection, criteria (and, later in the
+// family, survival function and residuals).
+#include <algorithm>
+#include <cmath>
+
+#include "companion/linalg.h"
+#include "companion/sorting.h"
+#include "core/numeric.h"
+#include "cox/cox.h"
+#include "cox/run.h"
+
+namespace velkor::cox {
+
+TieTerms FlatTerms(int ties) {
+  // Code 1 (Efron) truncates (j - 1) / d to 0 in integer arithmetic: the Breslow terms exactly.
+  return (ties == 0 || ties == 1) ? TieTerms::BreslowCount : TieTerms::Nothing;
+}
+
+ColumnFit FlatColumnFit(const CoxProblem& prob, const std::vector<double>& rows, std::size_t n,
+                        int p, int maxIter, double tol) {
+  return [&prob, &rows, n, p, maxIter, tol](const std::vector<int>& cols) {
+    const int q = static_cast<int>(cols.size());
+    if (q == p) return FitFlat(prob, rows, p, maxIter, tol);
+    return FitFlat(prob, RowMajorColumns(rows, p, n, cols), q, maxIter, tol);
+  };
+}
+
+double NullLogLik(const CoxProblem& prob, const double* rowMajor, std::size_t n, int p) {
+  if (p < 1) return 0.0;
+  const auto up = static_cast<std::size_t>(p);
+  std::vector<double> zero(up, 0.0), g(up), h(up * up);
+  double ll = 0.0;
+  EvaluateRiskSets(*prob.layout, rowMajor, n, p, prob.w, zero.data(), prob.terms, ll, g.data(),
+                   h.data(), rowMajor);
+  return ll;
+}
+
+int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* weights,
+               matrix<double>* X, matrix<double>* strata, matrix<double>* strataSizes, int n, int p,
+               int m, int ties, int* maxIter, double tol, int selection, double threshold,
+               int backStatistic, int nVars, matrix<int>* varCoefs, double alpha, short survRes,
+               int survCols, matrix<double>* beta, matrix<double>* modelStats,
+               matrix<double>* globalTests, matrix<double>* coefTable, double& z,
+               matrix<double>* stepTable, matrix<int>* variableStep, int* nFinal,
+               matrix<double>* baseSurvival, matrix<double>* rowSurvival,
+               matrix<double>* meanSurvival, matrix<double>* residuals) {
+  const std::size_t rows = n > 0 ? static_cast<std::size_t>(n) : 0;
+  if (p < 0) p = 0;
+  if (X->cols < static_cast<std::uint32_t>(p) || X->rows < rows) p = 0;
+
+  const bool weighted = rows > 0 && weights->count >= rows;
+
+  // Stratum sizes not given with several strata: counted from the keys (rows per distinct key in
+  // ascending key order).
+  matrix<double> counted(static_cast<std::uint32_t>(m > 1 ? m : 0), 1);
+  if (m > 1 && strataSizes->count < static_cast<std::uint64_t>(m) && strata->count >= rows) {
+    std::vector<double> keys(strata->data, strata->data + rows);
+    std::sort(keys.begin(), keys.end());
+    int s = -1;
+    for (std::size_t i = 0; i < rows; ++i) {
+      if (i == 0 || keys[i] != keys[i - 1]) ++s;
+      if (s < m) counted.data[s] += 1.0;
+    }
+    strataSizes = &counted;
+  }
+
+  // Tables: strata x the largest stratum (the most distinct times a stratum can have).
+  const int strataCount = m < 1 ? 1 : m;
+  double largest = m <= 1 ? static_cast<double>(rows) : 0.0;
+  for (int s = 0; m > 1 && s < m; ++s)
+    largest =
+        std::max(largest, s < static_cast<int>(strataSizes->count) ? strataSizes->data[s] : 0.0);
+  const auto K = static_cast<std::uint32_t>(std::clamp(largest, 1.0, std::max(1.0, double(rows))));
+  const auto um = static_cast<std::uint32_t>(strataCount);
+  matrix<int> nTimes(um, 1), nCensored(um, 1);
+  // Block tables without a fill: only their first nTimes entries per stratum are written and read.
+  matrix<int> bStart(um, K, nullptr, 0), bSize(um, K, nullptr, 0), bEvents(um, K, nullptr, 0);
+  matrix<double> sizesOne(1, 1);
+  sizesOne.data[0] = static_cast<double>(rows);
+  matrix<double>* sizes = m <= 1 ? &sizesOne : strataSizes;
+  int maxTimes = 0;
+  // The preparation of cReorganizeDataCox with the rows moved once: time and status in place,
+  // and the covariates gathered straight into the design row by row in sorted order (the layout
+  // the likelihood reads). Every row joins its tied block (no third column).
+  std::vector<std::uint32_t> order;
+  std::vector<std::size_t> first, size;
+  const int prep = SortedRowOrder(time, n, status, strata, sizes, strataCount, order, first, size);
+  if (prep != 0) return prep;
+  ApplyRowPermutation(time, 0, order);
+  ApplyRowPermutation(status, 0, order);
+  // Event weights: the case weight of an event row, 0 for a censored row, so that censored rows
+  // never enter the event terms.
+  const auto up = static_cast<std::size_t>(p);
+  std::vector<double> ew(rows), design(rows * up);
+  for (std::size_t r = 0; r < rows; ++r) {
+    const std::size_t i = order[r];
+    ew[r] = (weighted ? weights->data[i] : 1.0) * status->data[r];
+    for (std::size_t j = 0; j < up; ++j) design[r * up + j] = X->data[j * X->rows + i];
+  }
+  FillBlockTables(time, status, nullptr, first, size, &nTimes, &nCensored, &bStart, &bSize,
+                  &bEvents, &maxTimes);
+  const RiskLayout layout =
+      LayoutFromTables(rows, strataCount, sizes, &nTimes, &bStart, &bSize, &bEvents);
+  CoxProblem prob{&layout, ew.data(), FlatTerms(ties)};
+  const int limit = maxIter ? *maxIter : 1;
+
+  // Variables: nVars runs of varCoefs columns, or one variable per column.
+  std::vector<int> coefs;
+  if (nVars > 0) {
+    for (int v = 0; v < nVars; ++v)
+      coefs.push_back(v < static_cast<int>(varCoefs->count) ? varCoefs->data[v] : 0);
+  } else {
+    coefs.assign(static_cast<std::size_t>(p), 1);
+  }
+  const ColumnFit fit = FlatColumnFit(prob, design, rows, p, limit, tol);
+
+  SelectionResult sel;
+  if (selection == 0 || selection == 1) {
+    sel = selection == 0
+              ? Forward(fit, coefs, p, threshold, NullLogLik(prob, design.data(), rows, p))
+              : Backward(fit, coefs, p, threshold, backStatistic);
+    if (sel.status < 0) return -5;
+  } else {
+    for (int j = 0; j < p; ++j) sel.columns.push_back(j);
+    sel.fit = FitFlat(prob, std::move(design), p, limit, tol);
+    sel.variableStep.assign(coefs.size(), 0);
+  }
+
+  // Criteria of the final model, placed into the full-design tables.
+  const FitResult& f = sel.fit;
+  const int q = static_cast<int>(sel.columns.size());
+  const auto uq = static_cast<std::size_t>(q);
+  std::vector<double> stats(12), tests(9), coefCompact(uq * 9 + 1);
+  Criteria(n, q, nCensored.data[0], f.loglik, f.loglik0, f.iterations, alpha, f.beta.data(),
+           f.hess.data(), f.inv.data(), z, stats.data(), f.grad0.data(), f.inv0.data(),
+           coefCompact.data(), uq, tests.data());
+  for (int k = 0; k < 12; ++k) modelStats->set(k + 1, stats[static_cast<std::size_t>(k)]);
+  for (int k = 0; k < 9; ++k) globalTests->set(k + 1, tests[static_cast<std::size_t>(k)]);
+  std::vector<int> varOfCol(static_cast<std::size_t>(p), 0);
+  {
+    std::vector<std::vector<int>> vc;
+    if (VariableColumns(coefs, p, vc))
+      for (std::size_t v = 0; v < vc.size(); ++v)
+        for (int c : vc[v]) varOfCol[static_cast<std::size_t>(c)] = static_cast<int>(v);
+  }
+  std::vector<double> row(9);
+  for (int j = 0; j < p; ++j) {
+    const auto pos = std::find(sel.columns.begin(), sel.columns.end(), j);
+    const bool in = pos != sel.columns.end();
+    if (in) {
+      const auto k = static_cast<std::size_t>(pos - sel.columns.begin());
+      for (std::size_t c = 0; c < 7; ++c) row[c] = coefCompact[c * uq + k];
+    } else {
+      CriteriaDroppedRow(row.data(), 1, 0);
+    }
+    row[7] = in ? 1.0 : 0.0;
+    const auto v = static_cast<std::size_t>(varOfCol[static_cast<std::size_t>(j)]);
+    row[8] = v < sel.variableStep.size() ? sel.variableStep[v] : 0.0;
+    for (int c = 0; c < 9; ++c) coefTable->set(j + 1, c + 1, row[static_cast<std::size_t>(c)]);
+    beta->set(j + 1, row[0]);
+  }
+
+  // Selection outputs: the rows of the step table that were written, the step of each variable.
+  const auto nv = coefs.size();
+  for (std::size_t r = 0; r < nv && !sel.stepTable.empty(); ++r)
+    for (std::size_t c = 0; c < 4; ++c) {
+      const double v = sel.stepTable[c * nv + r];
+      if (!std::isnan(v)) stepTable->set(static_cast<int>(r) + 1, static_cast<int>(c) + 1, v);
+    }
+  for (std::size_t v = 0; v < sel.variableStep.size(); ++v)
+    variableStep->set(static_cast<int>(v) + 1, sel.variableStep[v]);
+  if (nFinal) {
+    int count = 0;
+    std::vector<bool> seen(nv, false);
+    for (int c : sel.columns) {
+      const auto v = static_cast<std::size_t>(varOfCol[static_cast<std::size_t>(c)]);
+      if (v < nv && !seen[v]) {
+        seen[v] = true;
+        ++count;
+      }
+    }
+    *nFinal = count;
+  }
+  if (maxIter) *maxIter = f.iterations;
+
+  // Survival function and residuals (SurvFoncCox, ResCox) are computed here when survRes is -1;
+  // they belong to the next routines of the family. Until then their outputs are left as the
+  // caller passed them.
+  (void)survRes;
+  (void)survCols;
+  (void)baseSurvival;
+  (void)rowSurvival;
+  (void)meanSurvival;
+  (void)residuals;
+  return 0;
+}
+
+}  // namespace velkor::cox
