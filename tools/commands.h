@@ -94,6 +94,10 @@ extern const Command kRepeatabilityCommand;
 int RunRepeatability(const Args& a);
 extern const Command kPassingBablokCommand;
 int RunPassingBablok(const Args& a);
+extern const Command kCoxCommand;
+int RunCox(const Args& a);
+extern const Command kSurvregCommand;
+int RunSurvreg(const Args& a);
 extern const Command kDemingCommand;
 int RunDeming(const Args& a);
 
