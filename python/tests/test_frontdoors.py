@@ -210,3 +210,38 @@ def test_method_comparison_against_scipy_free_formulas():
     diff = d["y"] - d["x"]
     assert ba["estimate"][0] == pytest.approx(diff.mean(), rel=1e-13)
     assert ba["std. deviation"][0] == pytest.approx(diff.std(ddof=1), rel=1e-13)
+
+
+REG_CASES = [
+    (["cox", "--time", "time", "--status", "status", "--event-code", "2", "--covariates", "age,ph.karno",
+      "--factors", "sex,ph.ecog"],
+     lambda d: velkor.cox("time", "status", ["age", "ph.karno"], ["sex", "ph.ecog"], data=d, event_code=2)),
+    (["cox", "--time", "time", "--status", "status", "--event-code", "2", "--covariates", "age,wt.loss",
+      "--factors", "ph.ecog", "--strata", "sex", "--selection", "backward"],
+     lambda d: velkor.cox("time", "status", ["age", "wt.loss"], ["ph.ecog"], data=d, event_code=2,
+                          strata="sex", selection="backward")),
+    (["survreg", "--time", "time", "--status", "status", "--event-code", "2", "--covariates", "age",
+      "--factors", "sex"],
+     lambda d: velkor.survreg("time", "status", ["age"], ["sex"], data=d, event_code=2)),
+    (["survreg", "--time", "time", "--status", "status", "--event-code", "2", "--covariates", "age,ph.karno",
+      "--dist", "lognormal"],
+     lambda d: velkor.survreg("time", "status", ["age", "ph.karno"], data=d, event_code=2, dist="lognormal")),
+]
+
+
+@needs_tool
+@pytest.mark.parametrize("args,call", REG_CASES, ids=["cox", "cox-strata-backward", "weibull", "lognormal"])
+def test_regressions_tool_and_python_agree_bit_for_bit(args, call):
+    tool = json.loads(run([args[0], str(LUNG), *args[1:], "--format", "json"]).stdout)
+    compare(tool, call(pd.read_csv(LUNG)))
+
+
+def test_regressions_against_r_survival():
+    d = pd.read_csv(LUNG)
+    # R 4.2, survival 3.5.3: coxph(Surv(time, status) ~ age + ph.karno + factor(sex) + factor(ph.ecog),
+    # ties = "breslow") and survreg(Surv(time, status) ~ age + factor(sex)) on lung.
+    c = velkor.cox("time", "status", ["age", "ph.karno"], ["sex", "ph.ecog"], data=d, event_code=2)
+    r_cox = [0.01253225, 0.01240787, -0.56483408, 0.57748703, 1.23784175, 2.39696549]
+    assert np.allclose(c["coefficients"]["coefficient"], r_cox, atol=5e-8)
+    w = velkor.survreg("time", "status", ["age"], ["sex"], data=d, event_code=2)
+    assert np.allclose(w["parameters"]["estimate"][:3], [6.65693820, -0.01225703, 0.38208514], atol=5e-7)

@@ -405,3 +405,159 @@ def deming(x, y, data=None, lambda_: float = 1.0, subject=None, weighted: bool =
                             "iterations": to_nan(info[2:3])})
     out["rows"] = table({"x": to_nan(xa), "y": to_nan(ya), "fitted": to_nan(fit), "residual": to_nan(res)})
     return out
+
+
+def _level_order(levels):
+    def num(s):
+        try:
+            return float(s)
+        except ValueError:
+            return None
+    if all(num(s) is not None for s in levels):
+        return sorted(levels, key=lambda s: (num(s), s))
+    return sorted(levels)
+
+
+def _design(data, n, covariates, factors, required, text_required=()):
+    """Rows used (no missing value anywhere), the design matrix (column-major) with factor
+    indicator columns (first level in ascending order as reference), column names, and the
+    number of columns of each variable."""
+    covariates = [covariates] if isinstance(covariates, str) else list(covariates or [])
+    factors = [factors] if isinstance(factors, str) else list(factors or [])
+    cov = [np.asarray(as_column(data, c), dtype=np.float64) for c in covariates]
+    fac = [[None if _missing_label(v) else _label(v) for v in as_column(data, f)] for f in factors]
+    txt = [[None if _missing_label(v) else _label(v) for v in col] for col in text_required]
+    keep = np.ones(n, dtype=bool)
+    for a in list(required) + cov:
+        if len(a) != n:
+            raise ValueError("every column must have the same length")
+        keep &= ~np.isnan(a)
+    for f in fac + txt:
+        if len(f) != n:
+            raise ValueError("every column must have the same length")
+        keep &= np.array([v is not None for v in f], dtype=bool)
+    rows = np.flatnonzero(keep)
+    cols, names, var_coefs, var_names = [], [], [], []
+    for c, a in zip(covariates, cov):
+        cols.append(a[rows])
+        names.append(str(c))
+        var_coefs.append(1)
+        var_names.append(str(c))
+    for f, labels in zip(factors, fac):
+        used = [labels[i] for i in rows]
+        levels = _level_order(list(dict.fromkeys(used)))
+        if len(levels) < 2:
+            continue
+        for lev in levels[1:]:
+            cols.append(np.array([1.0 if v == lev else 0.0 for v in used]))
+            names.append(f"{f}={lev}")
+        var_coefs.append(len(levels) - 1)
+        var_names.append(str(f))
+    x = np.ascontiguousarray(np.concatenate(cols) if cols else np.zeros(0))
+    return rows, x, names, var_coefs, var_names
+
+
+def cox(time, status, covariates=None, factors=None, data=None, event_code: float = 1, strata=None,
+        weight=None, ties: str = "breslow", selection: str = "none", threshold: float = 0.05,
+        back_statistic: str = "wald", max_iter: int = 100, tol: float = 1e-9, alpha: float = 0.05):
+    """Cox regression (`velkor cox`): tables coefficients, model, tests (and selection)."""
+    lib = library()
+    t = np.asarray(as_column(data, time), dtype=np.float64)
+    s = np.asarray(as_column(data, status), dtype=np.float64)
+    req = [t, s] + ([] if weight is None else [np.asarray(as_column(data, weight), dtype=np.float64)])
+    strata_col = [] if strata is None else [list(as_column(data, strata))]
+    rows, x, names, var_coefs, var_names = _design(data, len(t), covariates, factors, req, strata_col)
+    n, p = len(rows), len(names)
+    tt = np.ascontiguousarray(t[rows])
+    ss = np.ascontiguousarray(np.where(s[rows] == event_code, 1.0, 0.0))
+    w = None if weight is None else np.ascontiguousarray(req[2][rows])
+    m, st_keys = 1, None
+    if strata is not None:
+        labels = [_label(strata_col[0][i]) for i in rows]
+        levels = _level_order(list(dict.fromkeys(labels)))
+        code = {lev: k + 1.0 for k, lev in enumerate(levels)}
+        st_keys = np.ascontiguousarray([code[v] for v in labels], dtype=np.float64)
+        m = len(levels)
+    V = len(var_coefs)
+    vc = np.ascontiguousarray(var_coefs, dtype=np.int32)
+    iters = _c_int(int(max_iter))
+    nfinal = _c_int(0)
+    z = _c_double(0)
+    beta, stats, tests, coef = np.zeros(p), np.zeros(12), np.zeros(9), np.zeros(p * 9)
+    steps = np.full(V * 4, MISSING)
+    var_step = np.zeros(V, dtype=np.int32)
+    sel = {"none": -1, "forward": 0, "backward": 1}[selection]
+    st = lib.RunCoxReg(ptr(tt), ptr(ss), None if w is None else ptr(w), ptr(x),
+                       None if st_keys is None else ptr(st_keys), None, n, p, m, 1 if ties == "efron" else 0,
+                       ctypes.byref(iters), _c_double(tol), sel, _c_double(threshold),
+                       0 if back_statistic == "wald" else 1, V, ptr(vc), _c_double(alpha), 0, 0, ptr(beta),
+                       ptr(stats), ptr(tests), ptr(coef), ctypes.byref(z), ptr(steps), ptr(var_step),
+                       ctypes.byref(nfinal), None, None, None, None)
+    check("RunCoxReg", st)
+    level = round(100 * (1 - alpha))
+    c = coef.reshape(9, p)
+    heads = ["coefficient", "std. error", "Wald chi-square", "p-value", "hazard ratio", f"lower {level}%",
+             f"upper {level}%", "in model"]
+    out = {"coefficients": table({"term": np.array(names, dtype=object),
+                                  **{h: to_nan(c[k]) for k, h in enumerate(heads)}}),
+           "model": table({"statistic": np.array(["events used", "df", "-2 log L", "AIC", "Schwarz (SBC)",
+                                                  "iterations"], dtype=object),
+                           "null model": to_nan(stats[:6]), "fitted model": to_nan(stats[6:])}),
+           "tests": table({"test": np.array(["Likelihood ratio", "Score", "Wald"], dtype=object),
+                           "df": to_nan(tests[0:3]), "chi-square": to_nan(tests[3:6]), "p-value": to_nan(tests[6:9])})}
+    if selection != "none":
+        sp = steps.reshape(4, V)
+        k = 0
+        while k < V and sp[0, k] > MISSING:
+            k += 1
+        var = [var_names[int(v) - 1] if v > MISSING and 1 <= int(v) <= V else "(final)" for v in sp[3, :k]]
+        out["selection"] = table({"variable": np.array(var, dtype=object), "variables in model": to_nan(sp[0, :k]),
+                                  "statistic": to_nan(sp[1, :k]), "p-value": to_nan(sp[2, :k])})
+    return out
+
+
+def survreg(time, status, covariates=None, factors=None, data=None, event_code: float = 1, codes: bool = False,
+            time2=None, weight=None, dist: str = "weibull", selection: str = "none", p_enter: float = 0.05,
+            p_remove: float = 0.1, max_iter: int = 100, tol: float = 1e-9, alpha: float = 0.05):
+    """Parametric survival regression of log time (`velkor survreg`): tables parameters,
+    criteria, tests, residuals."""
+    lib = library()
+    t = np.asarray(as_column(data, time), dtype=np.float64)
+    s = np.asarray(as_column(data, status), dtype=np.float64)
+    req = [t, s] + ([] if weight is None else [np.asarray(as_column(data, weight), dtype=np.float64)])
+    rows, x, names, _, _ = _design(data, len(t), covariates, factors, req)
+    n, p = len(rows), len(names)
+    tt = np.ascontiguousarray(t[rows])
+    cc = np.ascontiguousarray(s[rows] if codes else np.where(s[rows] == event_code, 1.0, 0.0))
+    w = None if weight is None else np.ascontiguousarray(req[2][rows])
+    up = tt if time2 is None else np.asarray(as_column(data, time2), dtype=np.float64)[rows]
+    up = np.where(np.isnan(up), tt, up)
+    bounds = np.ascontiguousarray(np.concatenate([tt, up]))
+    dcode = {"exponential": 1, "weibull": 2, "lognormal": 3}[dist]
+    k = 1 if dcode == 1 else 2
+    q = p + k
+    iters, nkept = _c_int(int(max_iter)), _c_int(0)
+    params, cov, crit = np.zeros(q), np.zeros(q * q), np.zeros(14)
+    ptable, tests = np.zeros(q * 6), np.zeros(9)
+    history = np.full(max(p, 1) * 4, MISSING)
+    resid, kept = np.zeros(n * 4), np.zeros(max(p, 1))
+    sel = {"none": -1, "forward": 0, "backward": 1}[selection]
+    st = lib.Cpp_RunParamReg(ptr(tt), n, p, ptr(cc), ptr(bounds), ptr(x) if p else None,
+                             None if w is None else ptr(w), dcode, sel, _c_double(p_enter), _c_double(p_remove),
+                             ctypes.byref(iters), _c_double(tol), 0, _c_double(0.0), -1, _c_double(alpha),
+                             ptr(params), ptr(cov), ptr(crit), ptr(ptable), ptr(tests), ptr(history), ptr(resid),
+                             ptr(kept), ctypes.byref(nkept))
+    check("Cpp_RunParamReg", st)
+    level = round(100 * (1 - alpha))
+    pt = ptable.reshape(6, q)
+    heads = ["estimate", "std. error", "Wald chi-square", "p-value", f"lower {level}%", f"upper {level}%"]
+    terms = ["intercept"] + names + (["sigma"] if k == 2 else [])
+    r = resid.reshape(4, n)
+    return {"parameters": table({"term": np.array(terms, dtype=object), **{h: to_nan(pt[j]) for j, h in enumerate(heads)}}),
+            "criteria": table({"statistic": np.array(["observations", "parameters", "-2 log L", "AIC", "SBC", "AICc",
+                                                      "iterations"], dtype=object),
+                               "null model": to_nan(crit[:7]), "final model": to_nan(crit[7:])}),
+            "tests": table({"test": np.array(["Likelihood ratio", "Score", "Wald"], dtype=object),
+                            "df": to_nan(tests[0:3]), "chi-square": to_nan(tests[3:6]), "p-value": to_nan(tests[6:9])}),
+            "residuals": table({"line": rows + 2.0, "standardised": to_nan(r[0]), "Cox-Snell": to_nan(r[1]),
+                                "martingale": to_nan(r[2]), "deviance": to_nan(r[3])})}
