@@ -176,6 +176,10 @@ def test_plot_helpers_draw(tmp_path):
     velkor.plot.cumhazard(r)
     ax = velkor.plot.roc(velkor.roc("outcome", ["s100b", "ndka"], data=pd.read_csv(ASAH), positive="Poor"))
     ax.figure.savefig(tmp_path / "roc.png")
+    m = pd.read_csv(METHODS)
+    velkor.plot.bland_altman(velkor.bland_altman("x", "y", data=m))
+    ax = velkor.plot.regression(velkor.passing_bablok("x", "y", data=m))
+    assert len(ax.get_lines()) == 2
 
 
 METHODS = ROOT / "examples" / "methods.csv"

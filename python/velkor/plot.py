@@ -71,3 +71,40 @@ def roc(result, ax=None):
     ax.set_ylabel("Sensitivity")
     ax.legend(loc="lower right")
     return ax
+
+
+def bland_altman(result, ax=None):
+    """Bland-Altman plot of `velkor.bland_altman(...)`: differences against means, the bias and
+    the limits of agreement."""
+    import matplotlib.pyplot as plt  # noqa: PLC0415
+    ax = ax or plt.figure().gca()
+    rows, agr = result["rows"], result["agreement"]
+    m, d = _col(rows, "mean").astype(float), _col(rows, "difference").astype(float)
+    ax.scatter(m, d, s=12, alpha=0.6)
+    est = _col(agr, "estimate").astype(float)
+    ax.axhline(est[0], color="C3", label=f"bias {est[0]:.4g}")
+    for v in est[1:]:
+        ax.axhline(v, color="C2", linestyle="--")
+    ax.plot([], [], color="C2", linestyle="--", label="limits of agreement")
+    ax.set_xlabel("Mean of the two methods")
+    ax.set_ylabel("Difference")
+    ax.legend()
+    return ax
+
+
+def regression(result, ax=None):
+    """Scatter of `velkor.passing_bablok(...)` or `velkor.deming(...)` with the fitted line and
+    the identity line."""
+    import matplotlib.pyplot as plt  # noqa: PLC0415
+    ax = ax or plt.figure().gca()
+    rows = result["rows"]
+    x, y = _col(rows, "x").astype(float), _col(rows, "y").astype(float)
+    ax.scatter(x, y, s=12, alpha=0.6)
+    a, b = _col(result["coefficients"], "estimate").astype(float)[:2]
+    lo, hi = np.nanmin(x), np.nanmax(x)
+    ax.plot([lo, hi], [a + b * lo, a + b * hi], color="C3", label=f"y = {a:.4g} + {b:.4g} x")
+    ax.plot([lo, hi], [lo, hi], color="grey", linestyle="--", label="identity")
+    ax.set_xlabel("method 1")
+    ax.set_ylabel("method 2")
+    ax.legend()
+    return ax
