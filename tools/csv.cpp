@@ -56,7 +56,7 @@ int CsvTable::column(std::string_view name) const {
 
 std::string_view CsvTable::field(std::size_t row, std::size_t col) const {
   const Span& s = fields_[row * names_.size() + col];
-  return std::string_view(s.unescaped ? unescaped_ : text_).substr(s.offset, s.length);
+  return std::string_view(s.unescaped() ? unescaped_ : text_).substr(s.offset(), s.length());
 }
 
 bool CsvTable::parse(std::string text, const std::string& source, std::string& error) {
@@ -73,6 +73,15 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
   const std::size_t size = text_.size();
   // A UTF-8 byte order mark before the header is not part of the first name.
   std::size_t pos = size >= 3 && text_.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+  constexpr std::size_t kMaxField = 0x7FFFFF;
+  if (size >> 40) {
+    error = source + " is larger than 1 TB";
+    return false;
+  }
+  auto tooLong = [&](std::size_t at) {
+    error = source + ": line " + std::to_string(at) + ": a field is longer than 8 MB";
+    return false;
+  };
   std::size_t line = 1;
   bool header = true;
   std::size_t expected = 0;
@@ -90,7 +99,8 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
       if (base[pos] != '"') {
         const std::size_t start = pos;
         while (!kDelimiter[static_cast<unsigned char>(base[pos])]) ++pos;
-        fields_.push_back(Span{start, static_cast<std::uint32_t>(pos - start), false});
+        if (pos - start > kMaxField) return tooLong(recordLine);
+        fields_.push_back(Span{start, pos - start, false});
       } else {
         const std::size_t open = pos++;
         const std::size_t start = pos;
@@ -114,16 +124,17 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
           break;
         }
         const std::size_t end = pos++;  // past the closing quote
-        Span span{start, static_cast<std::uint32_t>(end - start), false};
+        if (end - start > kMaxField) return tooLong(recordLine);
         if (doubled) {
-          span = {unescaped_.size(), 0, true};
+          const std::size_t at = unescaped_.size();
           for (std::size_t i = start; i < end; ++i) {
             unescaped_.push_back(base[i]);
             if (base[i] == '"') ++i;
           }
-          span.length = static_cast<std::uint32_t>(unescaped_.size() - span.offset);
+          fields_.push_back(Span{at, unescaped_.size() - at, true});
+        } else {
+          fields_.push_back(Span{start, end - start, false});
         }
-        fields_.push_back(span);
         // Spaces after the closing quote are tolerated; any other text is an error.
         while (pos < size && (base[pos] == ' ' || base[pos] == '\t')) ++pos;
         if (pos < size && !kDelimiter[static_cast<unsigned char>(base[pos])]) {
@@ -148,16 +159,16 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
     if (header) {
       for (std::size_t k = first; k < fields_.size(); ++k) {
         const Span& sp = fields_[k];
-        names_.emplace_back(
-            Trim(std::string_view(sp.unescaped ? unescaped_ : text_).substr(sp.offset, sp.length)));
+        names_.emplace_back(Trim(
+            std::string_view(sp.unescaped() ? unescaped_ : text_).substr(sp.offset(), sp.length())));
       }
       fields_.clear();
       expected = count;
       header = false;
-      // Room for the records, estimated from the header line's length.
-      const std::size_t perLine = std::max<std::size_t>(pos, 8);
-      fields_.reserve((size / perLine + 1) * expected);
-      lines_.reserve(size / perLine + 1);
+      // Room for the records: at most one per remaining line break.
+      const auto breaks = static_cast<std::size_t>(std::count(base + pos, base + size, '\n'));
+      fields_.reserve(breaks * expected);
+      lines_.reserve(breaks);
       continue;
     }
     if (count != expected) {
@@ -183,13 +194,13 @@ bool CsvTable::numeric(std::size_t col, std::vector<double>& out, std::string& e
   out.resize(rows_);
   const std::size_t stride = names_.size();
   for (std::size_t i = 0; i < rows_; ++i) {
-    const Span& s = fields_[i * stride + col];
-    const char* p = (s.unescaped ? unescaped_ : text_).data() + s.offset;
-    const char* e = p + s.length;
+    const Span s = fields_[i * stride + col];
+    const char* p = (s.unescaped() ? unescaped_ : text_).data() + s.offset();
+    const char* e = p + s.length();
     // Fast path: a plain number filling the field.
     const auto r = std::from_chars(p, e, out[i]);
-    if (r.ec == std::errc() && r.ptr == e && s.length > 0) continue;
-    const std::string_view f(p, s.length);
+    if (r.ec == std::errc() && r.ptr == e && p != e) continue;
+    const std::string_view f(p, s.length());
     if (IsMissingCell(f)) {
       out[i] = std::numeric_limits<double>::quiet_NaN();
     } else if (!ParseNumber(f, out[i])) {

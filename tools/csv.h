@@ -40,10 +40,17 @@ class CsvTable {
 
  private:
   std::string text_;
+  // A field packed in 8 bytes: offset (40 bits), length (23 bits), and a flag (1 bit) saying the
+  // field held doubled quotes and its text lies in unescaped_. Files up to 1 TB, fields up to
+  // 8 MB.
   struct Span {
-    std::size_t offset;
-    std::uint32_t length;
-    bool unescaped;  // the field held doubled quotes: its text lies in unescaped_
+    std::uint64_t bits;
+    Span(std::size_t offset, std::size_t length, bool unescaped)
+        : bits(static_cast<std::uint64_t>(offset) << 24 | static_cast<std::uint64_t>(length) << 1 |
+               (unescaped ? 1u : 0u)) {}
+    std::size_t offset() const { return static_cast<std::size_t>(bits >> 24); }
+    std::size_t length() const { return static_cast<std::size_t>(bits >> 1 & 0x7FFFFF); }
+    bool unescaped() const { return bits & 1u; }
   };
   std::string unescaped_;
   std::vector<std::string> names_;
