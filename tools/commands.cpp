@@ -72,8 +72,10 @@ std::string Help(const Command& c) {
   for (const OptionSpec& o : CommonOptions()) all.push_back(o);
   for (const OptionSpec& o : all) {
     std::string left = "  " + o.name + (o.arg.empty() ? "" : " " + o.arg);
-    if (left.size() < 28) left.resize(28, ' ');
-    else left += "\n" + std::string(28, ' ');
+    if (left.size() < 28)
+      left.resize(28, ' ');
+    else
+      left += "\n" + std::string(28, ' ');
     h += left + o.help + (o.fallback.empty() ? "" : " (default " + o.fallback + ")") + "\n";
   }
   return h;

@@ -14,11 +14,11 @@ namespace velkor_cli {
 // Exit codes of the tool.
 enum ExitCode : int {
   kExitOk = 0,
-  kExitUsage = 2,        // unknown option, missing or bad option value, missing FILE
-  kExitInput = 3,        // unreadable, empty or malformed CSV; missing column; non-numeric cell
-  kExitOutput = 4,       // a report file (--svg, --xlsx) cannot be written
-  kExitDataBase = 10,    // 10 + |status|: the library stopped on a data condition (-1, -2, -5)
-  kExitInternalBase = 20 // 20 + status: an internal failure of the library (1, 2, 3)
+  kExitUsage = 2,         // unknown option, missing or bad option value, missing FILE
+  kExitInput = 3,         // unreadable, empty or malformed CSV; missing column; non-numeric cell
+  kExitOutput = 4,        // a report file (--svg, --xlsx) cannot be written
+  kExitDataBase = 10,     // 10 + |status|: the library stopped on a data condition (-1, -2, -5)
+  kExitInternalBase = 20  // 20 + status: an internal failure of the library (1, 2, 3)
 };
 int ExitForStatus(int status);
 

@@ -112,8 +112,7 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
           }
           if (pos >= size) {
             error = source + ": line " + std::to_string(recordLine) +
-                    ": a quoted field is not closed (opened at byte " + std::to_string(open) +
-                    ")";
+                    ": a quoted field is not closed (opened at byte " + std::to_string(open) + ")";
             return false;
           }
           if (pos + 1 < size && base[pos + 1] == '"') {
@@ -159,8 +158,8 @@ bool CsvTable::parse(std::string text, const std::string& source, std::string& e
     if (header) {
       for (std::size_t k = first; k < fields_.size(); ++k) {
         const Span& sp = fields_[k];
-        names_.emplace_back(Trim(
-            std::string_view(sp.unescaped() ? unescaped_ : text_).substr(sp.offset(), sp.length())));
+        names_.emplace_back(Trim(std::string_view(sp.unescaped() ? unescaped_ : text_)
+                                     .substr(sp.offset(), sp.length())));
       }
       fields_.clear();
       expected = count;
@@ -204,8 +203,8 @@ bool CsvTable::numeric(std::size_t col, std::vector<double>& out, std::string& e
     if (IsMissingCell(f)) {
       out[i] = std::numeric_limits<double>::quiet_NaN();
     } else if (!ParseNumber(f, out[i])) {
-      error = "line " + std::to_string(lines_[i]) + ", column '" + names_[col] + "': '" +
-              Shown(f) + "' is not a number";
+      error = "line " + std::to_string(lines_[i]) + ", column '" + names_[col] + "': '" + Shown(f) +
+              "' is not a number";
       return false;
     }
   }

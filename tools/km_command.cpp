@@ -22,11 +22,13 @@ const Command kKmCommand{
     "  group or weight are left out (the count is reported).",
     "FILE.csv --time COL --status COL [options]",
     {{"--time", "COL", "column of observation times", ""},
-     {"--status", "COL", "column of the status: the event code is an event, any other value censored", ""},
+     {"--status", "COL",
+      "column of the status: the event code is an event, any other value censored", ""},
      {"--event-code", "K", "status value of an event", "1"},
      {"--group", "COL", "group column (numbers or text; groups in ascending label order)", ""},
      {"--weight", "COL", "case weights", ""},
-     {"--na-variance", "M", "Nelson-Aalen variance: 1 d/n^2, 2 (n-d)d/n^3, 3 (n-d)d/(n^2(n-1))", "1"},
+     {"--na-variance", "M", "Nelson-Aalen variance: 1 d/n^2, 2 (n-d)d/n^3, 3 (n-d)d/(n^2(n-1))",
+      "1"},
      {"--life-table", "", "add the actuarial life table", ""},
      {"--width", "W", "life-table interval width (default: largest time / 10)", ""},
      {"--no-tables", "", "leave the per-time tables out of the text output", ""}}};
@@ -100,8 +102,8 @@ int RunKm(const Args& a) {
   d.labels = OrderedLabels(distinct);
   std::vector<double> rank(distinct.size());
   for (std::size_t k = 0; k < distinct.size(); ++k)
-    rank[k] = static_cast<double>(
-        std::find(d.labels.begin(), d.labels.end(), distinct[k]) - d.labels.begin() + 1);
+    rank[k] = static_cast<double>(std::find(d.labels.begin(), d.labels.end(), distinct[k]) -
+                                  d.labels.begin() + 1);
   const int G = static_cast<int>(d.labels.size());
   std::vector<double> sizes(static_cast<std::size_t>(std::max(G, 1)), 0.0);
   d.times.reserve(used.size());
@@ -139,7 +141,7 @@ int RunKm(const Args& a) {
                                   d.groups.data(), sizes.data(), G, 0, &maxTime);
   timer.libEnd();
   if (prep == -1 || prep == -2 || prep > 0) {
-    Fail(cmd, prep == -1 ? "a status value lies outside [0, 1] (library status -1)"
+    Fail(cmd, prep == -1   ? "a status value lies outside [0, 1] (library status -1)"
               : prep == -2 ? "fewer than two observations (library status -2)"
                            : "internal failure (library status " + std::to_string(prep) + ")");
     return ExitForStatus(prep);
@@ -149,8 +151,8 @@ int RunKm(const Args& a) {
 
   // 2. Product-limit tables.
   const int R = static_cast<int>(*std::max_element(sizes.begin(), sizes.end())) + 1;
-  std::vector<double> tables(static_cast<std::size_t>(G) * R * 12), last(static_cast<std::size_t>(G)),
-      totals(last.size());
+  std::vector<double> tables(static_cast<std::size_t>(G) * R * 12),
+      last(static_cast<std::size_t>(G)), totals(last.size());
   timer.libBegin();
   int st = RunLife(d.times.data(), d.status.data(), d.weights.data(), n, sizes.data(), G, 0, 1, 0,
                    0.0, R, tables.data(), last.data(), totals.data());
@@ -189,13 +191,17 @@ int RunKm(const Args& a) {
   Table pl{"product_limit", "Product-limit estimates", {}};
   for (const char* h : {"group"}) pl.text(h);
   for (const char* h : {"time", "at risk", "events", "censored", "survival", "std. error"})
-    pl.num(h, std::string(h) == "time" ? 1 : std::string(h) == "survival" || std::string(h) == "std. error" ? 4 : 0);
+    pl.num(h, std::string(h) == "time"                                         ? 1
+              : std::string(h) == "survival" || std::string(h) == "std. error" ? 4
+                                                                               : 0);
   pl.num(lo, 4);
   pl.num(hi, 4);
   Table na{"nelson_aalen", "Nelson-Aalen cumulative hazard", {}};
   na.text("group");
   for (const char* h : {"time", "at risk", "events", "cum. hazard", "std. error"})
-    na.num(h, std::string(h) == "time" ? 1 : std::string(h) == "cum. hazard" || std::string(h) == "std. error" ? 4 : 0);
+    na.num(h, std::string(h) == "time"                                            ? 1
+              : std::string(h) == "cum. hazard" || std::string(h) == "std. error" ? 4
+                                                                                  : 0);
   na.num(lo, 4);
   na.num(hi, 4);
 
@@ -262,7 +268,8 @@ int RunKm(const Args& a) {
       };
       na.columns[0].s.push_back(name(g));
       const int cols[7] = {0, 1, 2, 4, 6, 7, 8};
-      for (int c = 0; c < 7; ++c) na.columns[static_cast<std::size_t>(c) + 1].v.push_back(v(cols[c]));
+      for (int c = 0; c < 7; ++c)
+        na.columns[static_cast<std::size_t>(c) + 1].v.push_back(v(cols[c]));
       if (!IsMissingValue(v(4))) {
         H.x.push_back(v(0));
         H.y.push_back(H.y.back());
@@ -279,9 +286,11 @@ int RunKm(const Args& a) {
   r.charts.push_back(std::move(hazard));
 
   // 3. Restricted mean and quartiles.
-  Table means{"mean", "Restricted mean survival time (area under the curve up to the time cap)", {}};
+  Table means{
+      "mean", "Restricted mean survival time (area under the curve up to the time cap)", {}};
   means.text("group");
-  for (const std::string& h : {std::string("mean"), std::string("std. error"), lo, hi, std::string("time cap")})
+  for (const std::string& h :
+       {std::string("mean"), std::string("std. error"), lo, hi, std::string("time cap")})
     means.num(h, 1);
   Table quart{"quartiles", "Quartiles of the survival time", {}};
   quart.text("group");
@@ -294,7 +303,8 @@ int RunKm(const Args& a) {
     double cap = 0, mean[4], q[12];
     timer.libBegin();
     Cpp_ComputeKaplanMeanMedian(table(g), R, T + 1, alpha,
-                                static_cast<int>(sizes[static_cast<std::size_t>(g)]), &cap, mean, q);
+                                static_cast<int>(sizes[static_cast<std::size_t>(g)]), &cap, mean,
+                                q);
     timer.libEnd();
     means.columns[0].s.push_back(name(g));
     for (int c = 0; c < 4; ++c) means.columns[static_cast<std::size_t>(c) + 1].v.push_back(mean[c]);
@@ -323,7 +333,9 @@ int RunKm(const Args& a) {
     Cpp_ComputeMultComp(combined.data(), T, G, alpha, pairs.data());
     timer.libEnd();
     const char* names[3] = {"Log-rank", "Gehan-Wilcoxon", "Tarone-Ware"};
-    Table tests{"tests", "Comparison of the " + std::to_string(G) + " survival curves (H0: equal survival)", {}};
+    Table tests{"tests",
+                "Comparison of the " + std::to_string(G) + " survival curves (H0: equal survival)",
+                {}};
     tests.text("test");
     tests.num("chi-square", 4);
     tests.num("df", 0);
@@ -369,8 +381,12 @@ int RunKm(const Args& a) {
     life.text("group");
     for (const char* h : {"start", "end", "entering", "deaths", "withdrawn", "at risk",
                           "cond. survival", "survival", "hazard"})
-      life.num(h, std::string(h) == "start" || std::string(h) == "end" || std::string(h) == "at risk" ? 1
-                  : std::string(h) == "entering" || std::string(h) == "deaths" || std::string(h) == "withdrawn" ? 0 : 4);
+      life.num(
+          h, std::string(h) == "start" || std::string(h) == "end" || std::string(h) == "at risk" ? 1
+             : std::string(h) == "entering" || std::string(h) == "deaths" ||
+                     std::string(h) == "withdrawn"
+                 ? 0
+                 : 4);
     const int cols[9] = {1, 2, 3, 4, 5, 6, 7, 8, 10};
     for (int g = 0; g < G; ++g) {
       const int T = static_cast<int>(ll[static_cast<std::size_t>(g)]);
@@ -378,16 +394,20 @@ int RunKm(const Args& a) {
         life.columns[0].s.push_back(name(g));
         for (int c = 0; c < 9; ++c)
           life.columns[static_cast<std::size_t>(c) + 1].v.push_back(
-              lt[static_cast<std::size_t>(g) * LR * 12 + static_cast<std::size_t>(cols[c] - 1) * LR + j]);
+              lt[static_cast<std::size_t>(g) * LR * 12 +
+                 static_cast<std::size_t>(cols[c] - 1) * LR + j]);
       }
     }
     r.tables.push_back(std::move(life));
   }
 
   if (a.has("--no-tables") && a.get("--format") == "text")
-    r.tables.erase(std::remove_if(r.tables.begin(), r.tables.end(), [](const Table& tb) {
-      return tb.name == "product_limit" || tb.name == "nelson_aalen" || tb.name == "life_table";
-    }), r.tables.end());
+    r.tables.erase(std::remove_if(r.tables.begin(), r.tables.end(),
+                                  [](const Table& tb) {
+                                    return tb.name == "product_limit" ||
+                                           tb.name == "nelson_aalen" || tb.name == "life_table";
+                                  }),
+                   r.tables.end());
   timer.lap("analysis (library calls and result tables)");
   timer.libTotal();
   const int exitCode = Emit(cmd, a, r);

@@ -23,7 +23,10 @@ const Command kBlandAltmanCommand{
     {{"--x", "COL", "method 1", ""},
      {"--y", "COL", "method 2", ""},
      {"--type", "T", "difference: diff (y - x), relative ((y - x) / mean), ratio (y / x)", "diff"},
-     {"--loa-ci", "M", "confidence limits of the limits of agreement: approx (Bland-Altman 1999), exact (Carkeet 2015)", "exact"},
+     {"--loa-ci", "M",
+      "confidence limits of the limits of agreement: approx (Bland-Altman 1999), exact (Carkeet "
+      "2015)",
+      "exact"},
      {"--alpha-ci", "A", "significance level of those confidence limits", "0.05"}}};
 
 const Command kRepeatabilityCommand{
@@ -124,18 +127,28 @@ Chart RegressionChart(const std::string& title, const Args& a, const std::vector
   Series pts{"data", x, y, 0, false, true, false, false, false, {}, {}};
   double lo = INFINITY, hi = -INFINITY;
   for (std::size_t i = 0; i < x.size(); ++i)
-    if (!IsMissingValue(x[i]) && !IsMissingValue(y[i])) lo = std::min(lo, x[i]), hi = std::max(hi, x[i]);
+    if (!IsMissingValue(x[i]) && !IsMissingValue(y[i]))
+      lo = std::min(lo, x[i]), hi = std::max(hi, x[i]);
   c.series.push_back(pts);
   if (lo <= hi) {
-    if (!IsMissingValue(ia) && !IsMissingValue(sb) && std::abs(sb) < 1e300)
-    {
+    if (!IsMissingValue(ia) && !IsMissingValue(sb) && std::abs(sb) < 1e300) {
       char label[96];
-      std::snprintf(label, sizeof label, "fit: y = %.4g %s %.4g x", ia, sb < 0 ? "-" : "+", std::abs(sb));
-      c.series.push_back(Series{label, {lo, hi}, {ia + sb * lo, ia + sb * hi}, 1, true, false, false, false,
-                                true, {}, {}});
+      std::snprintf(label, sizeof label, "fit: y = %.4g %s %.4g x", ia, sb < 0 ? "-" : "+",
+                    std::abs(sb));
+      c.series.push_back(Series{label,
+                                {lo, hi},
+                                {ia + sb * lo, ia + sb * hi},
+                                1,
+                                true,
+                                false,
+                                false,
+                                false,
+                                true,
+                                {},
+                                {}});
     }
-    c.series.push_back(Series{"identity y = x", {lo, hi}, {lo, hi}, -1, true, false, true, true,
-                              true, {}, {}});
+    c.series.push_back(
+        Series{"identity y = x", {lo, hi}, {lo, hi}, -1, true, false, true, true, true, {}, {}});
   }
   c.legendLeft = true;
   return c;
@@ -174,7 +187,9 @@ int RunBlandAltman(const Args& a) {
   double bias = 0, sd = 0, bl = 0, bh = 0, ll = 0, lh = 0, limits[6];
   int st = Cpp_BlandAltman(x.data(), y.data(), n, t, alpha, diffs.data(), means.data(), &bias, &sd,
                            &bl, &bh, &ll, &lh);
-  if (st == 0) st = Cpp_BlandAltmanLoACI(x.data(), y.data(), n, t, alpha, alphaCI, ci == "approx" ? 0 : 1, limits);
+  if (st == 0)
+    st = Cpp_BlandAltmanLoACI(x.data(), y.data(), n, t, alpha, alphaCI, ci == "approx" ? 0 : 1,
+                              limits);
   if (st != 0) {
     Fail(cmd, "library status " + std::to_string(st));
     return ExitForStatus(st);
@@ -183,7 +198,10 @@ int RunBlandAltman(const Args& a) {
   r.command = cmd;
   r.title = "Bland-Altman analysis of " + a.file;
   Record(r, a, {"--x", "--y", "--type", "--loa-ci", "--alpha", "--alpha-ci"});
-  r.notes.push_back("difference: " + std::string(t == 0 ? "y - x" : t == 1 ? "(y - x) / mean" : "y / x") +
+  r.notes.push_back("difference: " +
+                    std::string(t == 0   ? "y - x"
+                                : t == 1 ? "(y - x) / mean"
+                                         : "y / x") +
                     " with x = " + a.get("--x") + ", y = " + a.get("--y"));
   Table s = Estimates("agreement", "Bias and limits of agreement", alpha);
   s.columns[2].header = "std. deviation";
@@ -193,7 +211,8 @@ int RunBlandAltman(const Args& a) {
   s.columns[4].header = "upper limit";
   AddEstimate(s, "lower limit of agreement", ll, VELKOR_MISSING, limits[1], limits[2]);
   AddEstimate(s, "upper limit of agreement", lh, VELKOR_MISSING, limits[4], limits[5]);
-  r.notes.push_back("limits of the bias at " + Level(alpha) + ", of the limits of agreement at " + ciLevel);
+  r.notes.push_back("limits of the bias at " + Level(alpha) + ", of the limits of agreement at " +
+                    ciLevel);
   r.tables.push_back(std::move(s));
   Table rows{"rows", "Per-row means and differences", {}};
   rows.num("row", 0);
@@ -209,9 +228,12 @@ int RunBlandAltman(const Args& a) {
   for (double m : means)
     if (!IsMissingValue(m)) lo = std::min(lo, m), hi = std::max(hi, m);
   if (lo <= hi) {
-    c.series.push_back(Series{"bias", {lo, hi}, {bias, bias}, 1, true, false, false, false, true, {}, {}});
-    c.series.push_back(Series{"limits of agreement", {lo, hi}, {ll, ll}, 2, true, false, true, false, true, {}, {}});
-    c.series.push_back(Series{"upper limit", {lo, hi}, {lh, lh}, 2, true, false, true, false, false, {}, {}});
+    c.series.push_back(
+        Series{"bias", {lo, hi}, {bias, bias}, 1, true, false, false, false, true, {}, {}});
+    c.series.push_back(Series{
+        "limits of agreement", {lo, hi}, {ll, ll}, 2, true, false, true, false, true, {}, {}});
+    c.series.push_back(
+        Series{"upper limit", {lo, hi}, {lh, lh}, 2, true, false, true, false, false, {}, {}});
   }
   r.charts.push_back(std::move(c));
   if (a.get("--format") == "text") r.tables.pop_back();  // per-row table: csv/json/xlsx only
@@ -223,7 +245,8 @@ int RunRepeatability(const Args& a) {
   if (!Require(cmd, a, {"--value", "--subject"})) return kExitUsage;
   CsvTable csv;
   std::vector<double> x;
-  if (!LoadCsv(cmd, a.file, csv) || !NumericColumn(cmd, csv, a.get("--value"), x)) return kExitInput;
+  if (!LoadCsv(cmd, a.file, csv) || !NumericColumn(cmd, csv, a.get("--value"), x))
+    return kExitInput;
   const int sc = TextColumnIndex(cmd, csv, a.get("--subject"));
   if (sc < 0) return kExitInput;
   ToMarker(x);
@@ -231,7 +254,8 @@ int RunRepeatability(const Args& a) {
   const std::vector<double> subj = SubjectCodes(csv, sc, k);
   const double alpha = a.number("--alpha");
   double sw = 0, lo = 0, hi = 0;
-  const int st = Cpp_GetRepeatability(x.data(), static_cast<int>(x.size()), subj.data(), alpha, &sw, &lo, &hi);
+  const int st =
+      Cpp_GetRepeatability(x.data(), static_cast<int>(x.size()), subj.data(), alpha, &sw, &lo, &hi);
   if (st != 0) {
     Fail(cmd, "library status " + std::to_string(st));
     return ExitForStatus(st);
@@ -270,8 +294,9 @@ int RunPassingBablok(const Args& a) {
   const int st = fn(x.data(), n, y.data(), option, alpha, &ia, &al, &ah, &b, &bl, &bh, fit.data(),
                     res.data(), dif.data(), dist.data(), &cus, &crit, &p);
   if (st == VELKOR_PAB_NEGATIVE_TAU) {
-    Fail(cmd, "the methods are negatively associated (Kendall tau < 0; library status -10); "
-              "--allow-negative fits them anyway");
+    Fail(cmd,
+         "the methods are negatively associated (Kendall tau < 0; library status -10); "
+         "--allow-negative fits them anyway");
     return kExitDataBase + 10;
   }
   if (st != 0) {
@@ -335,9 +360,10 @@ int RunDeming(const Args& a) {
                                  static_cast<int>(a.number("--max-iter")), a.number("--tol"),
                                  coef.data(), info.data(), fit.data(), res.data());
   else
-    st = VB_DemingRegression(x.data(), y.data(), n, lambda, alpha, coef.data(), fit.data(), res.data());
+    st = VB_DemingRegression(x.data(), y.data(), n, lambda, alpha, coef.data(), fit.data(),
+                             res.data());
   if (st != 0) {
-    Fail(cmd, st == -2 ? "fewer than 3 complete rows or subjects (library status -2)"
+    Fail(cmd, st == -2   ? "fewer than 3 complete rows or subjects (library status -2)"
               : st == -5 ? "the fit is undefined (library status -5)"
                          : "library status " + std::to_string(st));
     return ExitForStatus(st);

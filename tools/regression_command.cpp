@@ -23,7 +23,8 @@ const Command kCoxCommand{
      {"--status", "COL", "status column: the event code is an event, other values censored", ""},
      {"--event-code", "K", "status value of an event", "1"},
      {"--covariates", "COLS", "numeric covariates, comma-separated", ""},
-     {"--factors", "COLS", "qualitative covariates (indicator columns, first level as reference)", ""},
+     {"--factors", "COLS", "qualitative covariates (indicator columns, first level as reference)",
+      ""},
      {"--strata", "COL", "stratum column (numbers or text)", ""},
      {"--weight", "COL", "case weights of the event terms", ""},
      {"--ties", "T", "breslow or efron (the flat form computes Breslow for both)", "breslow"},
@@ -42,9 +43,11 @@ const Command kSurvregCommand{
      {"--time2", "COL", "upper bound of interval-censored rows (code 3)", ""},
      {"--status", "COL", "status column", ""},
      {"--event-code", "K", "status value of an event; other values right-censored", "1"},
-     {"--codes", "", "the status column holds the codes 1 event, 0 right, 2 left, 3 interval censored", ""},
+     {"--codes", "",
+      "the status column holds the codes 1 event, 0 right, 2 left, 3 interval censored", ""},
      {"--covariates", "COLS", "numeric covariates, comma-separated", ""},
-     {"--factors", "COLS", "qualitative covariates (indicator columns, first level as reference)", ""},
+     {"--factors", "COLS", "qualitative covariates (indicator columns, first level as reference)",
+      ""},
      {"--weight", "COL", "observation weights", ""},
      {"--dist", "D", "exponential, weibull or lognormal", "weibull"},
      {"--selection", "S", "none, forward or backward", "none"},
@@ -89,8 +92,8 @@ struct Design {
   std::vector<std::string> columnNames;  // one per column of x
   std::vector<int> varCoefs;             // columns of each variable
   std::vector<std::string> varNames;
-  std::vector<double> x;                 // rows used x columns, column-major
-  std::vector<std::size_t> rows;         // CSV rows used
+  std::vector<double> x;          // rows used x columns, column-major
+  std::vector<std::size_t> rows;  // CSV rows used
 };
 
 // Rows used: every listed numeric column and factor present. `extra` are numeric columns that
@@ -171,8 +174,9 @@ int RunCox(const Args& a) {
   const std::string& back = a.get("--back-statistic");
   if ((sel != "none" && sel != "forward" && sel != "backward") ||
       (ties != "breslow" && ties != "efron") || (back != "wald" && back != "lr")) {
-    Fail(cmd, "--selection must be none|forward|backward, --ties breslow|efron, "
-              "--back-statistic wald|lr (velkor cox --help)");
+    Fail(cmd,
+         "--selection must be none|forward|backward, --ties breslow|efron, "
+         "--back-statistic wald|lr (velkor cox --help)");
     return kExitUsage;
   }
   CsvTable csv;
@@ -205,7 +209,8 @@ int RunCox(const Args& a) {
         levels.emplace_back(csv.field(i, static_cast<std::size_t>(sc)));
     SortLabels(levels);
     for (std::size_t k = 0; k < levels.size(); ++k) code[levels[k]] = static_cast<double>(k + 1);
-    for (std::size_t i : d.rows) strata.push_back(code[std::string(csv.field(i, static_cast<std::size_t>(sc)))]);
+    for (std::size_t i : d.rows)
+      strata.push_back(code[std::string(csv.field(i, static_cast<std::size_t>(sc)))]);
     m = static_cast<int>(levels.size());
   }
   const int V = static_cast<int>(d.varCoefs.size());
@@ -214,15 +219,18 @@ int RunCox(const Args& a) {
   std::vector<double> beta(static_cast<std::size_t>(p)), stats(12), tests(9),
       coef(static_cast<std::size_t>(p) * 9), steps(static_cast<std::size_t>(V) * 4, VELKOR_MISSING);
   std::vector<int> varStep(static_cast<std::size_t>(V));
-  const int st = RunCoxReg(time.data(), status.data(), weights.empty() ? nullptr : weights.data(),
-                           d.x.data(), strata.empty() ? nullptr : strata.data(), nullptr, n, p, m,
-                           ties == "efron" ? 1 : 0, &maxIter, a.number("--tol"),
-                           sel == "forward" ? 0 : sel == "backward" ? 1 : -1, a.number("--threshold"),
-                           back == "wald" ? 0 : 1, V, d.varCoefs.data(), a.number("--alpha"), 0, 0,
-                           beta.data(), stats.data(), tests.data(), coef.data(), &z, steps.data(),
-                           varStep.data(), &nFinal, nullptr, nullptr, nullptr, nullptr);
+  const int st =
+      RunCoxReg(time.data(), status.data(), weights.empty() ? nullptr : weights.data(), d.x.data(),
+                strata.empty() ? nullptr : strata.data(), nullptr, n, p, m, ties == "efron" ? 1 : 0,
+                &maxIter, a.number("--tol"),
+                sel == "forward"    ? 0
+                : sel == "backward" ? 1
+                                    : -1,
+                a.number("--threshold"), back == "wald" ? 0 : 1, V, d.varCoefs.data(),
+                a.number("--alpha"), 0, 0, beta.data(), stats.data(), tests.data(), coef.data(), &z,
+                steps.data(), varStep.data(), &nFinal, nullptr, nullptr, nullptr, nullptr);
   if (st != 0) {
-    Fail(cmd, st == -1 ? "a status value lies outside [0, 1] (library status -1)"
+    Fail(cmd, st == -1   ? "a status value lies outside [0, 1] (library status -1)"
               : st == -2 ? "fewer than two rows (library status -2)"
               : st == -3 ? "no event in the data (library status -3)"
               : st == -5 ? "the selection failed (library status -5)"
@@ -232,23 +240,27 @@ int RunCox(const Args& a) {
   Report r;
   r.command = cmd;
   r.title = "Cox regression of " + a.file;
-  for (const char* o : {"--time", "--status", "--event-code", "--covariates", "--factors", "--strata",
-                        "--weight", "--ties", "--selection", "--threshold", "--back-statistic",
-                        "--max-iter", "--tol", "--alpha"})
+  for (const char* o : {"--time", "--status", "--event-code", "--covariates", "--factors",
+                        "--strata", "--weight", "--ties", "--selection", "--threshold",
+                        "--back-statistic", "--max-iter", "--tol", "--alpha"})
     if (a.has(o)) r.options.emplace_back(o + 2, a.get(o));
-  r.notes.push_back(std::to_string(n) + " rows used, " + std::to_string(csv.rows() - d.rows.size()) +
-                    " left out (missing values); " + std::to_string(m) + " strat" +
-                    (m == 1 ? "um" : "a") + "; " + std::to_string(maxIter) + " iterations");
-  const std::string level = std::to_string(static_cast<int>(std::lround(100 * (1 - a.number("--alpha"))))) + "%";
+  r.notes.push_back(std::to_string(n) + " rows used, " +
+                    std::to_string(csv.rows() - d.rows.size()) + " left out (missing values); " +
+                    std::to_string(m) + " strat" + (m == 1 ? "um" : "a") + "; " +
+                    std::to_string(maxIter) + " iterations");
+  const std::string level =
+      std::to_string(static_cast<int>(std::lround(100 * (1 - a.number("--alpha"))))) + "%";
   Table ct{"coefficients", "Coefficients and hazard ratios", {}};
   ct.text("term");
-  const char* heads[8] = {"coefficient", "std. error", "Wald chi-square", "p-value", "hazard ratio", "lower ", "upper ", "in model"};
+  const char* heads[8] = {"coefficient",  "std. error", "Wald chi-square", "p-value",
+                          "hazard ratio", "lower ",     "upper ",          "in model"};
   for (int c = 0; c < 8; ++c) {
     std::string h = heads[c];
     if (c == 5 || c == 6) h += level;
     Column& col = ct.num(h, c == 7 ? 0 : 4);
     col.pvalue = c == 3;
-    for (int j = 0; j < p; ++j) col.v.push_back(coef[static_cast<std::size_t>(c) * p + static_cast<std::size_t>(j)]);
+    for (int j = 0; j < p; ++j)
+      col.v.push_back(coef[static_cast<std::size_t>(c) * p + static_cast<std::size_t>(j)]);
   }
   ct.columns[0].s = d.columnNames;
   r.tables.push_back(std::move(ct));
@@ -272,10 +284,13 @@ int RunCox(const Args& a) {
     stp.num("statistic", 4);
     stp.num("p-value", 4).pvalue = true;
     for (int k = 0; k < V; ++k) {
-      auto s = [&](int c) { return steps[static_cast<std::size_t>(c) * V + static_cast<std::size_t>(k)]; };
+      auto s = [&](int c) {
+        return steps[static_cast<std::size_t>(c) * V + static_cast<std::size_t>(k)];
+      };
       if (IsMissingValue(s(0))) break;
       const int var = IsMissingValue(s(3)) ? 0 : static_cast<int>(s(3));
-      stp.columns[0].s.push_back(var >= 1 && var <= V ? d.varNames[static_cast<std::size_t>(var) - 1] : "(final)");
+      stp.columns[0].s.push_back(
+          var >= 1 && var <= V ? d.varNames[static_cast<std::size_t>(var) - 1] : "(final)");
       for (int c = 0; c < 3; ++c) stp.columns[static_cast<std::size_t>(c) + 1].v.push_back(s(c));
     }
     r.tables.push_back(std::move(stp));
@@ -293,8 +308,9 @@ int RunSurvreg(const Args& a) {
   const std::string& sel = a.get("--selection");
   if ((dist != "exponential" && dist != "weibull" && dist != "lognormal") ||
       (sel != "none" && sel != "forward" && sel != "backward")) {
-    Fail(cmd, "--dist must be exponential|weibull|lognormal, --selection none|forward|backward "
-              "(velkor survreg --help)");
+    Fail(cmd,
+         "--dist must be exponential|weibull|lognormal, --selection none|forward|backward "
+         "(velkor survreg --help)");
     return kExitUsage;
   }
   CsvTable csv;
@@ -310,29 +326,36 @@ int RunSurvreg(const Args& a) {
   const double ev = a.number("--event-code");
   const bool codes = a.has("--codes");
   std::vector<double> time = Pick(v[0], d.rows, [](double x) { return x; });
-  std::vector<double> code = Pick(v[1], d.rows, [&](double x) { return codes ? x : x == ev ? 1.0 : 0.0; });
+  std::vector<double> code = Pick(v[1], d.rows, [&](double x) {
+    return codes ? x : x == ev ? 1.0 : 0.0;
+  });
   std::vector<double> weights;
   if (a.has("--weight")) weights = Pick(v[2], d.rows, [](double x) { return x; });
   std::vector<double> bounds(static_cast<std::size_t>(n) * 2, 0.0);
   for (int i = 0; i < n; ++i) {
     bounds[static_cast<std::size_t>(i)] = time[static_cast<std::size_t>(i)];
-    const double u = upper.empty() ? time[static_cast<std::size_t>(i)] : upper[d.rows[static_cast<std::size_t>(i)]];
+    const double u = upper.empty() ? time[static_cast<std::size_t>(i)]
+                                   : upper[d.rows[static_cast<std::size_t>(i)]];
     bounds[static_cast<std::size_t>(n + i)] = std::isnan(u) ? time[static_cast<std::size_t>(i)] : u;
   }
   const int distCode = dist == "exponential" ? 1 : dist == "weibull" ? 2 : 3;
   const int k = distCode == 1 ? 1 : 2, q = p + k;
   int iterations = static_cast<int>(a.number("--max-iter")), nKept = 0;
-  std::vector<double> params(static_cast<std::size_t>(q)), cov(static_cast<std::size_t>(q * q)), crit(14),
-      ptable(static_cast<std::size_t>(q) * 6), tests(9), history(static_cast<std::size_t>(std::max(p, 1)) * 4, VELKOR_MISSING),
+  std::vector<double> params(static_cast<std::size_t>(q)), cov(static_cast<std::size_t>(q * q)),
+      crit(14), ptable(static_cast<std::size_t>(q) * 6), tests(9),
+      history(static_cast<std::size_t>(std::max(p, 1)) * 4, VELKOR_MISSING),
       resid(static_cast<std::size_t>(n) * 4), kept(static_cast<std::size_t>(std::max(p, 1)));
-  const int st = Cpp_RunParamReg(time.data(), n, p, code.data(), bounds.data(), p ? d.x.data() : nullptr,
-                                 weights.empty() ? nullptr : weights.data(), distCode,
-                                 sel == "forward" ? 0 : sel == "backward" ? 1 : -1, a.number("--p-enter"),
-                                 a.number("--p-remove"), &iterations, a.number("--tol"), 0, 0.0, -1,
-                                 a.number("--alpha"), params.data(), cov.data(), crit.data(), ptable.data(),
-                                 tests.data(), history.data(), resid.data(), kept.data(), &nKept);
+  const int st = Cpp_RunParamReg(
+      time.data(), n, p, code.data(), bounds.data(), p ? d.x.data() : nullptr,
+      weights.empty() ? nullptr : weights.data(), distCode,
+      sel == "forward"    ? 0
+      : sel == "backward" ? 1
+                          : -1,
+      a.number("--p-enter"), a.number("--p-remove"), &iterations, a.number("--tol"), 0, 0.0, -1,
+      a.number("--alpha"), params.data(), cov.data(), crit.data(), ptable.data(), tests.data(),
+      history.data(), resid.data(), kept.data(), &nKept);
   if (st != 0) {
-    Fail(cmd, st == -1 ? "the fit did not converge within the iteration limit (library status -1)"
+    Fail(cmd, st == -1   ? "the fit did not converge within the iteration limit (library status -1)"
               : st == -5 ? "the fit failed (library status -5)"
                          : "library status " + std::to_string(st));
     return ExitForStatus(st);
@@ -340,30 +363,35 @@ int RunSurvreg(const Args& a) {
   Report r;
   r.command = cmd;
   r.title = "Parametric survival regression (" + dist + ") of " + a.file;
-  for (const char* o : {"--time", "--time2", "--status", "--event-code", "--codes", "--covariates", "--factors",
-                        "--weight", "--dist", "--selection", "--p-enter", "--p-remove", "--max-iter", "--tol",
-                        "--alpha"})
+  for (const char* o : {"--time", "--time2", "--status", "--event-code", "--codes", "--covariates",
+                        "--factors", "--weight", "--dist", "--selection", "--p-enter", "--p-remove",
+                        "--max-iter", "--tol", "--alpha"})
     if (a.has(o)) r.options.emplace_back(o + 2, a.get(o));
-  r.notes.push_back(std::to_string(n) + " rows used, " + std::to_string(csv.rows() - d.rows.size()) +
+  r.notes.push_back(std::to_string(n) + " rows used, " +
+                    std::to_string(csv.rows() - d.rows.size()) +
                     " left out (missing values); model of log time; " + std::to_string(iterations) +
                     " iterations");
-  const std::string level = std::to_string(static_cast<int>(std::lround(100 * (1 - a.number("--alpha"))))) + "%";
+  const std::string level =
+      std::to_string(static_cast<int>(std::lround(100 * (1 - a.number("--alpha"))))) + "%";
   Table pt{"parameters", "Parameters", {}};
   Column& term = pt.text("term");
   term.s.push_back("intercept");
   for (const std::string& c : d.columnNames) term.s.push_back(c);
   if (k == 2) pt.columns[0].s.push_back("sigma");
-  const char* heads[6] = {"estimate", "std. error", "Wald chi-square", "p-value", "lower ", "upper "};
+  const char* heads[6] = {"estimate", "std. error", "Wald chi-square",
+                          "p-value",  "lower ",     "upper "};
   for (int c = 0; c < 6; ++c) {
     std::string h = heads[c];
     if (c >= 4) h += level;
     Column& col = pt.num(h, 4);
     col.pvalue = c == 3;
-    for (int j = 0; j < q; ++j) col.v.push_back(ptable[static_cast<std::size_t>(c) * q + static_cast<std::size_t>(j)]);
+    for (int j = 0; j < q; ++j)
+      col.v.push_back(ptable[static_cast<std::size_t>(c) * q + static_cast<std::size_t>(j)]);
   }
   r.tables.push_back(std::move(pt));
   Table cr{"criteria", "Model criteria", {}};
-  cr.text("statistic").s = {"observations", "parameters", "-2 log L", "AIC", "SBC", "AICc", "iterations"};
+  cr.text("statistic").s = {"observations", "parameters", "-2 log L",  "AIC",
+                            "SBC",          "AICc",       "iterations"};
   cr.num("null model", 4).v.assign(crit.begin(), crit.begin() + 7);
   cr.num("final model", 4).v.assign(crit.begin() + 7, crit.end());
   r.tables.push_back(std::move(cr));
@@ -379,9 +407,11 @@ int RunSurvreg(const Args& a) {
   rs.num("row", 0);
   for (const char* h : {"standardised", "Cox-Snell", "martingale", "deviance"}) rs.num(h, 4);
   for (int i = 0; i < n; ++i) {
-    rs.columns[0].v.push_back(static_cast<double>(csv.line_of(d.rows[static_cast<std::size_t>(i)])));
+    rs.columns[0].v.push_back(
+        static_cast<double>(csv.line_of(d.rows[static_cast<std::size_t>(i)])));
     for (int c = 0; c < 4; ++c)
-      rs.columns[static_cast<std::size_t>(c) + 1].v.push_back(resid[static_cast<std::size_t>(c) * n + static_cast<std::size_t>(i)]);
+      rs.columns[static_cast<std::size_t>(c) + 1].v.push_back(
+          resid[static_cast<std::size_t>(c) * n + static_cast<std::size_t>(i)]);
   }
   rs.columns[0].header = "line";
   r.tables.push_back(std::move(rs));

@@ -61,11 +61,21 @@ std::string JsonString(const std::string& s) {
   std::string out = "\"";
   for (unsigned char ch : s) {
     switch (ch) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\t': out += "\\t"; break;
-      case '\r': out += "\\r"; break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
       default:
         if (ch < 0x20) {
           char buf[8];
@@ -108,7 +118,8 @@ void WriteText(const Report& r, std::FILE* out) {
     std::size_t total = 0;
     for (std::size_t w : width) total += w + 2;
     std::fprintf(out, "  %s\n", std::string(total > 2 ? total - 2 : 0, '-').c_str());
-    for (std::size_t i = 0; i < rows; ++i) line([&](std::size_t j) { return Shown(t.columns[j], i); });
+    for (std::size_t i = 0; i < rows; ++i)
+      line([&](std::size_t j) { return Shown(t.columns[j], i); });
   }
 }
 

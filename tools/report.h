@@ -43,9 +43,9 @@ struct Series {
   std::vector<double> x, y;  // missing cells break the line
   int color = 0;             // index in the palette
   bool line = true;
-  bool markers = false;      // a dot at each point
+  bool markers = false;  // a dot at each point
   bool dashed = false;
-  bool thin = false;         // confidence band or reference line
+  bool thin = false;  // confidence band or reference line
   bool legend = true;
   std::vector<double> tickX, tickY;  // censoring marks: short vertical ticks
 };
@@ -56,9 +56,9 @@ struct Chart {
   std::string name;  // file suffix and worksheet name
   std::string title, xLabel, yLabel;
   std::vector<Series> series;
-  bool unitY = false;      // y axis fixed to [0, 1]
-  bool unitSquare = false; // both axes [0, 1] (ROC)
-  bool legendLeft = false; // legend in the top left corner (rising curves)
+  bool unitY = false;       // y axis fixed to [0, 1]
+  bool unitSquare = false;  // both axes [0, 1] (ROC)
+  bool legendLeft = false;  // legend in the top left corner (rising curves)
   // Number-at-risk table under the plot, one row per group: the table's times and numbers at
   // risk; the count shown under an axis tick t is the number at risk at the first time >= t
   // (0 past the last time).

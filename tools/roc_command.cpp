@@ -22,10 +22,13 @@ const Command kRocCommand{
      {"--positive", "LABEL", "status value of the truly positive rows", "1"},
      {"--marker", "COLS", "test variable(s), comma-separated", ""},
      {"--weight", "COL", "frequency weights", ""},
-     {"--side", "S", "test-positive side: 1 value >= t, 2 value <= t, 3 value > t, 4 value < t", "1"},
-     {"--se-method", "M", "standard error of the AUC: delong, hanley (Hanley-McNeil), bamber", "delong"},
+     {"--side", "S", "test-positive side: 1 value >= t, 2 value <= t, 3 value > t, 4 value < t",
+      "1"},
+     {"--se-method", "M", "standard error of the AUC: delong, hanley (Hanley-McNeil), bamber",
+      "delong"},
      {"--tail", "T", "test of AUC = 0.5: two, lower, upper", "two"},
-     {"--interval", "M", "interval method of Se and Sp: 0 Wald, 1 adjusted Wald, 2 Wilson, 3 Clopper-Pearson", "3"},
+     {"--interval", "M",
+      "interval method of Se and Sp: 0 Wald, 1 adjusted Wald, 2 Wilson, 3 Clopper-Pearson", "3"},
      {"--prior", "P", "prior prevalence for the predictive values (0 = sample prevalence)", "0"}}};
 
 namespace {
@@ -87,7 +90,8 @@ int RunRoc(const Args& a) {
       continue;
     }
     double num = 0;
-    const bool isPositive = f == positive || (positiveIsNumber && ParseNumber(f, num) && num == positiveNumber);
+    const bool isPositive =
+        f == positive || (positiveIsNumber && ParseNumber(f, num) && num == positiveNumber);
     status.push_back(isPositive ? 1.0 : 0.0);
     weights.push_back(w.empty() ? 1.0 : w[i]);
     for (std::size_t m = 0; m < markers.size(); ++m) x[m].push_back(values[m][i]);
@@ -111,11 +115,12 @@ int RunRoc(const Args& a) {
                     " left out (missing values)");
 
   const int level = static_cast<int>(std::lround(100 * (1 - alpha)));
-  const std::string lo = "lower " + std::to_string(level) + "%", hi = "upper " + std::to_string(level) + "%";
+  const std::string lo = "lower " + std::to_string(level) + "%",
+                    hi = "upper " + std::to_string(level) + "%";
   Table auc{"auc", "Area under the ROC curve (test of AUC = 0.5, " + tail + "-sided)", {}};
   auc.text("marker");
-  for (const std::string& h : {std::string("AUC"), std::string("std. error"), lo, hi, std::string("z"),
-                               std::string("p-value")})
+  for (const std::string& h : {std::string("AUC"), std::string("std. error"), lo, hi,
+                               std::string("z"), std::string("p-value")})
     auc.num(h, 4);
   auc.columns.back().pvalue = true;
   Table curve{"curve", "ROC curve", {}};
@@ -143,30 +148,42 @@ int RunRoc(const Args& a) {
                                   seMethod, tailCode, interval, 0, prior, nullptr, 0, cv.data(),
                                   ts.data(), costs.data(), res.data(), optimal.data(), counts);
     if (st != 0) {
-      Fail(cmd, st == -2 ? "marker '" + markers[m] + "': the rows used hold no positive or no negative (library status -2)"
-                         : "internal failure (library status " + std::to_string(st) + ")");
+      Fail(cmd, st == -2
+                    ? "marker '" + markers[m] +
+                          "': the rows used hold no positive or no negative (library status -2)"
+                    : "internal failure (library status " + std::to_string(st) + ")");
       return ExitForStatus(st);
     }
     auc.columns[0].s.push_back(markers[m]);
     const int pick[6] = {0, 1, 2, 3, 4, 7};
-    for (int c = 0; c < 6; ++c) auc.columns[static_cast<std::size_t>(c) + 1].v.push_back(res[static_cast<std::size_t>(pick[c])]);
+    for (int c = 0; c < 6; ++c)
+      auc.columns[static_cast<std::size_t>(c) + 1].v.push_back(
+          res[static_cast<std::size_t>(pick[c])]);
     const int k = counts[0];
     Series s{markers[m], {}, {}, static_cast<int>(m), true, false, false, false, true, {}, {}};
     for (int j = 0; j <= k; ++j) {
       curve.columns[0].s.push_back(markers[m]);
       for (int c = 0; c < 3; ++c)
-        curve.columns[static_cast<std::size_t>(c) + 1].v.push_back(cv[static_cast<std::size_t>(c) * (R + 1) + static_cast<std::size_t>(j)]);
+        curve.columns[static_cast<std::size_t>(c) + 1].v.push_back(
+            cv[static_cast<std::size_t>(c) * (R + 1) + static_cast<std::size_t>(j)]);
       s.x.push_back(cv[static_cast<std::size_t>(j)]);
       s.y.push_back(cv[(R + 1) + static_cast<std::size_t>(j)]);
     }
     chart.series.push_back(s);
     for (int j = 0; j < k; ++j) {
-      auto t = [&](int col) { return ts[static_cast<std::size_t>(col - 1) * R + static_cast<std::size_t>(j)]; };
+      auto t = [&](int col) {
+        return ts[static_cast<std::size_t>(col - 1) * R + static_cast<std::size_t>(j)];
+      };
       thr.columns[0].s.push_back(markers[m]);
       const double sens = t(8), spec = t(9);
-      const double vals[10] = {t(1), t(2), t(3), t(4), t(5), sens, spec, t(13), t(14),
-                               IsMissingValue(sens) || IsMissingValue(spec) ? VELKOR_MISSING : sens + spec - 1};
-      for (int c = 0; c < 10; ++c) thr.columns[static_cast<std::size_t>(c) + 1].v.push_back(vals[c]);
+      const double vals[10] = {
+          t(1),  t(2),
+          t(3),  t(4),
+          t(5),  sens,
+          spec,  t(13),
+          t(14), IsMissingValue(sens) || IsMissingValue(spec) ? VELKOR_MISSING : sens + spec - 1};
+      for (int c = 0; c < 10; ++c)
+        thr.columns[static_cast<std::size_t>(c) + 1].v.push_back(vals[c]);
     }
     for (int j = 0; j < counts[1]; ++j) {
       opt.columns[0].s.push_back(markers[m]);
@@ -174,7 +191,8 @@ int RunRoc(const Args& a) {
       opt.columns[2].v.push_back(optimal[R + static_cast<std::size_t>(j)]);
     }
   }
-  chart.series.push_back(Series{"chance", {0, 1}, {0, 1}, -1, true, false, true, true, true, {}, {}});
+  chart.series.push_back(
+      Series{"chance", {0, 1}, {0, 1}, -1, true, false, true, true, true, {}, {}});
   r.tables.push_back(std::move(auc));
 
   // Paired comparison of the areas.
@@ -184,9 +202,9 @@ int RunRoc(const Args& a) {
     for (const auto& v : x) all.insert(all.end(), v.begin(), v.end());
     std::vector<double> aucs(static_cast<std::size_t>(M) * 4), cov(static_cast<std::size_t>(M * M)),
         global(3), pairs(static_cast<std::size_t>(M * (M - 1) / 2) * 8);
-    const int st = Cpp_ComputeROCComparisonsDep2(status.data(), all.data(), weights.data(), n, M,
-                                                 side, alpha, aucs.data(), cov.data(),
-                                                 global.data(), pairs.data());
+    const int st =
+        Cpp_ComputeROCComparisonsDep2(status.data(), all.data(), weights.data(), n, M, side, alpha,
+                                      aucs.data(), cov.data(), global.data(), pairs.data());
     if (st != 0) {
       Fail(cmd, "paired comparison failed (library status " + std::to_string(st) + ")");
       return ExitForStatus(st);
@@ -200,7 +218,9 @@ int RunRoc(const Args& a) {
     cmp.columns.back().pvalue = true;
     const int P = M * (M - 1) / 2;
     for (int p = 0; p < P; ++p) {
-      auto v = [&](int c) { return pairs[static_cast<std::size_t>(c) * P + static_cast<std::size_t>(p)]; };
+      auto v = [&](int c) {
+        return pairs[static_cast<std::size_t>(c) * P + static_cast<std::size_t>(p)];
+      };
       cmp.columns[0].s.push_back(markers[static_cast<std::size_t>(v(0)) - 1]);
       cmp.columns[1].s.push_back(markers[static_cast<std::size_t>(v(1)) - 1]);
       for (int c = 2; c < 8; ++c) cmp.columns[static_cast<std::size_t>(c)].v.push_back(v(c));
@@ -218,7 +238,8 @@ int RunRoc(const Args& a) {
   r.tables.push_back(std::move(curve));
   r.tables.push_back(std::move(thr));
   r.charts.push_back(std::move(chart));
-  if (a.get("--format") == "text") r.tables.resize(r.tables.size() - 2);  // curve and thresholds: csv/json/xlsx only
+  if (a.get("--format") == "text")
+    r.tables.resize(r.tables.size() - 2);  // curve and thresholds: csv/json/xlsx only
   return Emit(cmd, a, r);
 }
 

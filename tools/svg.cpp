@@ -22,11 +22,20 @@ std::string Escape(const std::string& s) {
   std::string out;
   for (char c : s) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      default: out += c;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      default:
+        out += c;
     }
   }
   return out;
@@ -117,8 +126,8 @@ std::string SvgDocument(const Chart& c) {
     << "<rect x=\"" << left << "\" y=\"" << top << "\" width=\"" << F(plotW) << "\" height=\""
     << F(plotH) << "\" fill=\"none\" stroke=\"#333\"/>\n";
   // Series, clipped to the plot area.
-  o << "<clipPath id=\"plot\"><rect x=\"" << left << "\" y=\"" << top << "\" width=\""
-    << F(plotW) << "\" height=\"" << F(plotH) << "\"/></clipPath>\n<g clip-path=\"url(#plot)\" "
+  o << "<clipPath id=\"plot\"><rect x=\"" << left << "\" y=\"" << top << "\" width=\"" << F(plotW)
+    << "\" height=\"" << F(plotH) << "\"/></clipPath>\n<g clip-path=\"url(#plot)\" "
     << "fill=\"none\" stroke-linejoin=\"round\">\n";
   for (const Series& s : c.series) {
     const std::string col = Color(s.color);
@@ -147,9 +156,9 @@ std::string SvgDocument(const Chart& c) {
             << "\" r=\"2.5\" fill=\"" << col << "\" fill-opacity=\"0.6\" stroke=\"none\"/>\n";
     for (std::size_t i = 0; i < s.tickX.size() && i < s.tickY.size(); ++i)
       if (!IsMissingValue(s.tickX[i]) && !IsMissingValue(s.tickY[i]))
-        o << "<line x1=\"" << F(px(s.tickX[i])) << "\" y1=\"" << F(py(s.tickY[i]) - 4)
-          << "\" x2=\"" << F(px(s.tickX[i])) << "\" y2=\"" << F(py(s.tickY[i]) + 4)
-          << "\" stroke=\"" << col << "\" stroke-width=\"1.2\"/>\n";
+        o << "<line x1=\"" << F(px(s.tickX[i])) << "\" y1=\"" << F(py(s.tickY[i]) - 4) << "\" x2=\""
+          << F(px(s.tickX[i])) << "\" y2=\"" << F(py(s.tickY[i]) + 4) << "\" stroke=\"" << col
+          << "\" stroke-width=\"1.2\"/>\n";
   }
   o << "</g>\n";
   // Legend (top right inside the plot).
@@ -161,8 +170,8 @@ std::string SvgDocument(const Chart& c) {
     const double lw = 40 + 6.5 * static_cast<double>(longest), lh = 8 + 18.0 * entries;
     const double lx = c.legendLeft ? left + 8 : left + plotW - lw - 8;
     const double ly = c.unitSquare ? top + plotH - lh - 8 : top + 8;
-    o << "<g><rect x=\"" << F(lx) << "\" y=\"" << F(ly) << "\" width=\"" << F(lw)
-      << "\" height=\"" << F(lh) << "\" fill=\"white\" fill-opacity=\"0.85\" stroke=\"#999\"/>\n";
+    o << "<g><rect x=\"" << F(lx) << "\" y=\"" << F(ly) << "\" width=\"" << F(lw) << "\" height=\""
+      << F(lh) << "\" fill=\"white\" fill-opacity=\"0.85\" stroke=\"#999\"/>\n";
     int k = 0;
     for (const Series& s : c.series) {
       if (!s.legend) continue;
@@ -181,16 +190,16 @@ std::string SvgDocument(const Chart& c) {
       << "</text>\n";
     for (const Chart::RiskRow& row : c.riskRows) {
       ry += 18;
-      o << "<text x=\"8\" y=\"" << F(ry) << "\" fill=\"" << Color(&row - c.riskRows.data())
-        << "\">" << Escape(row.label.substr(0, 10)) << "</text>\n";
+      o << "<text x=\"8\" y=\"" << F(ry) << "\" fill=\"" << Color(&row - c.riskRows.data()) << "\">"
+        << Escape(row.label.substr(0, 10)) << "</text>\n";
       for (double t = x0; t <= x1 + xs * 1e-6; t += xs) {
         const auto it = std::lower_bound(row.times.begin(), row.times.end(), t - xs * 1e-9);
         const std::size_t k = static_cast<std::size_t>(it - row.times.begin());
         const double count = k < row.atRisk.size() ? row.atRisk[k] : 0.0;
         char buf[32];
         std::snprintf(buf, sizeof buf, "%.0f", count);
-        o << "<text x=\"" << F(px(t)) << "\" y=\"" << F(ry) << "\" text-anchor=\"middle\">"
-          << buf << "</text>\n";
+        o << "<text x=\"" << F(px(t)) << "\" y=\"" << F(ry) << "\" text-anchor=\"middle\">" << buf
+          << "</text>\n";
       }
     }
     o << "</g>\n";

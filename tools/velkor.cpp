@@ -21,7 +21,8 @@ struct Entry {
 const Entry kEntries[] = {
     {&kKmCommand, RunKm, {"--alpha", "--event-code", "--na-variance", "--width"}},
     {&kCoxCommand, RunCox, {"--alpha", "--event-code", "--threshold", "--max-iter", "--tol"}},
-    {&kSurvregCommand, RunSurvreg,
+    {&kSurvregCommand,
+     RunSurvreg,
      {"--alpha", "--event-code", "--p-enter", "--p-remove", "--max-iter", "--tol"}},
     {&kRocCommand, RunRoc, {"--alpha", "--side", "--interval", "--prior"}},
     {&kBlandAltmanCommand, RunBlandAltman, {"--alpha", "--alpha-ci"}},

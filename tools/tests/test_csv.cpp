@@ -27,7 +27,8 @@ std::string ErrorOf(const std::string& text) {
 
 TEST(CsvReader, QuotingLineEndingsAndBlankLines) {
   const CsvTable t = Parsed(
-      "\xEF\xBB\xBF" "a,\"b c\",d\r\n"
+      "\xEF\xBB\xBF"
+      "a,\"b c\",d\r\n"
       "1,\"x, \"\"quoted\"\"\",3\r\n"
       "\n"
       "2,\"two\nlines\",\r\n"
@@ -68,7 +69,8 @@ TEST(CsvReader, ErrorsNameTheLineAndColumn) {
   EXPECT_EQ(ErrorOf("a,b\n"), "in.csv has a header row but no data rows");
   EXPECT_EQ(ErrorOf("a,b\n1,2\n3\n"), "in.csv: line 3 has 1 fields, the header has 2");
   EXPECT_EQ(ErrorOf("a,b\n1,2,3\n"), "in.csv: line 2 has 3 fields, the header has 2");
-  EXPECT_NE(ErrorOf("a,b\n1,\"2\n").find("line 2: a quoted field is not closed"), std::string::npos);
+  EXPECT_NE(ErrorOf("a,b\n1,\"2\n").find("line 2: a quoted field is not closed"),
+            std::string::npos);
   EXPECT_NE(ErrorOf("a,b\n1,\"2\"x\n").find("text after a closing quote"), std::string::npos);
   const CsvTable t = Parsed("time,status\n1,1\n2,dead\n");
   std::vector<double> v;
