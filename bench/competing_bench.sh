@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Competing-risks benchmark against R's cmprsk::cuminc on the same rows, in one run:
+#   bench/competing_bench.sh [build dir, default build/release] [data dir]
+# Prints: task, n, our wall and CPU seconds, R's (cmprsk::cuminc) wall and CPU seconds on the same
+# rows, and the ratio of CPU times R / ours (the machine may be shared: CPU time is the fair
+# measure; wall times are shown for reference).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build/release}
+dir=${2:-/tmp/velkor_competing_bench}
+Rscript bench/competing_r.R "$dir" >/dev/null
+VELKOR_BENCH_DATA="$dir" "$build/bench/bench_competing" --benchmark_format=csv \
+  --benchmark_min_time=0.2 2>/dev/null >"$dir/ours.csv"
+awk -F, '
+  FNR == 1 { file++ }
+  file == 1 && FNR > 1 { rw[$1] = $2; rc[$1] = $3 }
+  file == 2 && $1 ~ /^"BM_/ {
+    gsub(/"/, "", $1); split($1, a, "/"); task = substr(a[1], 4); n = a[2];
+    wall = $3 / 1000.0; cpu = $4 / 1000.0;   # milliseconds
+    if (task == "cuminc_equivalent")
+      printf "%-18s %8d %9.4f %9.4f %9.4f %9.4f %7.1f\n", task, n, wall, cpu, rw[n], rc[n], rc[n] / cpu;
+    else
+      printf "%-18s %8d %9.4f %9.4f %9s %9s %7s\n", task, n, wall, cpu, "-", "-", "-";
+  }
+  BEGIN { printf "%-18s %8s %9s %9s %9s %9s %7s\n", "task", "n", "ours wall", "ours CPU", "R wall", "R CPU", "R/ours" }
+' "$dir/r_times.csv" "$dir/ours.csv"

@@ -1,0 +1,289 @@
+// Competing risks: data preparation, cumulative incidence and its delta-method standard error.
+// References: hand-computed fractions, R's cmprsk::cuminc (point estimates) and the delta-method
+// variance evaluated in R from its quadratic definition (tests/reference/competing/make_mgus2.R),
+// and an O(T^2) evaluation of the same sum here against the worker's linear-time recurrence.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "competing/cumulative_incidence.h"
+#include "core/numeric.h"
+#include "reference/competing/mgus2_competing.inc"
+
+namespace {
+
+using velkor::kMissing;
+using velkor::competing::CumIncCalc;
+using velkor::competing::ReorganizeDataCum;
+namespace col = velkor::competing::cif_col;
+
+matrix<double> column(const std::vector<double>& v) {
+  return matrix<double>(static_cast<std::uint32_t>(v.size()), 1, const_cast<double*>(v.data()), 0);
+}
+
+// All-cause product-limit table of time-sorted rows (unit weights): table row j in matrix row
+// j + 1, columns 1 time, 3/6 at risk, 4 events, 5 censored, 7 p, 8 S. Returns the last row T.
+int product_limit(const std::vector<double>& t, const std::vector<double>& cause,
+                  matrix<double>& pl) {
+  pl(1, 7) = 1.0;
+  pl(1, 8) = 1.0;
+  double N = static_cast<double>(t.size()), S = 1.0;
+  int j = 0;
+  for (std::size_t i = 0; i < t.size();) {
+    double d = 0, c = 0;
+    std::size_t k = i;
+    for (; k < t.size() && t[k] == t[i]; ++k) (cause[k] != 0.0 ? d : c) += 1.0;
+    ++j;
+    pl(j + 1, 1) = t[i];
+    pl(j + 1, 3) = pl(j + 1, 6) = N;
+    pl(j + 1, 4) = d;
+    pl(j + 1, 5) = c;
+    S *= 1.0 - d / N;
+    pl(j + 1, 7) = 1.0 - d / N;
+    pl(j + 1, 8) = S;
+    N -= d + c;
+    i = k;
+  }
+  return j;
+}
+
+struct Incidence {
+  matrix<double> inc, comp;
+  int T;
+  explicit Incidence(int rows) : inc(rows, 10), comp(rows, 10), T(rows) {}
+};
+
+// Incidence of `cause` in one sorted group (offset 0).
+Incidence incidence_of(const std::vector<double>& t, const std::vector<double>& cause, int k,
+                       double alpha = 0.05) {
+  matrix<double> pl(static_cast<std::uint32_t>(t.size() + 2), 12);
+  const int T = product_limit(t, cause, pl);
+  Incidence r(T);
+  auto tm = column(t), st = column(cause);
+  CumIncCalc(T, &tm, &st, k, alpha, static_cast<int>(t.size()), 0, &pl, &r.inc, &r.comp);
+  return r;
+}
+
+// The delta-method variance of row i straight from its O(T^2) definition, reading F from column
+// 6 and e from column 3 of the finished table, n, d and S from the product-limit table.
+double quadratic_variance(matrix<double>& inc, matrix<double>& pl, int f, int i) {
+  if (i == f) {
+    const double n = pl(i + 1, 6), e = inc(i, 3);
+    return (n - e) * e / (n * n * n);
+  }
+  double v = 0.0;
+  for (int j = f; j <= i; ++j) {
+    const double n = pl(j + 1, 6), d = pl(j + 1, 4), e = inc(j, 3), S = pl(j, 8);
+    if (!(n - d > 0.0)) continue;
+    const double dF = inc(i, 6) - inc(j, 6);
+    v += d * dF * dF / (n * (n - d)) + S * S * e * (n - e) / (n * n * n) -
+         2.0 * dF * S * e / (n * n);
+  }
+  return v;
+}
+
+TEST(CumulativeIncidence, HandComputedThreeRows) {
+  // Times 1, 2, 3, causes 1, 2, 1: S = 2/3, 1/3, 0; F_1 = 1/3, 1/3, 2/3.
+  Incidence r = incidence_of({1, 2, 3}, {1, 2, 1}, 1);
+  ASSERT_EQ(r.T, 3);
+  const double F[] = {1.0 / 3, 1.0 / 3, 2.0 / 3}, overall[] = {1.0 / 3, 1.0 / 3, 1.0};
+  const double e[] = {1, 0, 1}, n[] = {3, 2, 1};
+  for (int i = 1; i <= 3; ++i) {
+    EXPECT_EQ(r.inc(i, col::kTime), i);
+    EXPECT_EQ(r.inc(i, col::kAtRisk), n[i - 1]);
+    EXPECT_EQ(r.inc(i, col::kCauseEvents), e[i - 1]);
+    EXPECT_EQ(r.inc(i, col::kAllEvents), 1.0);
+    EXPECT_NEAR(r.inc(i, col::kIncidence), F[i - 1], 1e-15);
+    // Row 2 has no failure from cause 1: its overall failure repeats row 1 (1/3, not 2/3).
+    EXPECT_NEAR(r.inc(i, col::kOverall), overall[i - 1], 1e-15);
+  }
+  // Row 1: (n - e) e / n^3 = 2/27. Row 3: 1/54 + 2/27 - 2/27 (j = 1) + 1/18 (j = 2); row 3
+  // itself (n = d = 1) contributes nothing: 2/27 again.
+  EXPECT_NEAR(r.inc(1, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
+  EXPECT_NEAR(r.inc(2, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
+  EXPECT_NEAR(r.inc(3, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
+  // Log-transformed limits, not clipped: the upper limit of row 3 exceeds 1.
+  const double z = 1.959963984540054, se = std::sqrt(2.0 / 27);
+  EXPECT_NEAR(r.inc(3, col::kLower), 2.0 / 3 * std::exp(-z * se * 1.5), 1e-14);
+  EXPECT_NEAR(r.inc(3, col::kUpper), 2.0 / 3 * std::exp(z * se * 1.5), 1e-14);
+  EXPECT_GT(r.inc(3, col::kUpper), 1.0);
+  // Complement: 1 - F, limits swapped, and column 10 the all-cause survival of the row itself.
+  EXPECT_NEAR(r.comp(3, col::kIncidence), 1.0 / 3, 1e-15);
+  EXPECT_EQ(r.comp(3, col::kLower), 1.0 - r.inc(3, col::kUpper));
+  EXPECT_EQ(r.comp(3, col::kUpper), 1.0 - r.inc(3, col::kLower));
+  EXPECT_EQ(r.comp(3, col::kStdErr), r.inc(3, col::kStdErr));
+  EXPECT_NEAR(r.comp(2, col::kOverall), 1.0 / 3, 1e-15);  // S_2, whereas inc repeats 1 - S_1
+  EXPECT_EQ(r.comp(3, col::kOverall), 0.0);
+}
+
+TEST(CumulativeIncidence, LeadingRowsFirstVarianceAndCallerColumnThree) {
+  // Cause 2 first fails at t = 3 after two failures from cause 1 (S_2 = 0.6 < 1).
+  const std::vector<double> t{1, 2, 3, 3, 4, 5}, c{1, 1, 2, 0, 2, 1};
+  Incidence r = incidence_of(t, c, 2);
+  ASSERT_EQ(r.T, 5);
+  for (int i = 1; i <= 2; ++i) {
+    for (int k = col::kIncidence; k <= col::kOverall; ++k) {
+      EXPECT_EQ(r.inc(i, k), kMissing);
+      EXPECT_EQ(r.comp(i, k), kMissing);
+    }
+  }
+  // Row 3: n = 4, e = 1; F = 1 x (4/6) / 4; variance (4 - 1) 1 / 64 without the S_2^2 factor.
+  EXPECT_NEAR(r.inc(3, col::kIncidence), 1.0 / 6, 1e-15);
+  EXPECT_NEAR(r.inc(3, col::kStdErr), std::sqrt(3.0 / 64), 1e-15);
+
+  // Column 3 is added to: a caller who passes 1 everywhere gets counts + 1.
+  matrix<double> pl(8, 12), inc(5, 10), comp(5, 10);
+  product_limit(t, c, pl);
+  for (int i = 1; i <= 5; ++i) inc(i, col::kCauseEvents) = 1.0;
+  auto tm = column(t), st = column(c);
+  CumIncCalc(5, &tm, &st, 2, 0.05, 6, 0, &pl, &inc, &comp);
+  const double expected[] = {1, 1, 2, 2, 1};
+  for (int i = 1; i <= 5; ++i) EXPECT_EQ(inc(i, col::kCauseEvents), expected[i - 1]);
+  EXPECT_NE(inc(1, col::kIncidence), kMissing);  // row 1 now "has" an event of the cause
+}
+
+TEST(CumulativeIncidence, LinearVarianceMatchesQuadraticSumWithTiesAndSaturatedRows) {
+  std::mt19937 gen(20240501);
+  std::uniform_int_distribution<int> time(1, 25), cause(0, 3);
+  for (int rep = 0; rep < 20; ++rep) {
+    const std::size_t n = 40 + 30 * rep;
+    std::vector<double> t(n), c(n);
+    for (std::size_t i = 0; i < n; ++i) {
+      t[i] = time(gen);
+      c[i] = cause(gen);
+    }
+    std::vector<std::size_t> idx(n);
+    for (std::size_t i = 0; i < n; ++i) idx[i] = i;
+    std::stable_sort(idx.begin(), idx.end(), [&](auto a, auto b) { return t[a] < t[b]; });
+    std::vector<double> ts(n), cs(n);
+    for (std::size_t i = 0; i < n; ++i) ts[i] = t[idx[i]], cs[i] = c[idx[i]];
+
+    matrix<double> pl(static_cast<std::uint32_t>(n + 2), 12);
+    const int T = product_limit(ts, cs, pl);
+    // Saturate two inner rows (n_j = d_j), as a weighted table can: they must drop out of every
+    // later variance sum, own-cause term included.
+    for (int j : {T / 3, T / 2}) pl(j + 1, 6) = pl(j + 1, 4);
+    for (int k = 1; k <= 3; ++k) {
+      matrix<double> inc(T, 10), comp(T, 10);
+      auto tm = column(ts), st = column(cs);
+      CumIncCalc(T, &tm, &st, k, 0.05, static_cast<int>(n), 0, &pl, &inc, &comp);
+      int f = 1;
+      while (f < T && inc(f, 3) <= 0) ++f;
+      double last = 0.0;
+      for (int i = f; i <= T; ++i) {
+        if (inc(i, 3) > 0) last = quadratic_variance(inc, pl, f, i);
+        const double se = last > 0 ? std::sqrt(last) : 0.0;
+        EXPECT_NEAR(inc(i, col::kStdErr), se, 1e-13 * se + 1e-17) << "rep " << rep << " row " << i;
+      }
+    }
+  }
+}
+
+TEST(CumulativeIncidence, AbsentCauseSingleRowAndOversizedT) {
+  // A cause that never occurs: rows 1 .. T-1 blank, row T blank but for a 0 standard error.
+  Incidence r = incidence_of({1, 2, 2, 4}, {1, 0, 1, 1}, 3);
+  for (int i = 1; i <= r.T; ++i) {
+    EXPECT_EQ(r.inc(i, col::kIncidence), kMissing);
+    EXPECT_EQ(r.inc(i, col::kOverall), kMissing);
+    EXPECT_EQ(r.comp(i, col::kIncidence), kMissing);
+  }
+  EXPECT_EQ(r.inc(r.T, col::kStdErr), 0.0);
+  EXPECT_EQ(r.inc(1, col::kStdErr), kMissing);
+
+  // A single row, censored: T = 1 and no previous row to repeat.
+  Incidence one = incidence_of({5}, {0}, 1);
+  EXPECT_EQ(one.inc(1, col::kIncidence), kMissing);
+  EXPECT_EQ(one.inc(1, col::kUpper), kMissing);
+  EXPECT_EQ(one.inc(1, col::kStdErr), 0.0);
+
+  // T beyond the product-limit table: the extra rows have no time, the estimate carries on.
+  const std::vector<double> t{1, 2, 3}, c{1, 2, 1};
+  matrix<double> pl(5, 12), inc(7, 10), comp(7, 10);
+  product_limit(t, c, pl);
+  auto tm = column(t), st = column(c);
+  CumIncCalc(7, &tm, &st, 1, 0.05, 3, 0, &pl, &inc, &comp);
+  EXPECT_NEAR(inc(3, col::kIncidence), 2.0 / 3, 1e-15);
+  for (int i = 5; i <= 7; ++i) {
+    EXPECT_EQ(inc(i, col::kTime), kMissing);
+    EXPECT_EQ(inc(i, col::kAtRisk), kMissing);
+    EXPECT_EQ(inc(i, col::kIncidence), inc(3, col::kIncidence));
+    EXPECT_EQ(comp(i, col::kOverall), inc(i, col::kOverall));
+  }
+  // Bad alpha: limits are markers, the estimate is still there.
+  Incidence bad = incidence_of({1, 2, 3}, {1, 2, 1}, 1, 2.5);
+  EXPECT_EQ(bad.inc(1, col::kLower), kMissing);
+  EXPECT_NEAR(bad.inc(1, col::kIncidence), 1.0 / 3, 1e-15);
+}
+
+// mgus2: incidence of progression (1) and death (2) by sex against cmprsk::cuminc, and the
+// delta-method SE against its quadratic evaluation in R. Also F_1 + F_2 = 1 - S on every row.
+TEST(CumulativeIncidence, Mgus2AgainstCmprsk) {
+  for (int g = 1; g <= 2; ++g) {
+    std::vector<std::pair<double, double>> rows;
+    for (int i = 0; i < kMgusN; ++i)
+      if (kMgusSex[i] == g) rows.push_back({kMgusTime[i], kMgusCause[i]});
+    std::stable_sort(rows.begin(), rows.end(), [](auto& a, auto& b) { return a.first < b.first; });
+    std::vector<double> t, c;
+    for (auto& r : rows) t.push_back(r.first), c.push_back(r.second);
+    Incidence by[2] = {incidence_of(t, c, 1), incidence_of(t, c, 2)};
+    int checked = 0;
+    for (const MgusIncidence& ref : kMgusIncidence) {
+      if (ref.group != g) continue;
+      Incidence& r = by[ref.cause - 1];
+      int i = 1;
+      while (i <= r.T && r.inc(i, col::kTime) != ref.time) ++i;
+      ASSERT_LE(i, r.T);
+      EXPECT_NEAR(r.inc(i, col::kIncidence), ref.est, 1e-12 * ref.est);
+      EXPECT_NEAR(r.inc(i, col::kStdErr), ref.se, 1e-10 * ref.se);
+      ++checked;
+    }
+    EXPECT_GT(checked, 100);
+    matrix<double> pl(static_cast<std::uint32_t>(t.size() + 2), 12);
+    const int T = product_limit(t, c, pl);
+    for (int i = 1; i <= T; ++i) {
+      const double F1 = by[0].inc(i, 6), F2 = by[1].inc(i, 6);
+      if (F1 == kMissing || F2 == kMissing) continue;
+      // Column 6 repeats on rows without a failure of the cause, which is the value at t_i.
+      EXPECT_NEAR(F1 + F2, 1.0 - pl(i + 1, 8), 1e-13);
+    }
+  }
+}
+
+TEST(ReorganizeDataCum, OrdersBlocksAndDerivesAllCauseStatus) {
+  std::vector<double> t{5, 3, 9, 1, 3, 7, 2}, s{2, 0, 1, 1, 3.5, -1, 0}, g{2, 1, 2, 1, 2, 1, 2};
+  std::vector<double> all(7, 9.0), sizes{3, 4};
+  auto tm = column(t), st = column(s), gr = column(g), al = column(all), sz = column(sizes);
+  matrix<double> sizesRow(1, 2, sizes.data(), 0);
+  double mx = 0;
+  EXPECT_EQ(ReorganizeDataCum(&tm, 7, &st, &al, &gr, &sizesRow, 2, mx), 0);
+  EXPECT_EQ(mx, 9.0);
+  const double et[] = {1, 3, 7, 2, 3, 5, 9}, es[] = {1, 0, -1, 0, 3.5, 2, 1},
+               eg[] = {1, 1, 1, 2, 2, 2, 2}, ea[] = {1, 0, 1, 0, 1, 1, 1};
+  for (int i = 0; i < 7; ++i) {
+    EXPECT_EQ(tm.data[i], et[i]) << i;
+    EXPECT_EQ(st.data[i], es[i]) << i;  // no range check: negative and fractional causes kept
+    EXPECT_EQ(gr.data[i], eg[i]) << i;
+    EXPECT_EQ(al.data[i], ea[i]) << i;
+  }
+}
+
+TEST(ReorganizeDataCum, StatusCodes) {
+  auto run = [](std::vector<double> t, std::vector<double> s, int n) {
+    std::vector<double> g(t.size(), 1.0), all(t.size(), 0.0), sizes{static_cast<double>(n)};
+    auto tm = column(t), st = column(s), gr = column(g), al = column(all);
+    matrix<double> sz(1, 1, sizes.data(), 0);
+    double mx = -7;
+    const int code = ReorganizeDataCum(&tm, n, &st, &al, &gr, &sz, 1, mx);
+    return std::make_pair(code, tm.data[0]);
+  };
+  EXPECT_EQ(run({4}, {1}, 1).first, -2);
+  EXPECT_EQ(run({4, 1}, {0, 0}, 2), std::make_pair(-3, 1.0));  // warning, still ordered
+  EXPECT_EQ(run({4, 1}, {1, 1}, 2), std::make_pair(-5, 1.0));
+  EXPECT_EQ(run({4, 1}, {2, 2}, 2).first, 0);    // constant but summing to 2n: no warning
+  EXPECT_EQ(run({4, 1}, {-1, 1}, 2).first, -3);  // the sum, not the count, decides
+  EXPECT_EQ(run({4, 1, 3}, {2, 0, 1}, 2).first, 0);
+}
+
+}  // namespace
