@@ -98,6 +98,8 @@ extern const Command kCoxCommand;
 int RunCox(const Args& a);
 extern const Command kSurvregCommand;
 int RunSurvreg(const Args& a);
+extern const Command kCumincCommand;
+int RunCuminc(const Args& a);
 extern const Command kDemingCommand;
 int RunDeming(const Args& a);
 

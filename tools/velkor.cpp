@@ -24,6 +24,7 @@ const Entry kEntries[] = {
     {&kSurvregCommand,
      RunSurvreg,
      {"--alpha", "--event-code", "--p-enter", "--p-remove", "--max-iter", "--tol"}},
+    {&kCumincCommand, RunCuminc, {"--alpha", "--censor-code", "--rho"}},
     {&kRocCommand, RunRoc, {"--alpha", "--side", "--interval", "--prior"}},
     {&kBlandAltmanCommand, RunBlandAltman, {"--alpha", "--alpha-ci"}},
     {&kRepeatabilityCommand, RunRepeatability, {"--alpha"}},

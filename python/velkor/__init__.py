@@ -5,8 +5,8 @@ flat entry points through ctypes and returns pandas DataFrames when pandas is in
 arrays otherwise). Cells without a value are NaN in the results. Charts: `velkor.plot`.
 """
 from ._native import MISSING, UNBOUNDED, VelkorError, library
-from .analyses import bland_altman, cox, deming, km, passing_bablok, repeatability, roc, survreg
+from .analyses import bland_altman, cox, cuminc, deming, km, passing_bablok, repeatability, roc, survreg
 
 __all__ = ["MISSING", "UNBOUNDED", "VelkorError", "library", "km", "roc", "bland_altman", "repeatability",
-           "passing_bablok", "deming", "cox", "survreg"]
+           "passing_bablok", "deming", "cox", "survreg", "cuminc"]
 __version__ = "0.1.0"

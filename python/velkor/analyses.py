@@ -561,3 +561,88 @@ def survreg(time, status, covariates=None, factors=None, data=None, event_code: 
                             "df": to_nan(tests[0:3]), "chi-square": to_nan(tests[3:6]), "p-value": to_nan(tests[6:9])}),
             "residuals": table({"line": rows + 2.0, "standardised": to_nan(r[0]), "Cox-Snell": to_nan(r[1]),
                                 "martingale": to_nan(r[2]), "deviance": to_nan(r[3])})}
+
+
+def cuminc(time, status, data=None, group=None, strata=None, censor_code: float = 0, rho: float = 0.0,
+           alpha: float = 0.05):
+    """Cumulative incidence of competing risks (`velkor cuminc`): tables incidence and, with two
+    groups or more, gray_test. Causes are the status values other than `censor_code`, numbered
+    in order of first appearance."""
+    lib = library()
+    t = np.asarray(as_column(data, time), dtype=np.float64)
+    s = np.asarray(as_column(data, status), dtype=np.float64)
+    n0 = len(t)
+    g = ["all"] * n0 if group is None else [None if _missing_label(v) else _label(v) for v in as_column(data, group)]
+    k = None if strata is None else [None if _missing_label(v) else _label(v) for v in as_column(data, strata)]
+    if len(s) != n0 or len(g) != n0 or (k is not None and len(k) != n0):
+        raise ValueError("every column must have the same length")
+    keep = ~(np.isnan(t) | np.isnan(s)) & np.array([v is not None for v in g], dtype=bool)
+    if k is not None:
+        keep &= np.array([v is not None for v in k], dtype=bool)
+    rows = np.flatnonzero(keep)
+    n = len(rows)
+    glabels = _level_order(list(dict.fromkeys(g[i] for i in rows)))
+    gcode = {lab: j + 1.0 for j, lab in enumerate(glabels)}
+    groups = np.ascontiguousarray([gcode[g[i]] for i in rows], dtype=np.float64)
+    st_keys = None
+    if k is not None:
+        slabels = _level_order(list(dict.fromkeys(k[i] for i in rows)))
+        scode = {lab: j + 1.0 for j, lab in enumerate(slabels)}
+        st_keys = np.ascontiguousarray([scode[k[i]] for i in rows], dtype=np.float64)
+    times = np.ascontiguousarray(t[rows])
+    stat = np.ascontiguousarray(s[rows])
+    causes = np.zeros(max(n, 1))
+    recoded = np.zeros(max(n, 1))
+    ncauses = ctypes.c_uint(0)
+    check("Cpp_CheckStatusFormat", lib.Cpp_CheckStatusFormat(ptr(stat), n, ptr(causes), ctypes.byref(ncauses),
+                                                             int(censor_code), ptr(recoded)))
+    G = len(glabels)
+    sizes = np.zeros(max(G, 1))
+    for v in groups:
+        sizes[int(v) - 1] += 1
+    all_cause = np.zeros(n)
+    max_time = _c_double(0)
+    check("Cpp_ReorganizeDataCum", lib.Cpp_ReorganizeDataCum(ptr(times), n, ptr(recoded), ptr(all_cause), ptr(groups),
+                                                             ptr(sizes), G, ctypes.byref(max_time)), warnings_ok=(-3, -5))
+    level = round(100 * (1 - alpha))
+    heads = ["time", "at risk", "failures", "events (all causes)", "censored", "incidence", "std. error",
+             f"lower {level}%", f"upper {level}%"]
+    cols = {"group": [], "cause": [], **{h: [] for h in heads}}
+    offset = 0
+    names = ["all"] if group is None else glabels
+    for gi in range(G):
+        ng = int(sizes[gi])
+        R = ng + 2
+        pl = np.zeros(R * 12)
+        last, totals = np.zeros(1), np.zeros(1)
+        ones = np.ones(max(ng, 1))
+        tb = np.ascontiguousarray(times[offset:offset + ng])
+        ab = np.ascontiguousarray(all_cause[offset:offset + ng])
+        lib.RunLife(ptr(tb), ptr(ab), ptr(ones), ng, None, 0, 0, 1, 0, _c_double(0.0), R, ptr(pl), ptr(last),
+                    ptr(totals))
+        T = int(last[0])
+        for c in range(1, ncauses.value + 1):
+            ic = np.zeros(max(T, 1) * 10)
+            comp = np.zeros(max(T, 1) * 10)
+            lib.Cpp_CumIncCalc(T, n, ptr(times), ptr(recoded), c, _c_double(alpha), ng, offset, ptr(pl), ptr(ic),
+                               ptr(comp))
+            m = ic[:T * 10].reshape(10, T) if T > 0 else np.zeros((10, 0))
+            label = f"{causes[c - 1]:g}"
+            for j in range(T):
+                cols["group"].append(names[gi])
+                cols["cause"].append(label)
+                for col, h in enumerate(heads):
+                    cols[h].append(m[col, j])
+        offset += ng
+    out = {"incidence": table({kk: (np.array(vv, dtype=object) if kk in ("group", "cause")
+                                    else to_nan(np.array(vv, dtype=np.float64))) for kk, vv in cols.items()})}
+    if G >= 2:
+        nc = ncauses.value
+        tests = np.zeros(nc * 3)
+        check("Cpp_GrayTest", lib.Cpp_GrayTest(ptr(times), ptr(recoded), ptr(groups),
+                                               None if st_keys is None else ptr(st_keys), n, 0, _c_double(rho), nc, G,
+                                               ptr(tests), None, None))
+        tt = tests.reshape(3, nc)
+        out["gray_test"] = table({"cause": np.array([f"{v:g}" for v in causes[:nc]], dtype=object),
+                                  "statistic": to_nan(tt[0]), "df": to_nan(tt[1]), "p-value": to_nan(tt[2])})
+    return out
