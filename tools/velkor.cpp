@@ -38,7 +38,7 @@ void Usage(std::FILE* out) {
                "commands:\n");
   for (const Entry& e : kEntries)
     std::fprintf(out, "  %-15s %s\n", e.command->name.c_str(),
-                 e.command->summary.substr(0, e.command->summary.find_first_of(":,\n")).c_str());
+                 e.command->summary.substr(0, e.command->summary.find_first_of(":,(\n")).c_str());
   std::fprintf(out,
                "  selftest        build containers over OLE Automation arrays through the exports\n"
                "  version         print the version\n"
