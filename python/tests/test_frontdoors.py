@@ -270,3 +270,39 @@ def test_cuminc_tool_and_python_agree_bit_for_bit(tmp_path):
     inc = py["incidence"]
     sel = (inc["group"] == "F") & (inc["cause"] == "1") & (inc["time"] <= 60)
     assert inc["incidence"][sel].iloc[-1] == pytest.approx(0.03978962, abs=1e-8)
+
+
+OPTION_CASES = [
+    (["km", str(LUNG), "--time", "time", "--status", "status", "--event-code", "2", "--group", "ph.ecog",
+      "--weight", "age", "--na-variance", "3", "--alpha", "0.1", "--life-table", "--width", "150"],
+     lambda: velkor.km("time", "status", group="ph.ecog", weight="age", data=pd.read_csv(LUNG), event_code=2,
+                       na_variance=3, alpha=0.1, life_table=True, width=150)),
+    ([*ROC_ARGS, "--se-method", "hanley", "--tail", "upper", "--side", "3", "--interval", "2", "--prior", "0.3"],
+     lambda: velkor.roc("outcome", ["s100b", "ndka"], data=pd.read_csv(ASAH), positive="Poor", se_method="hanley",
+                        tail="upper", side=3, interval=2, prior=0.3)),
+    ([*ROC_ARGS[:-1], "wfns", "--se-method", "bamber", "--tail", "lower", "--side", "2"],
+     lambda: velkor.roc("outcome", "wfns", data=pd.read_csv(ASAH), positive="Poor", se_method="bamber",
+                        tail="lower", side=2)),
+]
+
+
+@needs_tool
+@pytest.mark.parametrize("args,call", OPTION_CASES, ids=["km-options", "roc-hanley-upper", "roc-bamber-lower"])
+def test_options_reach_the_library_the_same_way(args, call):
+    """Every option maps to the same library argument in the tool and the package (rows with a
+    missing group, here ph.ecog, are left out by both)."""
+    compare(json.loads(run([*args, "--format", "json"]).stdout), call())
+
+
+@needs_tool
+def test_quoted_labels_and_missing_cells_through_the_tool(tmp_path):
+    f = tmp_path / "q.csv"
+    f.write_text('time,status,arm\r\n5,1,"A, low"\r\n8,0,"A, low"\r\n3,1,"B ""high"""\r\n'
+                 '9,1,"B ""high"""\r\nNA,1,"A, low"\r\n12,1,\r\n7,0,"B ""high"""\r\n')
+    tool = json.loads(run(["km", str(f), "--time", "time", "--status", "status", "--group", "arm",
+                           "--format", "json"]).stdout)
+    assert tool["tables"]["summary"]["group"] == ["A, low", 'B "high"']
+    assert tool["tables"]["summary"]["n"] == [2, 3]
+    assert "5 rows used, 2 left out" in tool["notes"][0]
+    out = run(["km", str(f), "--time", "time", "--status", "status", "--group", "arm", "--format", "csv"]).stdout
+    assert '"A, low",2,' in out and '"B ""high""",3,' in out

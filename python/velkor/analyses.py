@@ -40,13 +40,14 @@ def _missing_label(v) -> bool:
 
 
 def km(time, status, group=None, weight=None, data=None, event_code: float = 1, alpha: float = 0.05,
-       na_variance: int = 1):
+       na_variance: int = 1, life_table: bool = False, width: float | None = None):
     """Kaplan-Meier analysis (the tool's `velkor km`): tables summary, product_limit,
     nelson_aalen, mean, quartiles and, with two groups or more, tests and pairwise.
 
     time, status, group, weight: arrays, or column names of `data` (a DataFrame or dict).
     A status equal to `event_code` is an event, any other value censored. Rows with a missing
-    time, status, group or weight are left out.
+    time, status, group or weight are left out. `life_table` adds the actuarial life table
+    (intervals of `width`, default the largest time / 10).
     """
     lib = library()
     t = np.asarray(as_column(data, time), dtype=np.float64)
@@ -165,6 +166,24 @@ def km(time, status, group=None, weight=None, data=None, event_code: float = 1, 
             "test": np.array([names[int(v) - 1] for v in p[2]], dtype=object),
             "chi-square": to_nan(p[3]), "p-value": to_nan(p[4]), "Bonferroni": to_nan(p[5]),
             "Holm": to_nan(p[6])})
+    if life_table:
+        w_in = float(width) if width is not None else 0.0
+        w_eff = w_in if w_in > 0 else max_time.value / 10
+        LR = int(min(1e6, np.ceil(max_time.value / (w_eff if w_eff > 0 else 1)) + 2))
+        lt = np.zeros(G * LR * 12)
+        ll, lt2 = np.zeros(G), np.zeros(G)
+        lib.RunLife(ptr(times), ptr(stat), ptr(wts), n, ptr(sizes), G, 0, 1, -1, _c_double(w_in), LR, ptr(lt),
+                    ptr(ll), ptr(lt2))
+        heads = ["start", "end", "entering", "deaths", "withdrawn", "at risk", "cond. survival", "survival", "hazard"]
+        cols = [1, 2, 3, 4, 5, 6, 7, 8, 10]
+        life = {"group": [], **{h: [] for h in heads}}
+        L = lt.reshape(G, 12, LR)
+        for gi in range(G):
+            for j in range(1, int(ll[gi]) + 1):
+                life["group"].append(name[gi])
+                for h, c in zip(heads, cols):
+                    life[h].append(L[gi, c - 1, j])
+        out["life_table"] = finish(life)
     return out
 
 
