@@ -50,6 +50,20 @@ bool WriteXlsx(const Report& r, const std::string& path, std::string& error) {
   error = "this velkor was built without libxlsxwriter: --xlsx is not available";
   return false;
 #else
+  // A worksheet holds 1,048,576 rows (one for the header): refuse rather than truncate.
+  constexpr std::size_t kMaxRows = 1048575;
+  for (const Table& t : r.tables)
+    if (t.rows() > kMaxRows) {
+      error = "table '" + t.name + "' has " + std::to_string(t.rows()) +
+              " rows, more than a worksheet holds; use --format csv";
+      return false;
+    }
+  for (const Chart& c : r.charts)
+    for (const Series& s : c.series)
+      if (s.x.size() > kMaxRows || s.tickX.size() > kMaxRows) {
+        error = "chart '" + c.name + "' has more points than a worksheet holds";
+        return false;
+      }
   lxw_workbook* wb = workbook_new(path.c_str());
   if (!wb) {
     error = "cannot create " + path;
