@@ -3,25 +3,57 @@
 #include <cstring>
 #include <string>
 
-#include "km_command.h"
+#include "commands.h"
 #include "velkor/VELKORLI1M.h"
 #include "velkor/containers.h"
 #include "velkor/oleauto.h"
 
 namespace {
 
-int usage() {
-  std::puts(
-      "usage: velkor <command> [options]\n"
-      "commands:\n"
-      "  km         Kaplan-Meier analysis of a CSV file (velkor km --help)\n"
-      "  selftest   build containers over OLE Automation arrays through the library's exports");
-  return 2;
+using namespace velkor_cli;
+
+struct Entry {
+  const Command* command;
+  int (*run)(const Args&);
+  std::vector<std::string> numeric;
+};
+
+const Entry kEntries[] = {
+    {&kKmCommand, RunKm, {"--alpha", "--event-code", "--na-variance", "--width"}},
+    {&kCoxCommand, RunCox, {"--alpha", "--event-code", "--threshold", "--max-iter", "--tol"}},
+    {&kSurvregCommand,
+     RunSurvreg,
+     {"--alpha", "--event-code", "--p-enter", "--p-remove", "--max-iter", "--tol"}},
+    {&kCumincCommand, RunCuminc, {"--alpha", "--censor-code", "--rho"}},
+    {&kRocCommand, RunRoc, {"--alpha", "--side", "--interval", "--prior"}},
+    {&kBlandAltmanCommand, RunBlandAltman, {"--alpha", "--alpha-ci"}},
+    {&kRepeatabilityCommand, RunRepeatability, {"--alpha"}},
+    {&kPassingBablokCommand, RunPassingBablok, {"--alpha"}},
+    {&kDemingCommand, RunDeming, {"--alpha", "--lambda", "--max-iter", "--tol"}},
+};
+
+void Usage(std::FILE* out) {
+  std::fprintf(out,
+               "usage: velkor <command> FILE.csv [options]      (velkor <command> --help)\n"
+               "commands:\n");
+  for (const Entry& e : kEntries)
+    std::fprintf(out, "  %-15s %s\n", e.command->name.c_str(),
+                 e.command->summary.substr(0, e.command->summary.find_first_of(":,(\n")).c_str());
+  std::fprintf(out,
+               "  selftest        build containers over OLE Automation arrays through the exports\n"
+               "  version         print the version\n"
+               "Input: CSV with a header row (RFC 4180); empty cells and NA are missing values.\n"
+               "Output: aligned tables on stdout, or --format csv|json; --svg and --xlsx reports.\n"
+               "Exit codes: 0 success (data warnings go to stderr); 2 usage error; 3 input error\n"
+               "(file, column, cell); 4 a report file cannot be written; 10 + |s| when the\n"
+               "library stops on data condition s (11: status out of range, 12: too few\n"
+               "observations, 15: fit failed); 20 + s for an internal failure s (21 out of\n"
+               "memory, 22 internal error, 23 null array).\n");
 }
 
 // Builds a two-column record array as a spreadsheet macro would and reads it back through the
 // exported matrix3D constructor and accessors.
-int selftest() {
+int Selftest() {
   const double times[] = {5, 8, 12, 20};
   SAFEARRAY* values = SafeArrayCreateVector(VT_R8, 1, 4);
   for (LONG i = 0; i < 4; ++i) {
@@ -59,14 +91,32 @@ int selftest() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) return usage();
-  if (std::strcmp(argv[1], "selftest") == 0) return selftest();
-  if (std::strcmp(argv[1], "km") == 0) {
-    if (argc == 2 || std::strcmp(argv[2], "--help") == 0) {
-      std::puts(velkor_cli::KmUsage());
-      return argc == 2 ? 2 : 0;
-    }
-    return velkor_cli::RunKmCommand(argc - 2, argv + 2);
+  if (argc < 2) {
+    Usage(stderr);
+    return kExitUsage;
   }
-  return usage();
+  const std::string sub = argv[1];
+  if (sub == "--help" || sub == "-h" || sub == "help") {
+    Usage(stdout);
+    return kExitOk;
+  }
+  if (sub == "--version" || sub == "version") {
+    std::puts(VersionString());
+    return kExitOk;
+  }
+  if (sub == "selftest") return Selftest();
+  for (const Entry& e : kEntries) {
+    if (sub != e.command->name) continue;
+    Args a;
+    const int parsed = Parse(*e.command, argc - 2, argv + 2, a, e.numeric);
+    if (parsed >= 0) return parsed;
+    try {
+      return e.run(a);
+    } catch (const std::exception& ex) {
+      Fail(sub, ex.what());
+      return kExitInternalBase + 2;
+    }
+  }
+  std::fprintf(stderr, "velkor: error: unknown command '%s' (velkor --help)\n", sub.c_str());
+  return kExitUsage;
 }
