@@ -45,14 +45,14 @@ double variant_to_double(const VARIANT& v) {
 }
 
 std::u16string variant_to_string(const VARIANT& v) {
-  if (v.vt == VT_BSTR) {
-    return v.bstrVal ? std::u16string(v.bstrVal, SysStringLen(v.bstrVal)) : std::u16string();
-  }
+  if (v.vt == VT_BSTR) return velkor::FromBSTR(v.bstrVal);
   VARIANT out;
   VariantInit(&out);
   std::u16string s;
-  if (SUCCEEDED(VariantChangeType(&out, &v, 0, VT_BSTR)) && out.vt == VT_BSTR && out.bstrVal) {
-    s.assign(out.bstrVal, SysStringLen(out.bstrVal));
+  // Windows declares the source argument non-const; it is only read.
+  if (SUCCEEDED(VariantChangeType(&out, const_cast<VARIANT*>(&v), 0, VT_BSTR)) &&
+      out.vt == VT_BSTR) {
+    s = velkor::FromBSTR(out.bstrVal);
   }
   VariantClear(&out);
   return s;
@@ -185,6 +185,43 @@ void fill_from_cube(const SAFEARRAY* a, VARTYPE vt, std::uint32_t k, matrix<doub
 
 }  // namespace
 
+template <class T>
+matrix3DBase<T>::~matrix3DBase() {
+  clear();
+}
+
+template <class T>
+typename matrix3DBase<T>::Value matrix3DBase<T>::getElement(int k, int i) {
+  return read(k, i);
+}
+
+template <class T>
+typename matrix3DBase<T>::Value matrix3DBase<T>::vbget(int k, int i) {
+  return read(k - 1, i - 1);
+}
+
+template <class T>
+void matrix3DBase<T>::setElement(int k, int i, Value v) {
+  write(k, i, v);
+}
+
+template <class T>
+void matrix3DBase<T>::vbset(int k, int i, Value v) {
+  write(k - 1, i - 1, v);
+}
+
+template <class T>
+typename matrix3DBase<T>::Slice& matrix3DBase<T>::operator()(int k) {
+  return *slices[static_cast<std::size_t>(k - 1)];
+}
+
+template <class T>
+void matrix3DBase<T>::clear() {
+  for (Slice* s : slices) delete s;
+  slices.clear();
+  nSlices = 0;
+}
+
 // A slice number outside the object, an empty slot or a slice without entries has no spare
 // element of its own: reads give a default value and stores are dropped.
 template <class T>
@@ -246,7 +283,7 @@ matrix3D<T>::matrix3D(SAFEARRAY* records, int maxSlices) requires VectorSlices<T
       auto* col = new Slice();
       this->slices.push_back(col);
       this->nSlices = static_cast<std::int32_t>(this->slices.size());
-      if (recs[r].name) col->name.assign(recs[r].name, SysStringLen(recs[r].name));
+      col->name = velkor::FromBSTR(recs[r].name);
       col->role = recs[r].role;
       col->entries.push_back(column_values<typename Matrix3DSlice<T>::value>(recs[r].values));
     }
@@ -307,6 +344,9 @@ void matrix3D<T>::Update(SAFEARRAY* cube) requires(!VectorSlices<T>) {
   }
   for (std::uint32_t k = 0; k < ns; ++k) fill_from_cube(cube, vt, k, *this->slices[k]);
 }
+
+template <class T>
+matrix3D<T>::~matrix3D() = default;
 
 template <class T>
 typename matrix3D<T>::Value& matrix3D<T>::operator()(

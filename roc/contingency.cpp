@@ -98,16 +98,18 @@ bool VariantLabel(const VARIANT* v, std::u16string& out) {
   out.clear();
   if (v == nullptr) return false;
   if (v->vt == VT_BSTR) {
-    if (v->bstrVal != nullptr) out.assign(v->bstrVal, SysStringLen(v->bstrVal));
+    if (v->bstrVal != nullptr) out = velkor::FromBSTR(v->bstrVal);
     return true;
   }
   VARIANT text;
   VariantInit(&text);
-  if (FAILED(VariantChangeType(&text, v, 0, VT_BSTR)) || text.vt != VT_BSTR) {
+  // The Windows declaration takes the source as non-const; it is only read.
+  if (FAILED(VariantChangeType(&text, const_cast<VARIANT*>(v), 0, VT_BSTR)) ||
+      text.vt != VT_BSTR) {
     VariantClear(&text);
     return false;
   }
-  if (text.bstrVal != nullptr) out.assign(text.bstrVal, SysStringLen(text.bstrVal));
+  if (text.bstrVal != nullptr) out = velkor::FromBSTR(text.bstrVal);
   VariantClear(&text);
   return true;
 }
@@ -139,7 +141,7 @@ void LabelsFromSafeArray(SAFEARRAY* psa, int n, matrix<std::u16string>& status) 
     std::u16string label;
     if (bstrs) {
       const BSTR b = static_cast<BSTR*>(raw)[i];
-      if (b != nullptr) label.assign(b, SysStringLen(b));
+      if (b != nullptr) label = velkor::FromBSTR(b);
     } else {
       VariantLabel(&static_cast<VARIANT*>(raw)[i], label);
     }

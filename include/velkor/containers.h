@@ -334,21 +334,19 @@ class VELKOR_API matrix3DBase {
   matrix3DBase() = default;
   matrix3DBase(const matrix3DBase&) = delete;
   matrix3DBase& operator=(const matrix3DBase&) = delete;
-  virtual ~matrix3DBase() { clear(); }
+  // The members below are defined in the library, not inline, so that the DLL exports each of
+  // them (MinGW does not export the inline members of an explicitly instantiated class).
+  virtual ~matrix3DBase();
 
-  virtual Value getElement(int k, int i) { return read(k, i); }
-  virtual Value vbget(int k, int i) { return read(k - 1, i - 1); }
-  virtual void setElement(int k, int i, Value v) { write(k, i, v); }
-  virtual void vbset(int k, int i, Value v) { write(k - 1, i - 1, v); }
+  virtual Value getElement(int k, int i);
+  virtual Value vbget(int k, int i);
+  virtual void setElement(int k, int i, Value v);
+  virtual void vbset(int k, int i, Value v);
 
   // Slice k (1-based), no bounds check.
-  Slice& operator()(int k) { return *slices[static_cast<std::size_t>(k - 1)]; }
+  Slice& operator()(int k);
 
-  void clear() {
-    for (Slice* s : slices) delete s;
-    slices.clear();
-    nSlices = 0;
-  }
+  void clear();
 
  protected:
   Slice* slice_at(int k);
@@ -386,7 +384,7 @@ class VELKOR_API matrix3D : public matrix3DBase<T> {
   Value& operator()(int k, int i, int j) requires std::is_same_v<T, cST_MVect<double>>;
   using matrix3DBase<T>::operator();
 
-  ~matrix3D() override = default;
+  ~matrix3D() override;
 };
 
 extern template class matrix3DBase<cST_MVect<double>>;

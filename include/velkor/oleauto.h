@@ -187,4 +187,34 @@ VELKOR_OLEAUT_API HRESULT VariantChangeType(VARIANTARG* pvargDest, const VARIANT
 
 #endif /* !_WIN32 */
 
+#ifdef __cplusplus
+#include <cstring>
+#include <string>
+
+namespace velkor {
+
+/* BSTR text as std::u16string and back. OLECHAR is wchar_t (16 bits) on Windows and char16_t
+ * elsewhere: the UTF-16 code units are copied, never reinterpreted through the other type. */
+
+/* The code units of b (SysStringLen of them); a null BSTR is the empty string. */
+inline std::u16string FromBSTR(const OLECHAR* b) {
+  if (b == nullptr) return std::u16string();
+  const UINT n = SysStringLen(const_cast<BSTR>(b));
+  std::u16string s(n, u'\0');
+  if (n != 0) std::memcpy(s.data(), b, n * sizeof(OLECHAR));
+  return s;
+}
+
+/* A new BSTR holding the code units of s; the caller frees it with SysFreeString. Null when the
+ * allocation fails. */
+inline BSTR ToBSTR(const std::u16string& s) {
+  static_assert(sizeof(OLECHAR) == sizeof(char16_t), "OLECHAR must be a UTF-16 code unit");
+  BSTR b = SysAllocStringLen(nullptr, static_cast<UINT>(s.size()));
+  if (b != nullptr && !s.empty()) std::memcpy(b, s.data(), s.size() * sizeof(char16_t));
+  return b;
+}
+
+}  // namespace velkor
+#endif /* __cplusplus */
+
 #endif /* VELKOR_OLEAUTO_H */

@@ -1,0 +1,120 @@
+// The check harness of the Windows test program (velkor_windows_tests.exe).
+//
+// The program loads VELKORLI1M.dll as the spreadsheet front end does (LoadLibrary, then
+// GetProcAddress for every function it calls) and builds its OLE Automation arguments with the
+// system's oleaut32. One file per analysis family (win_<family>.cpp) registers its checks with
+// VELKOR_WIN_FAMILY; main() runs them in file-name order and prints "N passed, N failed".
+//
+// Adding a family's calls:
+//   VELKOR_WIN_FAMILY(roc) {                          // in tests/windows/win_roc.cpp
+//     auto roc = VELKOR_PROC(lib, Cpp_ComputeROC);    // typed by the declaration in velkor/roc.h
+//     int status = roc(...);
+//     WCHECK_EQ(status, 0);
+//     WCHECK_NEAR(auc, fixture.number("auc"), 1e-12);
+//   }
+#pragma once
+
+#include <windows.h>
+
+#include <cstdio>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace wintest {
+
+// ---- checks -----------------------------------------------------------------------------------
+bool check(bool ok, const std::string& what, const char* file, int line);
+// |got - want| <= rel * max(1, |want|); both missing markers (or both NaN) also pass.
+bool check_near(double got, double want, double rel, const std::string& what, const char* file,
+                int line);
+int passed();
+int failed();
+
+#define WCHECK(cond) ::wintest::check(static_cast<bool>(cond), #cond, __FILE__, __LINE__)
+#define WCHECK_EQ(got, want) \
+  ::wintest::check_eq((got), (want), #got " == " #want, __FILE__, __LINE__)
+#define WCHECK_NEAR(got, want, rel) \
+  ::wintest::check_near((got), (want), (rel), #got, __FILE__, __LINE__)
+
+std::string show(double v);
+std::string show(long long v);
+template <class I>
+requires std::is_integral_v<I> std::string show(I v) {
+  return show(static_cast<long long>(v));
+}
+std::string show(const std::u16string& s);
+std::string show(const char* s);
+
+// Each argument is evaluated once (a call under test runs once).
+template <class A, class B>
+bool check_eq(const A& got, const B& want, const char* what, const char* file, int line) {
+  return check(got == want, std::string(what) + " (got " + show(got) + ")", file, line);
+}
+
+// ---- the DLL ----------------------------------------------------------------------------------
+class Library {
+ public:
+  explicit Library(const std::wstring& path);
+  ~Library();
+  Library(const Library&) = delete;
+  Library& operator=(const Library&) = delete;
+
+  bool loaded() const { return module_ != nullptr; }
+  // GetProcAddress; a missing name is a failed check and gives null.
+  void* symbol(const char* name);
+  template <class F>
+  F fn(const char* name) {
+    return reinterpret_cast<F>(reinterpret_cast<void (*)()>(symbol(name)));
+  }
+  // A C++ export by its qualified name: the one entry of the DLL's export table whose demangled
+  // name is `qualified(...)`; a failed check and null when there is none or more than one. The
+  // mangled name found is then fetched with GetProcAddress.
+  void* cpp_symbol(const std::string& qualified);
+  template <class F>
+  F cpp_fn(const std::string& qualified) {
+    return reinterpret_cast<F>(reinterpret_cast<void (*)()>(cpp_symbol(qualified)));
+  }
+  // Names in the DLL's export table, in table order.
+  std::vector<std::string> export_names() const;
+
+ private:
+  HMODULE module_ = nullptr;
+};
+
+// A flat entry point by its plain exported name, typed by its declaration in the public header:
+//   auto f = VELKOR_PROC(lib, Cpp_BlandAltman);
+#define VELKOR_PROC(lib, name) (lib).fn<decltype(&name)>(#name)
+// A C++ entry point (object interface, exported worker) typed by its declaration, found by its
+// demangled name: auto f = VELKOR_CPP_PROC(lib, COX_Compute_ST);
+#define VELKOR_CPP_PROC(lib, name) (lib).cpp_fn<decltype(&name)>(#name)
+
+// ---- families ---------------------------------------------------------------------------------
+using FamilyRun = void (*)(Library&);
+int register_family(const char* name, FamilyRun run);
+
+#define VELKOR_WIN_FAMILY(family)                         \
+  static void run_##family(::wintest::Library& lib);      \
+  [[maybe_unused]] static const int registered_##family = \
+      ::wintest::register_family(#family, run_##family);  \
+  static void run_##family([[maybe_unused]] ::wintest::Library& lib)
+
+// ---- fixtures ---------------------------------------------------------------------------------
+// tests/reference, as given on the command line (the same fixtures as the Linux tests).
+const std::string& reference_dir();
+// Whole text of reference_dir()/relative; a failed check and "" when it cannot be read.
+std::string read_fixture(const std::string& relative);
+
+// A CSV fixture with a header row: columns by name, numbers (empty, NA and NaN cells are NaN).
+struct Csv {
+  std::vector<std::string> names;
+  std::vector<std::vector<double>> columns;     // numbers (NaN for text)
+  std::vector<std::vector<std::string>> cells;  // the same cells as text
+  // Column by name; a failed check and an empty column when absent.
+  const std::vector<double>& operator[](const std::string& name) const;
+  const std::vector<std::string>& text(const std::string& name) const;
+  std::size_t rows() const { return columns.empty() ? 0 : columns[0].size(); }
+};
+Csv read_csv(const std::string& relative);
+
+}  // namespace wintest

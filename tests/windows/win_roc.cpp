@@ -1,0 +1,126 @@
+// ROC analysis through VELKORLI1M.dll, on aSAH against pROC and R (the fixture of the Linux tests):
+// the contingency table from status labels passed as real OLE Automation arrays (BSTR and VARIANT
+// elements, text and numeric positive labels), the classification statistics, the curve with its
+// area and standard errors, and the paired DeLong comparison.
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "velkor/VELKORLI1M.h"
+#include "windows/harness.h"
+#include "windows/ole.h"
+
+namespace {
+#include "reference/roc/asah_fixture.inc"
+}  // namespace
+
+VELKOR_WIN_FAMILY(roc) {
+  using namespace wintest::ole;
+  auto table_of = VELKOR_PROC(lib, Cpp_CreateROCContingencyTable);
+  auto stats_of = VELKOR_PROC(lib, Cpp_GetROCStats);
+  auto roc = VELKOR_PROC(lib, Cpp_ComputeROC);
+  auto compare = VELKOR_PROC(lib, Cpp_ComputeROCComparisonsDep2);
+  if (!table_of || !stats_of || !roc || !compare) return;
+  const int n = static_cast<int>(asah::status.size());
+
+  // The 2 x 2 table at s100b >= 0.205 from the labels "Poor" / "Good", as a
+  // SAFEARRAY of BSTR and as a SAFEARRAY of VARIANT; the positive label a
+  // VT_BSTR VARIANT.
+  std::vector<std::u16string> text;
+  std::vector<std::pair<bool, std::u16string>> as_variants;
+  for (double s : asah::status) {
+    text.push_back(s == 1.0 ? u"Poor" : u"Good");
+    as_variants.push_back({true, text.back()});
+  }
+  ArrayGuard bstrs{strings(text)};
+  ArrayGuard variant_labels{variants(as_variants, std::vector<double>(n, 0.0))};
+  Variant poor(u"Poor");
+  // table_abcd lists the cells (1,1), (1,2), (2,1), (2,2); the caller's array
+  // is column-major.
+  const double expected_table[4] = {asah::table_abcd[0], asah::table_abcd[2], asah::table_abcd[1],
+                                    asah::table_abcd[3]};
+  for (SAFEARRAY* labels : {bstrs.psa, variant_labels.psa}) {
+    double table[4] = {0, 0, 0, 0};
+    WCHECK_EQ(table_of(labels, n, &poor.v, asah::s100b.data(), 0, 0.205, 3, nullptr, table), 0);
+    for (int k = 0; k < 4; ++k) WCHECK_EQ(table[k], expected_table[k]);
+  }
+  // Numeric labels: the VARIANT 1 is compared as the text "1" with the labels
+  // "1" / "0".
+  {
+    std::vector<std::u16string> digits;
+    for (double s : asah::status) digits.push_back(s == 1.0 ? u"1" : u"0");
+    ArrayGuard labels{strings(digits)};
+    Variant one(1.0);
+    double table[4] = {0, 0, 0, 0};
+    WCHECK_EQ(table_of(labels.psa, n, &one.v, asah::s100b.data(), 0, 0.205, 3, nullptr, table), 0);
+    for (int k = 0; k < 4; ++k) WCHECK_EQ(table[k], expected_table[k]);
+    WCHECK_EQ(table_of(labels.psa, n, &one.v, nullptr, 0, 0.205, 3, nullptr, table),
+              VELKOR_E_NULL_ARRAY);
+  }
+
+  // The thirteen statistics and their limits (method 0 with its Wald / Wilson
+  // split, method 3).
+  {
+    double table[4] = {expected_table[0], expected_table[1], expected_table[2], expected_table[3]};
+    double stats[39], props[9];
+    WCHECK_EQ(stats_of(table, 0.05, 0, 0, 0.0, stats, props), 0);
+    for (int k = 0; k < 39; ++k) WCHECK_NEAR(stats[k], asah::stats_method0[k], 1e-12);
+    WCHECK_EQ(stats_of(table, 0.05, 3, 0, 0.0, stats, props), 0);
+    for (int k = 0; k < 39; ++k) WCHECK_NEAR(stats[k], asah::stats_method3[k], 1e-10);
+  }
+
+  // Curve, area and the three standard errors of each marker.
+  struct Marker {
+    const std::vector<double>& values;
+    double auc, var_delong, se_hanley, se_bamber;
+    const std::vector<double>&fpr, &tpr;
+  };
+  const Marker markers[] = {
+      {asah::s100b, asah::s100b_auc, asah::s100b_var_delong, asah::s100b_se_hanley,
+       asah::s100b_se_bamber, asah::s100b_fpr, asah::s100b_tpr},
+      {asah::ndka, asah::ndka_auc, asah::ndka_var_delong, asah::ndka_se_hanley,
+       asah::ndka_se_bamber, asah::ndka_fpr, asah::ndka_tpr},
+      {asah::wfns, asah::wfns_auc, asah::wfns_var_delong, asah::wfns_se_hanley,
+       asah::wfns_se_bamber, asah::wfns_fpr, asah::wfns_tpr}};
+  for (const Marker& m : markers) {
+    double se[3];
+    for (int method = 0; method < 3; ++method) {
+      std::vector<double> curve((n + 1) * 3), auc(9);
+      int counts[3] = {0, 0, 0};
+      WCHECK_EQ(roc(asah::status.data(), m.values.data(), nullptr, n, 1, 0.05, method, 0, 0, 0, 0.0,
+                    nullptr, 0, curve.data(), nullptr, nullptr, auc.data(), nullptr, counts),
+                0);
+      WCHECK_NEAR(auc[0], m.auc, 1e-12);
+      se[method] = auc[1];
+      if (method == 2 && WCHECK_EQ(static_cast<std::size_t>(counts[0] + 1), m.fpr.size())) {
+        for (int i = 0; i <= counts[0]; ++i) {
+          WCHECK_NEAR(curve[i], m.fpr[i], 1e-14);
+          WCHECK_NEAR(curve[n + 1 + i], m.tpr[i], 1e-14);
+        }
+      }
+    }
+    WCHECK_NEAR(se[0], m.se_hanley, 1e-12);
+    WCHECK_NEAR(se[1], m.se_bamber, 1e-12);
+    WCHECK_NEAR(se[2] * se[2], m.var_delong, 1e-12);
+  }
+
+  // Paired DeLong comparison of the three markers.
+  {
+    std::vector<double> values;
+    for (const auto* v : {&asah::s100b, &asah::ndka, &asah::wfns})
+      values.insert(values.end(), v->begin(), v->end());
+    double aucs[12], cov[9], global[3], pairs[24];
+    WCHECK_EQ(compare(asah::status.data(), values.data(), nullptr, n, 3, 1, 0.05, aucs, cov, global,
+                      pairs),
+              0);
+    for (int p = 0; p < 3; ++p) {
+      WCHECK_NEAR(pairs[6 * 3 + p], asah::pair_z[p], 1e-10);
+      WCHECK_NEAR(pairs[7 * 3 + p], asah::pair_p[p], 1e-10);
+    }
+    WCHECK_NEAR(global[0], asah::global_chi2, 1e-10);
+    WCHECK_NEAR(global[2], asah::global_p, 1e-10);
+    double only_one[] = {1, 1, 1};
+    WCHECK_EQ(compare(only_one, values.data(), nullptr, 3, 3, 1, 0.05, aucs, cov, global, pairs),
+              -2);
+  }
+}
