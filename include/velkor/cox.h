@@ -127,6 +127,37 @@ VELKOR_API int RunCoxReg(const double* time, const double* status, const double*
                          double* stepTable, int* variableStep, int* nFinal, double* baseSurvival,
                          double* rowSurvival, double* meanSurvival, double* residuals);
 
+/* Concordance index of eta = x beta (see ConcordIndex in velkor/cox_objects.h: strict times,
+ * event required, tied eta not concordant; O(n log n)).
+ *   time, status  in, n        x  in, n x p (column-major)   beta  in, p
+ *   c             out: the index, VELKOR_MISSING when no pair is comparable
+ *   nConcordant, nComparable  out, or null: the two counts
+ * Returns 0; n < 0 counts as 0. */
+VELKOR_API int Cpp_ConcordIndex(const double* time, const double* status, const double* x,
+                                const double* beta, int n, int p, double* c,
+                                double* nConcordant, double* nComparable);
+
+/* One row of the quality-index table (see ComputeCVTable in velkor/cox_objects.h).
+ *   time, status, x, beta, n, p  as Cpp_ConcordIndex
+ *   a, b          the pair of column 3 (relative reduction (b - a) / b)
+ *   modelStats    in, 6 x 2 (RunCoxReg's table: row 3 holds -2 log L, null then fitted)
+ *   row           1-based row to fill; tableRows rows in table
+ *   table         in/out, tableRows x 5: only row `row` is written (nothing when out of range)
+ * Returns 0. */
+VELKOR_API int Cpp_ComputeCVTable(const double* time, const double* status, const double* x,
+                                  const double* beta, int n, int p, double a, double b,
+                                  const double* modelStats, int row, int tableRows,
+                                  double* table);
+
+/* Bootstrap summary of B replicates of `cols` statistics (see ComputeBootOut).
+ *   reps      in, B x cols (column-major); missing or non-finite cells are failed replicates
+ *   estimate  in, cols, or null: the estimates on all rows (column 1 of out)
+ *   alpha     level of the percentile interval
+ *   out       out, cols x 6: estimate, mean, standard error, lower, upper, replicates used
+ * Returns 0. */
+VELKOR_API int Cpp_ComputeBootOut(const double* reps, int B, int cols, const double* estimate,
+                                  double alpha, double* out);
+
 #ifdef __cplusplus
 }
 #endif
