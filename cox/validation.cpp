@@ -124,6 +124,24 @@ std::vector<double> Eta(const std::vector<double>& x, std::size_t n, int q, cons
   return eta;
 }
 
+// A replicate's fit is used when it converged, or when its step halvings ran out at the maximum:
+// near the optimum the gain of a Newton step falls below the resolution of the log-likelihood
+// (about 1e-13 for |L| of some hundreds) and the object-form fit reports -1 although the Newton
+// step is negligible. Such a fit is accepted when its last Newton step H^-1 g is below 1e-6
+// (1 + |beta_j|) for every coefficient.
+bool Usable(const FitResult& f, int q) {
+  if (f.status == 0) return true;
+  const auto uq = static_cast<std::size_t>(q);
+  if (f.iterations < 2 || f.grad.size() != uq || f.inv.size() != uq * uq || f.beta.size() != uq)
+    return false;
+  for (std::size_t j = 0; j < uq; ++j) {
+    double step = 0.0;
+    for (std::size_t k = 0; k < uq; ++k) step += f.inv[k * uq + j] * f.grad[k];
+    if (!(std::fabs(step) <= 1e-6 * (1.0 + std::fabs(f.beta[j])))) return false;
+  }
+  return true;
+}
+
 int IterationLimit(const COX_Param& param) {
   return param.validationIterations < 1 ? 1 : param.validationIterations;
 }
@@ -241,7 +259,7 @@ int CoxCV_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info) {
     const Subset tr = MakeSubset(res, d, train), te = MakeSubset(res, d, test);
     CoxProblem prob{&tr.layout, tr.ew.data(), terms};
     const FitResult fit = FitObject(prob, tr.x, d.q, limit, param.tolerance);
-    if (fit.status != 0) return;  // the fold's row stays missing
+    if (!Usable(fit, d.q)) return;  // the fold's row stays missing
     const std::vector<double> zero(static_cast<std::size_t>(d.q), 0.0);
     const double D0 = -2.0 * LogLikAt(te, d.q, zero.data(), terms);
     const double D = -2.0 * LogLikAt(te, d.q, fit.beta.data(), terms);
@@ -328,7 +346,7 @@ int ComputeBootOut_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info) {
     const Subset s = MakeSubset(res, d, rows);
     CoxProblem prob{&s.layout, s.ew.data(), terms};
     const FitResult fit = FitObject(prob, s.x, d.q, limit, param.tolerance);
-    if (fit.status != 0) return;  // the replicate stays missing and is not counted
+    if (!Usable(fit, d.q)) return;  // the replicate stays missing and is not counted
     for (std::size_t j = 0; j + 1 < cols; ++j) reps[j * ub + static_cast<std::size_t>(b)] = fit.beta[j];
     const std::vector<double> eta = Eta(s.x, n, d.q, fit.beta.data());
     reps[(cols - 1) * ub + static_cast<std::size_t>(b)] =

@@ -91,8 +91,9 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ConcordIndex(const double* time, const double
     auto& X = f.in(x, rows, cols);
     auto& b = f.in(beta, cols);
     double& cc = f.scalar(c);
-    double& num = f.scalar(nConcordant);
-    double& den = f.scalar(nComparable);
+    double numLocal = 0.0, denLocal = 0.0;  // the two counts are optional
+    double& num = nConcordant ? f.scalar(nConcordant) : numLocal;
+    double& den = nComparable ? f.scalar(nComparable) : denLocal;
     const auto un = static_cast<std::size_t>(rows);
     std::vector<double> eta(un, 0.0);
     for (std::size_t j = 0; j < static_cast<std::size_t>(cols); ++j)

@@ -132,7 +132,8 @@ VELKOR_API int RunCoxReg(const double* time, const double* status, const double*
  *   time, status  in, n        x  in, n x p (column-major)   beta  in, p
  *   c             out: the index, VELKOR_MISSING when no pair is comparable
  *   nConcordant, nComparable  out, or null: the two counts
- * Returns 0; n < 0 counts as 0. */
+ * Returns 0 (n < 0 counts as 0), or VELKOR_E_NULL_ARRAY when c is null or an array of positive
+ * length is null. */
 VELKOR_API int Cpp_ConcordIndex(const double* time, const double* status, const double* x,
                                 const double* beta, int n, int p, double* c,
                                 double* nConcordant, double* nComparable);
@@ -143,7 +144,8 @@ VELKOR_API int Cpp_ConcordIndex(const double* time, const double* status, const 
  *   modelStats    in, 6 x 2 (RunCoxReg's table: row 3 holds -2 log L, null then fitted)
  *   row           1-based row to fill; tableRows rows in table
  *   table         in/out, tableRows x 5: only row `row` is written (nothing when out of range)
- * Returns 0. */
+ * Returns 0, or VELKOR_E_NULL_ARRAY when an array of positive length (modelStats included) is
+ * null. */
 VELKOR_API int Cpp_ComputeCVTable(const double* time, const double* status, const double* x,
                                   const double* beta, int n, int p, double a, double b,
                                   const double* modelStats, int row, int tableRows,
@@ -154,7 +156,7 @@ VELKOR_API int Cpp_ComputeCVTable(const double* time, const double* status, cons
  *   estimate  in, cols, or null: the estimates on all rows (column 1 of out)
  *   alpha     level of the percentile interval
  *   out       out, cols x 6: estimate, mean, standard error, lower, upper, replicates used
- * Returns 0. */
+ * Returns 0, or VELKOR_E_NULL_ARRAY when reps (B cols > 0) or out (cols > 0) is null. */
 VELKOR_API int Cpp_ComputeBootOut(const double* reps, int B, int cols, const double* estimate,
                                   double alpha, double* out);
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "velkor/VELKORLI1M.h"
+#include "velkor/cox_objects.h"
 
 namespace {
 
@@ -108,6 +109,202 @@ TEST(CoxPostApi, DevianceMissingWhenTheFittedHazardIsZero) {
   EXPECT_EQ(res[20], 0.0);    // Schoenfeld of a censored row
   EXPECT_EQ(base[0], 1.0);    // no event at time 1
   EXPECT_DOUBLE_EQ(base[3], base[2]);  // censoring only at time 4: S0 unchanged
+}
+
+// The object form on lung (Breslow ties): the same residuals, survival at the mean and the
+// proportional-hazards test with each time transform against cox.zph(terms = FALSE).
+struct LungObject {
+  COX_Param par;
+  cCOX_Results res;
+  VELKORInfo info;
+  int rc = 0;
+  explicit LungObject(int transform, int folds = 0, int boot = 0) {
+    cST_DataSet d;
+    cST_FactorsInfo factors;
+    const auto n = static_cast<std::uint32_t>(kLungN);
+    d.add(u"time", kLungTime, n);
+    d.add(u"status", kLungStatus, n);
+    d.add(u"age", kLungX, n);
+    d.add(u"sex", kLungX + n, n);
+    d.add(u"ph.ecog", kLungX + 2 * n, n);
+    factors.quantitative = {2, 3, 4};
+    par.ties = 0;
+    par.tolerance = 1e-12;
+    par.proportionalityTest = -1;
+    par.phTransform = transform;
+    par.cvFolds = folds;
+    par.bootstrapSamples = boot;
+    par.seed = 20261122;
+    if (folds > 0 || boot > 0) par.tolerance = 1e-9;
+    rc = COX_Compute_ST(d, par, res, factors, info);
+  }
+};
+
+TEST(CoxPostApi, ObjectFormResidualsSurvivalAndPHTestMatchR) {
+  const char* names[] = {"identity", "log", "rank", "km"};
+  const double* zph[] = {kLungZph_identity, kLungZph_log, kLungZph_rank, kLungZph_km};
+  for (int tr = 0; tr < 4; ++tr) {
+    SCOPED_TRACE(names[tr]);
+    LungObject o(tr);
+    ASSERT_EQ(o.rc, 0);
+    ASSERT_EQ(o.res.phTest.count, 12u);
+    for (int r = 0; r < 4; ++r) {
+      ExpectClose(o.res.phTest.data[r], zph[tr][r], 1e-6, "chi-square", r);
+      EXPECT_EQ(o.res.phTest.data[4 + r], zph[tr][4 + r]);
+      ExpectClose(o.res.phTest.data[8 + r], zph[tr][8 + r], 1e-6, "p-value", r);
+    }
+    if (tr != 0) continue;
+    const int n = kLungN;
+    ASSERT_EQ(o.res.residuals.count, static_cast<std::uint32_t>(n * (4 + 2 * kP)));
+    for (int i = 0; i < n; ++i) {
+      ASSERT_EQ(o.res.rowIndex.data[i], i);  // the fixture rows are already sorted by time
+      ExpectClose(o.res.residuals.data[2 * n + i], kLungMartingale[i], kTol, "martingale", i);
+      ExpectClose(o.res.residuals.data[3 * n + i], kLungDeviance[i], kTol, "deviance", i);
+      for (int j = 0; j < kP; ++j)
+        ExpectClose(o.res.residuals.data[(4 + kP + j) * n + i], kLungScore[j * n + i], kTol,
+                    "score", i);
+    }
+    const int K = o.res.maxTimes;
+    for (int k = 0; k < K; ++k)
+      ExpectClose(o.res.meanSurvival.data[k], kLungMeanSurv[k], kTol, "survival at the mean", k);
+  }
+}
+
+TEST(CoxPostApi, ObjectFormValidationTables) {
+  LungObject o(3, 5, 40);
+  ASSERT_EQ(o.rc, 0);
+  ASSERT_EQ(o.res.cvTable.count, 7u * 5u);
+  // Row 1: the model on all rows, pair (D, D0).
+  const double D0 = o.res.modelStats.data[2], D = o.res.modelStats.data[8];
+  EXPECT_DOUBLE_EQ(o.res.cvTable.data[0], 1.0 - std::exp(-(D0 - D) * 2.0 / (kLungN - kP - 1)));
+  EXPECT_DOUBLE_EQ(o.res.cvTable.data[2 * 7], (D0 - D) / D0);
+  EXPECT_EQ(o.res.cvTable.data[3 * 7], o.res.concordance);
+  EXPECT_GT(o.res.concordance, 0.55);
+  for (int f = 1; f <= 5; ++f) {
+    const double c = o.res.cvTable.data[3 * 7 + f];
+    EXPECT_GT(c, 0.3);
+    EXPECT_LT(c, 0.9);
+  }
+  ASSERT_EQ(o.res.bootTable.count, 4u * 6u);
+  for (int j = 0; j < 4; ++j) {
+    EXPECT_EQ(o.res.bootTable.data[20 + j], 40.0);  // every replicate fitted
+    EXPECT_LE(o.res.bootTable.data[12 + j], o.res.bootTable.data[16 + j]);
+    EXPECT_GT(o.res.bootTable.data[8 + j], 0.0);
+  }
+  for (int j = 0; j < kP; ++j) EXPECT_EQ(o.res.bootTable.data[j], o.res.beta.data[j]);
+  // Same seed: the same tables.
+  LungObject again(3, 5, 40);
+  for (std::uint32_t k = 0; k < o.res.bootTable.count; ++k)
+    EXPECT_EQ(o.res.bootTable.data[k], again.res.bootTable.data[k]);
+  for (std::uint32_t k = 0; k < o.res.cvTable.count; ++k)
+    EXPECT_EQ(o.res.cvTable.data[k], again.res.cvTable.data[k]);
+}
+
+TEST(CoxPostApi, ConcordanceAndQualityRowThroughFlatExports) {
+  // Ties of time (rows 1-2, both events: not comparable) and of eta (rows 3-4: count 0).
+  const double t[] = {1, 1, 2, 3, 4, 5}, s[] = {1, 1, 1, 0, 1, 0};
+  const double x[] = {3, 2, 1, 1, 0.5, 2}, beta[] = {1.0};
+  double c = 0, num = 0, den = 0;
+  ASSERT_EQ(Cpp_ConcordIndex(t, s, x, beta, 6, 1, &c, &num, &den), 0);
+  // Directions: row 1 (eta 3) before rows 3..6: 4 concordant; row 2 (eta 2) before rows 3..6:
+  // 3 (eta 1, 1, 0.5; not 2); row 3 (eta 1) before 4, 5, 6: 1 (0.5); row 5 before 6: 0.
+  EXPECT_EQ(den, 12.0);
+  EXPECT_EQ(num, 8.0);
+  EXPECT_EQ(c, 8.0 / 12.0);
+  const double zero[] = {0.0};
+  ASSERT_EQ(Cpp_ConcordIndex(t, s, x, zero, 6, 1, &c, nullptr, nullptr), 0);
+  EXPECT_EQ(c, 0.0);  // all eta equal: nothing concordant
+  const double s1[] = {0, 0, 0, 0, 0, 1};  // only the longest time is an event
+  ASSERT_EQ(Cpp_ConcordIndex(t, s1, x, beta, 6, 1, &c, nullptr, nullptr), 0);
+  EXPECT_EQ(c, kMiss);
+
+  // Quality row with n - p - 1 = 0: (D0 - D) 2 / 0 = +inf gives R-square 1; the rescaled column
+  // is 1 / -inf; the pair and concordance columns are unaffected.
+  const double ms[] = {0, 0, 20, 0, 0, 0, 0, 0, 12, 0, 0, 0};
+  std::vector<double> table(3 * 5, -7.0);
+  ASSERT_EQ(Cpp_ComputeCVTable(t, s, x, beta, 2, 1, 12, 20, ms, 2, 3, table.data()), 0);
+  EXPECT_EQ(table[1], 1.0);
+  EXPECT_EQ(table[4], 0.0);  // 1 / (1 - exp(-40) / 0) = 1 / -inf, IEEE arithmetic as written
+  EXPECT_EQ(table[7], 0.4);
+  EXPECT_EQ(table[0], -7.0);  // other rows untouched
+  // A row out of range writes nothing; the usual case follows the formulas literally.
+  ASSERT_EQ(Cpp_ComputeCVTable(t, s, x, beta, 6, 1, 12, 20, ms, 9, 3, table.data()), 0);
+  ASSERT_EQ(Cpp_ComputeCVTable(t, s, x, beta, 6, 1, 12, 20, ms, 1, 3, table.data()), 0);
+  const double r2 = 1.0 - std::exp(-(20.0 - 12.0) * 2.0 / 4.0);
+  EXPECT_DOUBLE_EQ(table[0], r2);
+  EXPECT_DOUBLE_EQ(table[3], r2 / (1.0 - std::exp(-40.0) / 4.0));
+  EXPECT_EQ(table[9], 8.0 / 12.0);
+  EXPECT_DOUBLE_EQ(table[12], 2.0 * (8.0 / 12.0 - 0.5));
+  // b <= 0 or a reduction that is not positive: 0.
+  ASSERT_EQ(Cpp_ComputeCVTable(t, s, x, beta, 6, 1, 30, 20, ms, 3, 3, table.data()), 0);
+  EXPECT_EQ(table[8], 0.0);
+}
+
+TEST(CoxPostApi, BootstrapSummaryAndBadInput) {
+  // Two statistics, 5 replicates, one failed (missing).
+  const double reps[] = {1, 2, 3, 4, kMiss, 10, 10, 10, 10, 10}, est[] = {2.5, 10};
+  std::vector<double> out(12);
+  ASSERT_EQ(Cpp_ComputeBootOut(reps, 5, 2, est, 0.5, out.data()), 0);
+  EXPECT_EQ(out[0], 2.5);
+  EXPECT_EQ(out[2], 2.5);                        // mean of 1..4
+  EXPECT_DOUBLE_EQ(out[4], std::sqrt(5.0 / 3));  // sd
+  EXPECT_EQ(out[5], 0.0);                        // constant statistic
+  EXPECT_DOUBLE_EQ(out[6], 1.75);                // type-7 quantile at 0.25
+  EXPECT_DOUBLE_EQ(out[8], 3.25);
+  EXPECT_EQ(out[10], 4.0);
+  EXPECT_EQ(out[11], 5.0);
+  // B = 0: nothing used, missing values.
+  ASSERT_EQ(Cpp_ComputeBootOut(nullptr, 0, 2, nullptr, 0.05, out.data()), 0);
+  EXPECT_EQ(out[2], kMiss);
+  EXPECT_EQ(out[10], 0.0);
+  // Negative sizes and null arrays never crash.
+  double c = 1;
+  const double t3[] = {1, 2, 3}, s3[] = {1, 1, 1};
+  EXPECT_EQ(Cpp_ConcordIndex(nullptr, nullptr, nullptr, nullptr, -3, -1, &c, nullptr, nullptr), 0);
+  EXPECT_EQ(c, kMiss);
+  EXPECT_EQ(Cpp_ConcordIndex(t3, s3, nullptr, nullptr, 3, 1, &c, nullptr, nullptr),
+            VELKOR_E_NULL_ARRAY);
+  EXPECT_EQ(Cpp_ComputeCVTable(nullptr, nullptr, nullptr, nullptr, -1, -1, 0, 0, nullptr, 1, -2,
+                               nullptr),
+            VELKOR_E_NULL_ARRAY);  // the model statistics are required
+  const double ms[12] = {};
+  EXPECT_EQ(Cpp_ComputeCVTable(nullptr, nullptr, nullptr, nullptr, -1, -1, 0, 0, ms, 1, -2,
+                               nullptr),
+            0);
+  EXPECT_EQ(Cpp_ComputeBootOut(nullptr, -4, -2, nullptr, 0.05, nullptr), 0);
+  EXPECT_EQ(Cpp_ComputeBootOut(reps, 5, 2, est, 0.05, nullptr), VELKOR_E_NULL_ARRAY);
+  // NaN times are never compared; a NaN eta is never concordant.
+  const double t3n[] = {1, std::nan(""), 3}, s3n[] = {1, 1, 1}, x3[] = {2, 1, 0}, b1[] = {1};
+  ASSERT_EQ(Cpp_ConcordIndex(t3n, s3n, x3, b1, 3, 1, &c, nullptr, nullptr), 0);
+  EXPECT_EQ(c, 1.0);
+}
+
+TEST(CoxPostApi, ValidationEdgeCases) {
+  // k larger than n becomes leave-one-out; folds of one row have no comparable pair (missing
+  // concordance); B = 0 leaves no bootstrap table. A single event: every fit fails on the
+  // resamples without it, which are left out of the counts.
+  const double t[] = {1, 2, 3, 4, 5, 6}, s[] = {0, 1, 0, 0, 0, 0}, x[] = {1, 2, 0, 1, 3, 2};
+  cST_DataSet d;
+  cST_FactorsInfo factors;
+  d.add(u"time", t, 6);
+  d.add(u"status", s, 6);
+  d.add(u"x", x, 6);
+  factors.quantitative = {2};
+  COX_Param par;
+  par.cvFolds = 50;
+  par.bootstrapSamples = 30;
+  par.seed = 7;
+  cCOX_Results res;
+  VELKORInfo info;
+  const int rc = COX_Compute_ST(d, par, res, factors, info);
+  if (rc == 0) {
+    ASSERT_EQ(res.cvTable.count, 8u * 5u);
+    for (int f = 1; f <= 6; ++f) EXPECT_EQ(res.cvTable.data[3 * 8 + f], kMiss);
+    ASSERT_EQ(res.bootTable.count, 2u * 6u);
+    EXPECT_LE(res.bootTable.data[10], 30.0);
+  } else {
+    EXPECT_EQ(rc, -5);  // the fit itself failed: no tables
+  }
 }
 
 }  // namespace
