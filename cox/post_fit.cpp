@@ -7,6 +7,7 @@
 #include <numeric>
 
 #include "companion/distributions.h"
+#include "companion/sorting.h"
 #include "core/numeric.h"
 
 namespace velkor::cox {
@@ -184,14 +185,9 @@ void FillResiduals(const RiskLayout& lay, const BreslowBaseline& bl, const doubl
 
 double ConcordanceFenwick(std::size_t n, const double* time, const double* status,
                           const double* eta, double* num, double* den) {
-  // Dense ranks of eta (1-based); NaN above every number, never "lower" than another row.
-  std::vector<std::uint32_t> byEta(n);
-  std::iota(byEta.begin(), byEta.end(), 0u);
-  std::sort(byEta.begin(), byEta.end(), [&](std::uint32_t a, std::uint32_t b) {
-    const bool na = std::isnan(eta[a]), nb = std::isnan(eta[b]);
-    if (na || nb) return !na && nb;
-    return eta[a] < eta[b];
-  });
+  // Dense ranks of eta (1-based); NaN above every number, never "lower" than another row. The
+  // shared stable sort orders NaN last.
+  const std::vector<std::uint32_t> byEta = SortOrder(eta, n);
   std::vector<std::uint32_t> rank(n, 0);
   std::uint32_t r = 0;
   for (std::size_t k = 0; k < n; ++k) {
@@ -199,15 +195,14 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
     if (k == 0 || std::isnan(eta[i]) || eta[i] != eta[byEta[k - 1]]) ++r;
     rank[i] = r;
   }
-  // Rows by time, descending; a NaN time is never comparable.
-  std::vector<std::uint32_t> byTime;
-  byTime.reserve(n);
-  for (std::uint32_t i = 0; i < n; ++i)
-    if (!std::isnan(time[i])) byTime.push_back(i);
-  std::sort(byTime.begin(), byTime.end(),
-            [&](std::uint32_t a, std::uint32_t b) { return time[a] > time[b]; });
+  // Rows by time, descending (the ascending order read backwards); a NaN time is never
+  // comparable.
+  std::vector<std::uint32_t> byTime = SortOrder(time, n);
+  while (!byTime.empty() && std::isnan(time[byTime.back()])) byTime.pop_back();
+  std::reverse(byTime.begin(), byTime.end());
   // Fenwick tree of the ranks of the rows with a strictly greater time.
-  std::vector<std::uint64_t> tree(static_cast<std::size_t>(r) + 1, 0);
+  // Counts fit in 32 bits (n < 2^32 rows): a half-size tree stays longer in cache.
+  std::vector<std::uint32_t> tree(static_cast<std::size_t>(r) + 1, 0);
   std::uint64_t inserted = 0, concordant = 0, comparable = 0;
   for (std::size_t g = 0; g < byTime.size();) {
     std::size_t e = g;

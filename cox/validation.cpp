@@ -174,11 +174,19 @@ int SurvFoncCox_ST(COX_Param& /*param*/, cCOX_Results& res) {
   const auto n = static_cast<std::uint32_t>(d.n);
   res.baseSurvival = VectD(m * K, kMissing);
   res.meanSurvival = VectD(m * K, kMissing);
-  res.rowSurvival = VectD(n * K, kMissing);
   // Centred covariates: the mean covariate vector is 0.
   const std::vector<double> zero(static_cast<std::size_t>(d.q), 0.0);
   FillSurvival(layout, bl, d.q, d.beta.data(), zero.data(), static_cast<int>(K),
-               res.baseSurvival.data, res.rowSurvival.data, res.meanSurvival.data);
+               res.baseSurvival.data, nullptr, res.meanSurvival.data);
+  // Survival of each row at its own time, S0(t_i)^exp(eta_i): n values (the whole curve of row i
+  // is baseSurvival^exp(eta_i); an n x K table would not fit in memory for large data sets).
+  res.rowSurvival = VectD(n, kMissing);
+  for (std::uint32_t i = 0; i < n; ++i) {
+    const std::uint32_t b = bl.blockOf[i];
+    const double H = b == BreslowBaseline::kNoBlock ? 0.0 : bl.cumHaz[b];
+    const double v = std::pow(std::exp(-H), std::exp(bl.eta[i]));
+    res.rowSurvival.data[i] = std::isfinite(v) ? v : kMissing;
+  }
   return 0;
 }
 

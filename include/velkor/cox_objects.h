@@ -148,7 +148,10 @@ struct cCOX_Results {
   // q = coefficients of the final model (covariates centred on their means over the n rows):
   //   baseSurvival  nStrata x K  S0(t_k) at the centred covariates (R's survfit at the means,
   //                              basehaz(centered = TRUE)); missing past a stratum's last time
-  //   rowSurvival   n x K        S0(t_k)^exp(eta_i), rows in sorted order (rowIndex)
+  //   rowSurvival   n            S0(t_i)^exp(eta_i), each row at its own time, rows in sorted
+  //                              order (rowIndex); the whole curve of row i is
+  //                              baseSurvival^exp(eta_i), eta_i = centred x_i' beta (an n x K
+  //                              table would not fit in memory for large data sets)
   //   meanSurvival  nStrata x K  survival at the mean covariates (equal to baseSurvival here)
   //   residuals     n x (4 + 2q) time, status, martingale, deviance, q Schoenfeld, q score
   //   concordance                concordance index of the final model on the n rows

@@ -167,6 +167,11 @@ TEST(CoxPostApi, ObjectFormResidualsSurvivalAndPHTestMatchR) {
     const int K = o.res.maxTimes;
     for (int k = 0; k < K; ++k)
       ExpectClose(o.res.meanSurvival.data[k], kLungMeanSurv[k], kTol, "survival at the mean", k);
+    // Survival of each row at its own time: exp(-(delta - martingale)).
+    ASSERT_EQ(o.res.rowSurvival.count, static_cast<std::uint32_t>(n));
+    for (int i = 0; i < n; ++i)
+      ExpectClose(o.res.rowSurvival.data[i], std::exp(-(kLungStatus[i] - kLungMartingale[i])), kTol,
+                  "row survival", i);
   }
 }
 
