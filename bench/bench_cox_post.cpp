@@ -50,7 +50,8 @@ std::vector<double> Generate(long long n) {
     r[0] = std::round(-std::log(1.0 - u(gen)) / rate * 1e4) / 1e4 + 1e-4;
     r[1] = u(gen) < 0.3 ? 0.0 : 1.0;
   }
-  std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a[0] < b[0]; });
+  std::stable_sort(rows.begin(), rows.end(),
+                   [](const auto& a, const auto& b) { return a[0] < b[0]; });
   std::vector<double> v(un * 5);
   for (std::size_t i = 0; i < un; ++i)
     for (std::size_t c = 0; c < 5; ++c) v[c * un + i] = rows[i][c];
@@ -62,7 +63,8 @@ double Best(const std::function<void()>& f, int reps = 3) {
   for (int r = 0; r < reps; ++r) {
     const auto t0 = std::chrono::steady_clock::now();
     f();
-    best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
+    best = std::min(best,
+                    std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
   }
   return best;
 }
@@ -81,7 +83,8 @@ int main(int argc, char** argv) {
     for (long long n : kSizes) {
       const std::vector<double> v = Generate(n);
       std::ofstream out(dir + "/cox_post_" + std::to_string(n) + ".bin", std::ios::binary);
-      out.write(reinterpret_cast<const char*>(v.data()), static_cast<std::streamsize>(v.size() * 8));
+      out.write(reinterpret_cast<const char*>(v.data()),
+                static_cast<std::streamsize>(v.size() * 8));
     }
     return 0;
   }
@@ -112,8 +115,8 @@ int main(int argc, char** argv) {
     RunCoxReg(t, s, nullptr, x, nullptr, nullptr, in, kP, 1, 0, &iters, 1e-9 * n, -1, 0.05, 0, 0,
               nullptr, 0.05, 0, 0, beta.data(), ms.data(), gt.data(), ct.data(), &zq, st.data(),
               vs.data(), &nf, nullptr, nullptr, nullptr, nullptr);
-    matrix<double> T(un, 1, t, 0), S(un, 1, s, 0), X(un, kP, x, 0), C2(un, 1), C3(un, 1, nullptr, 0),
-        K(un, 1), Z(1, 1), B(kP, 1, beta.data(), 0);
+    matrix<double> T(un, 1, t, 0), S(un, 1, s, 0), X(un, kP, x, 0), C2(un, 1),
+        C3(un, 1, nullptr, 0), K(un, 1), Z(1, 1), B(kP, 1, beta.data(), 0);
     for (std::uint32_t i = 0; i < un; ++i) C3.data[i] = 1.0;
     Z.data[0] = static_cast<double>(n);
     matrix<int> nt(1, 1), nc(1, 1), bs(1, un), bz(1, un), be(1, un);
@@ -121,19 +124,16 @@ int main(int argc, char** argv) {
     velkor::cox::cReorganizeDataCox(&T, in, kP, &S, &C2, &C3, &X, &K, &Z, 1, &nt, &nc, &bs, &bz,
                                     &be, &maxTimes);
     double c = 0;
-    row("concordance", "concordance", n, Best([&] {
-          Cpp_ConcordIndex(t, s, x, beta.data(), in, kP, &c, nullptr, nullptr);
-        }));
+    row("concordance", "concordance", n,
+        Best([&] { Cpp_ConcordIndex(t, s, x, beta.data(), in, kP, &c, nullptr, nullptr); }));
     matrix<double> res(un, 4 + 2 * kP), base(1, static_cast<std::uint32_t>(maxTimes)),
         mean(1, static_cast<std::uint32_t>(maxTimes)), none(0, 0), hz(0, 0);
-    const double tRes = Best([&] {
-      ResCox(&T, in, kP, &S, &X, &B, &nt, &bs, &bz, &be, 1, &Z, &hz, &res);
-    });
+    const double tRes =
+        Best([&] { ResCox(&T, in, kP, &S, &X, &B, &nt, &bs, &bz, &be, 1, &Z, &hz, &res); });
     row("residuals", "schoenfeld", n, tRes);
     row("residuals", "score", n, tRes);
-    row("baseline", "basehaz", n, Best([&] {
-          SurvFoncCox(in, kP, &nt, &bs, &bz, &be, &X, &B, 1, &Z, &base, &none, &mean);
-        }));
+    row("baseline", "basehaz", n,
+        Best([&] { SurvFoncCox(in, kP, &nt, &bs, &bz, &be, &X, &B, 1, &Z, &base, &none, &mean); }));
     const velkor::cox::RiskLayout lay =
         velkor::cox::LayoutFromTables(un, 1, &Z, &nt, &bs, &bz, &be);
     const std::vector<double> rowsX = velkor::cox::RowMajorCopy(X.data, un, un, kP);
@@ -162,10 +162,11 @@ int main(int argc, char** argv) {
       int rc = 0;
       const double tb = Best([&] { rc = COX_Compute_ST(d, par, r, factors, info); }, 1);
       row("bootstrap", "bootstrap", n, tb);
-      std::printf("  (bootstrap: 200 resamples, fit included, %d threads, %g fits used; R: 20 "
-                  "resamples x 10, one thread)\n",
-                  omp_get_max_threads(),
-                  rc == 0 && r.bootTable.count == 24 ? r.bootTable.data[5 * 4] : 1000.0 + rc);
+      std::printf(
+          "  (bootstrap: 200 resamples, fit included, %d threads, %g fits used; R: 20 "
+          "resamples x 10, one thread)\n",
+          omp_get_max_threads(),
+          rc == 0 && r.bootTable.count == 24 ? r.bootTable.data[5 * 4] : 1000.0 + rc);
     }
   }
   return 0;

@@ -19,7 +19,6 @@ VectD ToVect(const std::vector<double>& v) {
   return VectD(v.data(), static_cast<std::uint32_t>(v.size()));
 }
 
-
 // The listed design columns, each centred on its mean over the rows, stored row by row (n x q)
 // or, with columnMajor, column by column.
 std::vector<double> CentredColumns(const cCOX_Results& res, const std::vector<int>& cols,

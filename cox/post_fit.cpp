@@ -16,7 +16,9 @@ namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-double Finite(double v) { return std::isfinite(v) ? v : kMissing; }
+double Finite(double v) {
+  return std::isfinite(v) ? v : kMissing;
+}
 
 // Blocks of stratum s ordered by their first row (the layout order for tables built by
 // cReorganizeDataCox; a caller's table may list them otherwise).
@@ -247,7 +249,8 @@ void QualityRow(double D0, double D, int n, int p, double a, double b, double co
   const double r2 = arg < -kExpGuard ? 1.0 : 1.0 - std::exp(-arg);
   // Rescaled R-square: the exponential alone is divided by n - p - 1 and its argument is
   // -2 D0 itself; both are deliberate and the column's published values depend on them.
-  const double r2max = 2.0 * D0 / scale < -kExpGuard ? r2 : r2 / (1.0 - std::exp(-2.0 * D0) / scale);
+  const double r2max =
+      2.0 * D0 / scale < -kExpGuard ? r2 : r2 / (1.0 - std::exp(-2.0 * D0) / scale);
   double reduction = 0.0;
   if (b > 0.0) {
     reduction = (b - a) / b;

@@ -25,11 +25,11 @@ namespace velkor::cox {
 
 // Baseline quantities of one coefficient vector.
 struct BreslowBaseline {
-  std::vector<double> eta;            // n: linear predictors
-  std::vector<double> riskSum;        // per block of the layout: S_k
-  std::vector<double> cumHaz;         // per block: H0(t_k)
-  std::vector<double> meanX;          // per block, p each: xbar_k (NaN when S_k <= eps)
-  std::vector<double> cumMeanHaz;     // per block, p each: G(t_k)
+  std::vector<double> eta;             // n: linear predictors
+  std::vector<double> riskSum;         // per block of the layout: S_k
+  std::vector<double> cumHaz;          // per block: H0(t_k)
+  std::vector<double> meanX;           // per block, p each: xbar_k (NaN when S_k <= eps)
+  std::vector<double> cumMeanHaz;      // per block, p each: G(t_k)
   std::vector<std::uint32_t> blockOf;  // n: layout block of the row's time (kNoBlock: none)
   static constexpr std::uint32_t kNoBlock = 0xFFFFFFFFu;
 };
@@ -58,8 +58,7 @@ void FillResiduals(const RiskLayout& layout, const BreslowBaseline& bl, const do
 double ConcordanceFenwick(std::size_t n, const double* time, const double* status,
                           const double* eta, double* num = nullptr, double* den = nullptr);
 // The same by the pairwise definition, O(n^2): the reference of the tests.
-double ConcordancePairs(std::size_t n, const double* time, const double* status,
-                        const double* eta);
+double ConcordancePairs(std::size_t n, const double* time, const double* status, const double* eta);
 
 // One quality-index row (5 values) from D0, D (-2 log L of the null and fitted models), n, p,
 // the pair (a, b) of the relative reduction and the concordance index.

@@ -252,7 +252,8 @@ int CoxCV_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info) {
   std::iota(perm.begin(), perm.end(), 0u);
   for (std::size_t t = n; t > 1; --t) std::swap(perm[t - 1], perm[RandomBelow(rs, t)]);
   std::vector<int> fold(n);
-  for (std::size_t t = 0; t < n; ++t) fold[perm[t]] = static_cast<int>(t % static_cast<std::size_t>(k));
+  for (std::size_t t = 0; t < n; ++t)
+    fold[perm[t]] = static_cast<int>(t % static_cast<std::size_t>(k));
 
   const auto rowsOut = static_cast<std::uint32_t>(k + 2);
   // Row 1 the model on all rows, rows 2 .. k + 1 the folds, row k + 2 the mean of the folds.
@@ -355,7 +356,8 @@ int ComputeBootOut_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info) {
     CoxProblem prob{&s.layout, s.ew.data(), terms};
     const FitResult fit = FitObject(prob, s.x, d.q, limit, param.tolerance);
     if (!Usable(fit, d.q)) return;  // the replicate stays missing and is not counted
-    for (std::size_t j = 0; j + 1 < cols; ++j) reps[j * ub + static_cast<std::size_t>(b)] = fit.beta[j];
+    for (std::size_t j = 0; j + 1 < cols; ++j)
+      reps[j * ub + static_cast<std::size_t>(b)] = fit.beta[j];
     const std::vector<double> eta = Eta(s.x, n, d.q, fit.beta.data());
     reps[(cols - 1) * ub + static_cast<std::size_t>(b)] =
         ConcordanceFenwick(n, s.time.data(), s.status.data(), eta.data());

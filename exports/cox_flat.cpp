@@ -104,10 +104,9 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ConcordIndex(const double* time, const double
 }
 
 VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeCVTable(const double* time, const double* status,
-                                                  const double* x, const double* beta, int n,
-                                                  int p, double a, double b,
-                                                  const double* modelStats, int row, int tableRows,
-                                                  double* table) {
+                                                  const double* x, const double* beta, int n, int p,
+                                                  double a, double b, const double* modelStats,
+                                                  int row, int tableRows, double* table) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     const long long rows = n < 0 ? 0 : n, cols = p < 0 ? 0 : p;
     auto& t = f.in(time, rows);

@@ -341,16 +341,16 @@ VELKOR_API int SurvFoncCox(int n, int p, matrix<int>* nTimes, matrix<int>* block
       for (std::size_t j = 0; j < xMean.size(); ++j) xMean[j] += x[i * xMean.size() + j];
     for (double& v : xMean) v /= fp.n > 0 ? static_cast<double>(fp.n) : 1.0;
     const int cols = baseSurv ? static_cast<int>(baseSurv->cols) : 0;
-    velkor::cox::PostFitOutputs(fp.layout, x.data(), fp.p, b.data(), xMean.data(), nullptr,
-                                nullptr, cols, baseSurv, rowSurv, meanSurv, nullptr);
+    velkor::cox::PostFitOutputs(fp.layout, x.data(), fp.p, b.data(), xMean.data(), nullptr, nullptr,
+                                cols, baseSurv, rowSurv, meanSurv, nullptr);
     return 0;
   });
 }
 
-VELKOR_API int ResCox(matrix<double>* time, int n, int p, matrix<double>* status,
-                      matrix<double>* X, matrix<double>* beta, matrix<int>* nTimes,
-                      matrix<int>* blockStart, matrix<int>* blockSize, matrix<int>* blockEvents,
-                      int nStrata, matrix<double>* strataSizes, matrix<double>* cumHaz,
+VELKOR_API int ResCox(matrix<double>* time, int n, int p, matrix<double>* status, matrix<double>* X,
+                      matrix<double>* beta, matrix<int>* nTimes, matrix<int>* blockStart,
+                      matrix<int>* blockSize, matrix<int>* blockEvents, int nStrata,
+                      matrix<double>* strataSizes, matrix<double>* cumHaz,
                       matrix<double>* residuals) {
   return velkor::guarded_call([&] {
     FlatProblem fp(p, nullptr, X, 0, nTimes, blockSize, blockStart, nStrata, strataSizes,
@@ -386,7 +386,8 @@ VELKOR_API double ConcordIndex(int n, int p, matrix<double>* time, matrix<double
                                matrix<double>* X, matrix<double>* beta) {
   try {
     const std::size_t rows = std::min(Rows(n, time), Rows(n, status));
-    const int q = std::max(0, std::min<int>(p, X && X->rows >= rows ? static_cast<int>(X->cols) : 0));
+    const int q =
+        std::max(0, std::min<int>(p, X && X->rows >= rows ? static_cast<int>(X->cols) : 0));
     const std::vector<double> x = RowMajorOf(X, X ? X->rows : 0, q), b = Values(beta, q);
     const auto uq = static_cast<std::size_t>(q);
     std::vector<double> eta(rows, 0.0);

@@ -135,8 +135,8 @@ VELKOR_API int RunCoxReg(const double* time, const double* status, const double*
  * Returns 0 (n < 0 counts as 0), or VELKOR_E_NULL_ARRAY when c is null or an array of positive
  * length is null. */
 VELKOR_API int Cpp_ConcordIndex(const double* time, const double* status, const double* x,
-                                const double* beta, int n, int p, double* c,
-                                double* nConcordant, double* nComparable);
+                                const double* beta, int n, int p, double* c, double* nConcordant,
+                                double* nComparable);
 
 /* One row of the quality-index table (see ComputeCVTable in velkor/cox_objects.h).
  *   time, status, x, beta, n, p  as Cpp_ConcordIndex
@@ -148,8 +148,7 @@ VELKOR_API int Cpp_ConcordIndex(const double* time, const double* status, const 
  * null. */
 VELKOR_API int Cpp_ComputeCVTable(const double* time, const double* status, const double* x,
                                   const double* beta, int n, int p, double a, double b,
-                                  const double* modelStats, int row, int tableRows,
-                                  double* table);
+                                  const double* modelStats, int row, int tableRows, double* table);
 
 /* Bootstrap summary of B replicates of `cols` statistics (see ComputeBootOut).
  *   reps      in, B x cols (column-major); missing or non-finite cells are failed replicates

@@ -253,10 +253,10 @@ VELKOR_API int SurvFoncCox(int n, int p, matrix<int>* nTimes, matrix<int>* block
 // residuals(type = "score") for Breslow ties); see RunCoxReg in velkor/cox.h. cumHaz
 // (nStrata x K, H0 per stratum and distinct time), when not empty, is the cumulative hazard of
 // the martingale and deviance residuals; otherwise H0 is computed from beta. Returns 0.
-VELKOR_API int ResCox(matrix<double>* time, int n, int p, matrix<double>* status,
-                      matrix<double>* X, matrix<double>* beta, matrix<int>* nTimes,
-                      matrix<int>* blockStart, matrix<int>* blockSize, matrix<int>* blockEvents,
-                      int nStrata, matrix<double>* strataSizes, matrix<double>* cumHaz,
+VELKOR_API int ResCox(matrix<double>* time, int n, int p, matrix<double>* status, matrix<double>* X,
+                      matrix<double>* beta, matrix<int>* nTimes, matrix<int>* blockStart,
+                      matrix<int>* blockSize, matrix<int>* blockEvents, int nStrata,
+                      matrix<double>* strataSizes, matrix<double>* cumHaz,
                       matrix<double>* residuals);
 
 // Concordance index of eta = X beta (rows in any order): a direction (i, j) is comparable when

@@ -4,6 +4,7 @@
 // index and quality-index rows by their definitions; bad input.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -39,8 +40,8 @@ struct LungRun {
     double z = 0;
     rc = RunCoxReg(kLungTime, kLungStatus, nullptr, kLungX, nullptr, nullptr, n, kP, 1, 0, &iters,
                    1e-12, -1, 0.05, 0, 0, nullptr, 0.05, -1, K, beta.data(), ms.data(), gt.data(),
-                   ct.data(), &z, st.data(), vs.data(), &nf, base.data(), rows.data(),
-                   mean.data(), res.data());
+                   ct.data(), &z, st.data(), vs.data(), &nf, base.data(), rows.data(), mean.data(),
+                   res.data());
   }
   double R(int i, int c) const { return res[static_cast<std::size_t>(c * kLungN + i)]; }
 };
@@ -93,6 +94,35 @@ TEST(CoxPostApi, ResidualsMatchR) {
   }
 }
 
+TEST(CoxPostApi, StratifiedBaselineAndResidualsMatchR) {
+  const int n = kLungN, p = 2;
+  const int K1 = static_cast<int>(sizeof(kStrataBaseHaz1) / sizeof(double));
+  const int K2 = static_cast<int>(sizeof(kStrataBaseHaz2) / sizeof(double));
+  const int K = std::max(K1, K2);
+  std::vector<double> beta(p), ms(12), gt(9), ct(p * 9), st(p * 4), base(2 * K), mean(2 * K);
+  std::vector<double> rows(static_cast<std::size_t>(n * K)), res(static_cast<std::size_t>(n * 8));
+  std::vector<int> vs(p);
+  int iters = 50, nf = 0;
+  double z = 0;
+  ASSERT_EQ(RunCoxReg(kStrataTime, kStrataStatus, nullptr, kStrataX, kStrataKey, nullptr, n, p, 2,
+                      0, &iters, 1e-12, -1, 0.05, 0, 0, nullptr, 0.05, -1, K, beta.data(),
+                      ms.data(), gt.data(), ct.data(), &z, st.data(), vs.data(), &nf, base.data(),
+                      rows.data(), mean.data(), res.data()),
+            0);
+  for (int j = 0; j < p; ++j) ExpectClose(beta[j], kStrataBeta[j], 1e-8, "beta", j);
+  for (int k = 0; k < K; ++k) {
+    if (k < K1) ExpectClose(base[2 * k], std::exp(-kStrataBaseHaz1[k]), kTol, "stratum 1", k);
+    if (k < K2) ExpectClose(base[2 * k + 1], std::exp(-kStrataBaseHaz2[k]), kTol, "stratum 2", k);
+  }
+  EXPECT_EQ(base[2 * (K - 1) + (K1 < K2 ? 0 : 1)], kMiss);  // past the shorter stratum's times
+  for (int i = 0; i < n; ++i) {
+    ExpectClose(res[static_cast<std::size_t>(2 * n + i)], kStrataMartingale[i], kTol, "mart", i);
+    for (int j = 0; j < p; ++j)
+      ExpectClose(res[static_cast<std::size_t>((6 + j) * n + i)], kStrataScore[j * n + i], kTol,
+                  "score", i);
+  }
+}
+
 TEST(CoxPostApi, DevianceMissingWhenTheFittedHazardIsZero) {
   // The first row is censored before any event: H0 = 0, martingale 0, deviance missing.
   const double t[] = {1, 2, 3, 4, 5}, s[] = {0, 1, 1, 0, 1}, x[] = {0.5, -1, 2, 0, 1};
@@ -100,14 +130,14 @@ TEST(CoxPostApi, DevianceMissingWhenTheFittedHazardIsZero) {
   std::vector<int> vs(1);
   int iters = 20, nf = 0;
   double z = 0;
-  ASSERT_EQ(RunCoxReg(t, s, nullptr, x, nullptr, nullptr, 5, 1, 1, 0, &iters, 1e-10, -1, 0.05, 0,
-                      0, nullptr, 0.05, -1, 5, beta.data(), ms.data(), gt.data(), ct.data(), &z,
+  ASSERT_EQ(RunCoxReg(t, s, nullptr, x, nullptr, nullptr, 5, 1, 1, 0, &iters, 1e-10, -1, 0.05, 0, 0,
+                      nullptr, 0.05, -1, 5, beta.data(), ms.data(), gt.data(), ct.data(), &z,
                       st.data(), vs.data(), &nf, base.data(), rows.data(), mean.data(), res.data()),
             0);
-  EXPECT_EQ(res[10], 0.0);    // martingale of row 1
-  EXPECT_EQ(res[15], kMiss);  // deviance of row 1
-  EXPECT_EQ(res[20], 0.0);    // Schoenfeld of a censored row
-  EXPECT_EQ(base[0], 1.0);    // no event at time 1
+  EXPECT_EQ(res[10], 0.0);             // martingale of row 1
+  EXPECT_EQ(res[15], kMiss);           // deviance of row 1
+  EXPECT_EQ(res[20], 0.0);             // Schoenfeld of a censored row
+  EXPECT_EQ(base[0], 1.0);             // no event at time 1
   EXPECT_DOUBLE_EQ(base[3], base[2]);  // censoring only at time 4: S0 unchanged
 }
 
@@ -218,7 +248,7 @@ TEST(CoxPostApi, ConcordanceAndQualityRowThroughFlatExports) {
   EXPECT_EQ(c, 8.0 / 12.0);
   const double zero[] = {0.0};
   ASSERT_EQ(Cpp_ConcordIndex(t, s, x, zero, 6, 1, &c, nullptr, nullptr), 0);
-  EXPECT_EQ(c, 0.0);  // all eta equal: nothing concordant
+  EXPECT_EQ(c, 0.0);                       // all eta equal: nothing concordant
   const double s1[] = {0, 0, 0, 0, 0, 1};  // only the longest time is an event
   ASSERT_EQ(Cpp_ConcordIndex(t, s1, x, beta, 6, 1, &c, nullptr, nullptr), 0);
   EXPECT_EQ(c, kMiss);
@@ -269,13 +299,12 @@ TEST(CoxPostApi, BootstrapSummaryAndBadInput) {
   EXPECT_EQ(c, kMiss);
   EXPECT_EQ(Cpp_ConcordIndex(t3, s3, nullptr, nullptr, 3, 1, &c, nullptr, nullptr),
             VELKOR_E_NULL_ARRAY);
-  EXPECT_EQ(Cpp_ComputeCVTable(nullptr, nullptr, nullptr, nullptr, -1, -1, 0, 0, nullptr, 1, -2,
-                               nullptr),
-            VELKOR_E_NULL_ARRAY);  // the model statistics are required
+  EXPECT_EQ(
+      Cpp_ComputeCVTable(nullptr, nullptr, nullptr, nullptr, -1, -1, 0, 0, nullptr, 1, -2, nullptr),
+      VELKOR_E_NULL_ARRAY);  // the model statistics are required
   const double ms[12] = {};
-  EXPECT_EQ(Cpp_ComputeCVTable(nullptr, nullptr, nullptr, nullptr, -1, -1, 0, 0, ms, 1, -2,
-                               nullptr),
-            0);
+  EXPECT_EQ(
+      Cpp_ComputeCVTable(nullptr, nullptr, nullptr, nullptr, -1, -1, 0, 0, ms, 1, -2, nullptr), 0);
   EXPECT_EQ(Cpp_ComputeBootOut(nullptr, -4, -2, nullptr, 0.05, nullptr), 0);
   EXPECT_EQ(Cpp_ComputeBootOut(reps, 5, 2, est, 0.05, nullptr), VELKOR_E_NULL_ARRAY);
   // NaN times are never compared; a NaN eta is never concordant.

@@ -39,3 +39,15 @@ for (tr in c("identity", "log", "rank", "km")) {
   z <- cox.zph(fit, transform = tr, terms = FALSE)
   pr(paste0("kLungZph_", tr), z$table)  # (p + 1) x 3: chisq, df, p
 }
+# Stratified by sex (rows sorted by sex then time, the library's order): per-stratum baseline
+# hazard and the residuals.
+d2 <- d[order(d$sex, d$time), ]
+fit2 <- coxph(Surv(time, status) ~ age + ph.ecog + strata(sex), data = d2, ties = "breslow")
+bh2 <- basehaz(fit2, centered = FALSE)
+pr("kStrataTime", d2$time); pr("kStrataStatus", d2$status); pr("kStrataKey", d2$sex)
+pr("kStrataX", c(d2$age, d2$ph.ecog))
+pr("kStrataBeta", coef(fit2))
+pr("kStrataBaseHaz1", bh2$hazard[bh2$strata == "sex=1"])
+pr("kStrataBaseHaz2", bh2$hazard[bh2$strata == "sex=2"])
+pr("kStrataMartingale", residuals(fit2, type = "martingale"))
+pr("kStrataScore", residuals(fit2, type = "score"))
