@@ -170,6 +170,71 @@ struct LungObject {
   }
 };
 
+TEST(CoxPostApi, ContainerWorkersAgreeWithTheRun) {
+  // SurvFoncCox and ResCox on the tables of cReorganizeDataCox give the run's outputs; ResCox
+  // with the caller's cumulative hazard (-log S0) gives the same martingale residuals.
+  const int K = static_cast<int>(sizeof(kLungBaseHaz) / sizeof(double));
+  LungRun r(K);
+  ASSERT_EQ(r.rc, 0);
+  const auto n = static_cast<std::uint32_t>(kLungN);
+  std::vector<double> t(kLungTime, kLungTime + n), st(kLungStatus, kLungStatus + n),
+      x(kLungX, kLungX + 3 * n);
+  std::vector<int> ntv(1), ncv(1), bsv(n), bzv(n), bev(n);
+  int maxTimes = 0;
+  ASSERT_EQ(Cpp_ReorganizeDataCox(t.data(), kLungN, kP, st.data(), nullptr, nullptr, x.data(),
+                                  nullptr, nullptr, 1, ntv.data(), ncv.data(), bsv.data(),
+                                  bzv.data(), bev.data(), &maxTimes),
+            0);
+  matrix<double> T(n, 1, t.data(), 0), S(n, 1, st.data(), 0), X(n, kP, x.data(), 0), sizes(1, 1),
+      B(kP, 1, r.beta.data(), 0);
+  sizes.data[0] = kLungN;
+  matrix<int> nt(1, 1, ntv.data(), 0), bs(1, n, bsv.data(), 0), bz(1, n, bzv.data(), 0),
+      be(1, n, bev.data(), 0);
+  ASSERT_EQ(maxTimes, K);
+  matrix<double> base(1, static_cast<std::uint32_t>(K)), mean(1, static_cast<std::uint32_t>(K)),
+      rows(n, static_cast<std::uint32_t>(K)), hz(1, static_cast<std::uint32_t>(K)),
+      res(n, 4 + 2 * kP);
+  ASSERT_EQ(SurvFoncCox(kLungN, kP, &nt, &bs, &bz, &be, &X, &B, 1, &sizes, &base, &rows, &mean), 0);
+  for (int k = 0; k < K; ++k) {
+    EXPECT_EQ(base.data[k], r.base[static_cast<std::size_t>(k)]);
+    EXPECT_EQ(mean.data[k], r.mean[static_cast<std::size_t>(k)]);
+    hz.data[k] = -std::log(base.data[k]);
+  }
+  ASSERT_EQ(ResCox(&T, kLungN, kP, &S, &X, &B, &nt, &bs, &bz, &be, 1, &sizes, &hz, &res), 0);
+  for (std::uint32_t i = 0; i < n; ++i) {
+    ExpectClose(res.data[2 * n + i], r.R(static_cast<int>(i), 2), 1e-12, "martingale", 0);
+    EXPECT_EQ(res.data[4 * n + i], r.R(static_cast<int>(i), 4));  // Schoenfeld
+  }
+  EXPECT_EQ(ConcordIndex(kLungN, kP, &T, &S, &X, &B), [&] {
+    double c = 0;
+    Cpp_ConcordIndex(kLungTime, kLungStatus, kLungX, r.beta.data(), kLungN, kP, &c, nullptr,
+                     nullptr);
+    return c;
+  }());
+  // The object-form workers on a prepared result: -1 when nothing is prepared.
+  COX_Param par;
+  cCOX_Results empty;
+  VELKORInfo info;
+  EXPECT_EQ(SurvFoncCox_ST(par, empty), -1);
+  EXPECT_EQ(ResCox_ST(par, empty), -1);
+  EXPECT_EQ(ConcordIndex_ST(empty), -1);
+  EXPECT_EQ(empty.concordance, kMiss);
+  EXPECT_EQ(Cox_ProportionalityTest_ST(par, empty), -1);
+  EXPECT_EQ(CoxCV_ST(par, empty, info), -1);
+  EXPECT_EQ(ComputeBootOut_ST(par, empty, info), -1);
+  LungObject o(3);
+  ASSERT_EQ(o.rc, 0);
+  o.par.cvFolds = 4;
+  int calls = 0;
+  o.info.progress = [&](std::int64_t done, std::int64_t total) {
+    ++calls;
+    return done < total;
+  };
+  EXPECT_EQ(CoxCV_ST(o.par, o.res, o.info), 0);
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(o.res.cvTable.count, 6u * 5u);
+}
+
 TEST(CoxPostApi, ObjectFormResidualsSurvivalAndPHTestMatchR) {
   const char* names[] = {"identity", "log", "rank", "km"};
   const double* zph[] = {kLungZph_identity, kLungZph_log, kLungZph_rank, kLungZph_km};
