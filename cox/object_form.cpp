@@ -19,29 +19,6 @@ VectD ToVect(const std::vector<double>& v) {
   return VectD(v.data(), static_cast<std::uint32_t>(v.size()));
 }
 
-TieTerms ObjectTerms(int ties) {
-  return ties == 1 ? TieTerms::EfronWeighted
-                   : (ties == 0 ? TieTerms::BreslowWeighted : TieTerms::Nothing);
-}
-
-RiskLayout ObjectLayout(cCOX_Results& res) {
-  const int K = res.maxTimes;
-  const int m = res.nStrata;
-  auto cell = [&](const VectI& t, int s, int k) {
-    const long long idx = static_cast<long long>(k) * m + s;
-    return idx >= 0 && idx < static_cast<long long>(t.count) ? t.data[idx] : 0;
-  };
-  return MakeRiskLayout(
-      static_cast<std::size_t>(res.n), m,
-      [&](int s) {
-        return s < static_cast<int>(res.strataSizes.count) ? res.strataSizes.data[s] : 0.0;
-      },
-      [&](int s) { return s < static_cast<int>(res.nTimes.count) ? res.nTimes.data[s] : 0; },
-      [&](int s, int k) { return cell(res.blockStart, s, k); },
-      [&](int s, int k) { return cell(res.blockSize, s, k); },
-      [&](int s, int k) { return cell(res.blockEvents, s, k); }, K);
-}
-
 // The listed design columns, each centred on its mean over the rows, stored row by row (n x q)
 // or, with columnMajor, column by column.
 std::vector<double> CentredColumns(const cCOX_Results& res, const std::vector<int>& cols,
@@ -113,6 +90,29 @@ std::vector<int> VariableCoefs(const cCOX_Results& res) {
 }
 
 }  // namespace
+
+TieTerms ObjectTerms(int ties) {
+  return ties == 1 ? TieTerms::EfronWeighted
+                   : (ties == 0 ? TieTerms::BreslowWeighted : TieTerms::Nothing);
+}
+
+RiskLayout ObjectLayout(cCOX_Results& res) {
+  const int K = res.maxTimes;
+  const int m = res.nStrata;
+  auto cell = [&](const VectI& t, int s, int k) {
+    const long long idx = static_cast<long long>(k) * m + s;
+    return idx >= 0 && idx < static_cast<long long>(t.count) ? t.data[idx] : 0;
+  };
+  return MakeRiskLayout(
+      static_cast<std::size_t>(res.n), m,
+      [&](int s) {
+        return s < static_cast<int>(res.strataSizes.count) ? res.strataSizes.data[s] : 0.0;
+      },
+      [&](int s) { return s < static_cast<int>(res.nTimes.count) ? res.nTimes.data[s] : 0; },
+      [&](int s, int k) { return cell(res.blockStart, s, k); },
+      [&](int s, int k) { return cell(res.blockSize, s, k); },
+      [&](int s, int k) { return cell(res.blockEvents, s, k); }, K);
+}
 
 int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
                          cST_FactorsInfo& factors) {
@@ -395,7 +395,7 @@ int Cox_BackSelection_ST(COX_Param& param, cCOX_Results& res) {
 }
 
 int COX_RunCoxReg_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
-                     cST_FactorsInfo& factors, VELKORInfo& /*info*/) {
+                     cST_FactorsInfo& factors, VELKORInfo& info) {
   const int prep = cox::ReorganizeDataCox_ST(data, param, res, factors);
   if (prep != 0) return prep;
   int rc = 0;
@@ -415,9 +415,16 @@ int COX_RunCoxReg_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   if (rc < 0) return -5;
   if (res.variableStep.count == 0) res.variableStep = VectI(res.variableCoefs.count, 0);
   cox::ComputeCritCox_ST(param, res);
-  // With res.suppressSurvival not -1, the survival function and residuals (SurvFoncCox_ST,
-  // ResCox_ST) and, when param.proportionalityTest is -1, the proportional-hazards test run here;
-  // they belong to the next routines of the family and leave their fields empty until then.
+  // Quality indices of the fitted model; then, unless suppressed, the survival function, residuals
+  // and the proportional-hazards test; then the validation the parameters ask for.
+  cox::ComputeCVTable_ST(param, res);
+  if (res.suppressSurvival != -1) {
+    cox::SurvFoncCox_ST(param, res);
+    cox::ResCox_ST(param, res);
+    if (param.proportionalityTest == -1) cox::Cox_ProportionalityTest_ST(param, res);
+  }
+  if (param.cvFolds >= 2) cox::CoxCV_ST(param, res, info);
+  if (param.bootstrapSamples >= 1) cox::ComputeBootOut_ST(param, res, info);
   return 0;
 }
 

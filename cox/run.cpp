@@ -7,6 +7,7 @@
 #include "companion/sorting.h"
 #include "core/numeric.h"
 #include "cox/cox.h"
+#include "cox/post_fit.h"
 #include "cox/run.h"
 
 namespace velkor::cox {
@@ -122,7 +123,8 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
     if (sel.status < 0) return -5;
   } else {
     for (int j = 0; j < p; ++j) sel.columns.push_back(j);
-    sel.fit = FitFlat(prob, std::move(design), p, limit, tol);
+    sel.fit = survRes == -1 ? FitFlat(prob, design, p, limit, tol)
+                            : FitFlat(prob, std::move(design), p, limit, tol);
     sel.variableStep.assign(coefs.size(), 0);
   }
 
@@ -143,7 +145,7 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
       for (std::size_t v = 0; v < vc.size(); ++v)
         for (int c : vc[v]) varOfCol[static_cast<std::size_t>(c)] = static_cast<int>(v);
   }
-  std::vector<double> row(9);
+  std::vector<double> row(9), finalBeta(up, 0.0);
   for (int j = 0; j < p; ++j) {
     const auto pos = std::find(sel.columns.begin(), sel.columns.end(), j);
     const bool in = pos != sel.columns.end();
@@ -158,6 +160,7 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
     row[8] = v < sel.variableStep.size() ? sel.variableStep[v] : 0.0;
     for (int c = 0; c < 9; ++c) coefTable->set(j + 1, c + 1, row[static_cast<std::size_t>(c)]);
     beta->set(j + 1, row[0]);
+    finalBeta[static_cast<std::size_t>(j)] = row[0];
   }
 
   // Selection outputs: the rows of the step table that were written, the step of each variable.
@@ -183,15 +186,15 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   }
   if (maxIter) *maxIter = f.iterations;
 
-  // Survival function and residuals (SurvFoncCox, ResCox) are computed here when survRes is -1;
-  // they belong to the next routines of the family. Until then their outputs are left as the
-  // caller passed them.
-  (void)survRes;
-  (void)survCols;
-  (void)baseSurvival;
-  (void)rowSurvival;
-  (void)meanSurvival;
-  (void)residuals;
+  // Survival function and residuals at the final coefficients (0 for columns left out).
+  if (survRes == -1) {
+    std::vector<double> xMean(up, 0.0);
+    for (std::size_t i = 0; i < rows; ++i)
+      for (std::size_t j = 0; j < up; ++j) xMean[j] += design[i * up + j];
+    for (std::size_t j = 0; j < up; ++j) xMean[j] /= static_cast<double>(rows);
+    PostFitOutputs(layout, design.data(), p, finalBeta.data(), xMean.data(), time->data,
+                   status->data, survCols, baseSurvival, rowSurvival, meanSurvival, residuals);
+  }
   return 0;
 }
 

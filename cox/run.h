@@ -32,6 +32,11 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
                matrix<double>* baseSurvival, matrix<double>* rowSurvival,
                matrix<double>* meanSurvival, matrix<double>* residuals);
 
+// The validated layout of the prepared data of an object-form run.
+RiskLayout ObjectLayout(cCOX_Results& res);
+// Tie terms of the object form: 1 Efron, 0 Breslow (event terms weighted), others nothing.
+TieTerms ObjectTerms(int ties);
+
 // Object form (contracts in velkor/cox_objects.h, under the same names without the namespace).
 int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
                          cST_FactorsInfo& factors);
@@ -44,5 +49,19 @@ int Cox_ForSelection_ST(COX_Param& param, cCOX_Results& res);
 int Cox_BackSelection_ST(COX_Param& param, cCOX_Results& res);
 int COX_RunCoxReg_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
                      cST_FactorsInfo& factors, VELKORInfo& info);
+
+// After the fit (object form; contracts in velkor/cox_objects.h).
+int SurvFoncCox_ST(COX_Param& param, cCOX_Results& res);
+int ResCox_ST(COX_Param& param, cCOX_Results& res);
+int ConcordIndex_ST(cCOX_Results& res);
+int ComputeCVTable_ST(COX_Param& param, cCOX_Results& res);
+int Cox_ProportionalityTest_ST(COX_Param& param, cCOX_Results& res);
+int CoxCV_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info);
+int ComputeBootOut_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info);
+// Bootstrap summary of B replicates of `cols` statistics (reps B x cols column-major, missing
+// values skipped): out cols x 6 = estimate, mean, standard error, percentile limits at alpha / 2
+// and 1 - alpha / 2, number of replicates used.
+void BootSummary(int B, int cols, const double* reps, const double* estimate, double alpha,
+                 double* out);
 
 }  // namespace velkor::cox

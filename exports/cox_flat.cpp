@@ -1,7 +1,11 @@
 // Flat entry points of the Cox regression: thin frames over the workers of cox/.
+#include <vector>
+
 #include "core/frame.h"
+#include "cox/post_fit.h"
 #include "cox/run.h"
 #include "velkor/cox.h"
+#include "velkor/cox_objects.h"
 
 namespace {
 
@@ -73,5 +77,56 @@ VELKOR_EXTERN_C VELKOR_API int RunCoxReg(
                                    selection, threshold, backStatistic, nVars, &vc, alpha, survRes,
                                    survCols, &b, &ms, &gt, &ct, zq, &steps, &vs, &nf, &bsv, &rsv,
                                    &msv, &res);
+  });
+}
+
+VELKOR_EXTERN_C VELKOR_API int Cpp_ConcordIndex(const double* time, const double* status,
+                                                const double* x, const double* beta, int n, int p,
+                                                double* c, double* nConcordant,
+                                                double* nComparable) {
+  return velkor::flat_call([&](velkor::FlatFrame& f) {
+    const long long rows = n < 0 ? 0 : n, cols = p < 0 ? 0 : p;
+    auto& t = f.in(time, rows);
+    auto& st = f.in(status, rows);
+    auto& X = f.in(x, rows, cols);
+    auto& b = f.in(beta, cols);
+    double& cc = f.scalar(c);
+    double numLocal = 0.0, denLocal = 0.0;  // the two counts are optional
+    double& num = nConcordant ? f.scalar(nConcordant) : numLocal;
+    double& den = nComparable ? f.scalar(nComparable) : denLocal;
+    const auto un = static_cast<std::size_t>(rows);
+    std::vector<double> eta(un, 0.0);
+    for (std::size_t j = 0; j < static_cast<std::size_t>(cols); ++j)
+      for (std::size_t i = 0; i < un; ++i) eta[i] += X.data[j * un + i] * b.data[j];
+    cc = velkor::cox::ConcordanceFenwick(un, t.data, st.data, eta.data(), &num, &den);
+    return 0;
+  });
+}
+
+VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeCVTable(const double* time, const double* status,
+                                                  const double* x, const double* beta, int n, int p,
+                                                  double a, double b, const double* modelStats,
+                                                  int row, int tableRows, double* table) {
+  return velkor::flat_call([&](velkor::FlatFrame& f) {
+    const long long rows = n < 0 ? 0 : n, cols = p < 0 ? 0 : p;
+    auto& t = f.in(time, rows);
+    auto& st = f.in(status, rows);
+    auto& X = f.in(x, rows, cols);
+    auto& bt = f.in(beta, cols);
+    auto& ms = f.in(modelStats, 6, 2);
+    auto& tb = f.out(table, tableRows < 0 ? 0 : tableRows, 5);
+    return ComputeCVTable(n, p, &t, &st, &X, &bt, a, b, &ms, row, &tb);
+  });
+}
+
+VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeBootOut(const double* reps, int B, int cols,
+                                                  const double* estimate, double alpha,
+                                                  double* out) {
+  return velkor::flat_call([&](velkor::FlatFrame& f) {
+    const long long b = B < 0 ? 0 : B, c = cols < 0 ? 0 : cols;
+    auto& r = f.in(reps, b, c);
+    auto& e = f.in(estimate, Len(estimate, c));
+    auto& o = f.out(out, c, 6);
+    return ComputeBootOut(B, cols, &r, &e, alpha, &o);
   });
 }

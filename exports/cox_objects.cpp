@@ -4,6 +4,8 @@
 #include <vector>
 
 #include "core/frame.h"
+#include "core/numeric.h"
+#include "cox/post_fit.h"
 #include "cox/run.h"
 #include "velkor/cox_objects.h"
 
@@ -306,4 +308,142 @@ VELKOR_API int Cpp_COX_Compute_ST(SAFEARRAY* numeric, SAFEARRAY* text, COX_Param
     return COX_Compute_ST(data, param, res, factors, info);
   });
   return rc;
+}
+
+// ---- After the fit ------------------------------------------------------------------------------
+
+namespace {
+
+std::vector<double> RowMajorOf(matrix<double>* X, std::size_t n, int p) {
+  const std::vector<double> cm = Values(X, n * static_cast<std::size_t>(p < 0 ? 0 : p));
+  return velkor::cox::RowMajorCopy(cm.data(), n, n, p);
+}
+
+std::size_t Rows(int n, const matrix<double>* m) {
+  const std::size_t want = n > 0 ? static_cast<std::size_t>(n) : 0;
+  return m ? std::min<std::size_t>(want, m->count) : 0;
+}
+
+}  // namespace
+
+VELKOR_API int SurvFoncCox(int n, int p, matrix<int>* nTimes, matrix<int>* blockStart,
+                           matrix<int>* blockSize, matrix<int>* blockEvents, matrix<double>* X,
+                           matrix<double>* beta, int nStrata, matrix<double>* strataSizes,
+                           matrix<double>* baseSurv, matrix<double>* rowSurv,
+                           matrix<double>* meanSurv) {
+  return velkor::guarded_call([&] {
+    FlatProblem fp(p, nullptr, X, 0, nTimes, blockSize, blockStart, nStrata, strataSizes,
+                   blockEvents);
+    (void)n;  // the rows are those of X, as the block tables address them
+    const std::vector<double> x = RowMajorOf(X, fp.n, fp.p), b = Values(beta, fp.p);
+    std::vector<double> xMean(static_cast<std::size_t>(fp.p), 0.0);
+    for (std::size_t i = 0; i < fp.n; ++i)
+      for (std::size_t j = 0; j < xMean.size(); ++j) xMean[j] += x[i * xMean.size() + j];
+    for (double& v : xMean) v /= fp.n > 0 ? static_cast<double>(fp.n) : 1.0;
+    const int cols = baseSurv ? static_cast<int>(baseSurv->cols) : 0;
+    velkor::cox::PostFitOutputs(fp.layout, x.data(), fp.p, b.data(), xMean.data(), nullptr, nullptr,
+                                cols, baseSurv, rowSurv, meanSurv, nullptr);
+    return 0;
+  });
+}
+
+VELKOR_API int ResCox(matrix<double>* time, int n, int p, matrix<double>* status, matrix<double>* X,
+                      matrix<double>* beta, matrix<int>* nTimes, matrix<int>* blockStart,
+                      matrix<int>* blockSize, matrix<int>* blockEvents, int nStrata,
+                      matrix<double>* strataSizes, matrix<double>* cumHaz,
+                      matrix<double>* residuals) {
+  return velkor::guarded_call([&] {
+    FlatProblem fp(p, nullptr, X, 0, nTimes, blockSize, blockStart, nStrata, strataSizes,
+                   blockEvents);
+    (void)n;  // the rows are those of X, as the block tables address them
+    const std::vector<double> x = RowMajorOf(X, fp.n, fp.p), b = Values(beta, fp.p);
+    const std::vector<double> t = Values(time, fp.n), s = Values(status, fp.n);
+    const velkor::cox::BreslowBaseline bl =
+        velkor::cox::ComputeBreslowBaseline(fp.layout, x.data(), fp.p, b.data());
+    // The caller's cumulative hazard H0(s, k), k the position of the row's time in its stratum.
+    std::vector<double> hz(fp.n, 0.0);
+    const bool given = cumHaz && cumHaz->count > 0;
+    for (std::size_t si = 0; given && si < fp.layout.strata.size(); ++si) {
+      const velkor::cox::StratumRange& st = fp.layout.strata[si];
+      for (std::size_t r = st.first; r < st.first + st.rows && r < fp.n; ++r) {
+        const std::uint32_t blk = bl.blockOf[r];
+        if (blk == velkor::cox::BreslowBaseline::kNoBlock) continue;
+        hz[r] = cumHaz->at0(si, blk - st.blockBegin);
+      }
+    }
+    const auto up = static_cast<std::size_t>(fp.p);
+    std::vector<double> table(fp.n * (4 + 2 * up));
+    velkor::cox::FillResiduals(fp.layout, bl, t.data(), s.data(), x.data(), fp.p,
+                               given ? hz.data() : nullptr, table.data(), fp.n);
+    if (residuals)
+      for (std::size_t c = 0; c < 4 + 2 * up; ++c)
+        for (std::size_t r = 0; r < fp.n; ++r) residuals->at0(r, c) = table[c * fp.n + r];
+    return 0;
+  });
+}
+
+VELKOR_API double ConcordIndex(int n, int p, matrix<double>* time, matrix<double>* status,
+                               matrix<double>* X, matrix<double>* beta) {
+  try {
+    const std::size_t rows = std::min(Rows(n, time), Rows(n, status));
+    const int q =
+        std::max(0, std::min<int>(p, X && X->rows >= rows ? static_cast<int>(X->cols) : 0));
+    const std::vector<double> x = RowMajorOf(X, X ? X->rows : 0, q), b = Values(beta, q);
+    const auto uq = static_cast<std::size_t>(q);
+    std::vector<double> eta(rows, 0.0);
+    for (std::size_t i = 0; i < rows; ++i)
+      for (std::size_t j = 0; j < uq; ++j) eta[i] += x[i * uq + j] * b[j];
+    return velkor::cox::ConcordanceFenwick(rows, time->data, status->data, eta.data());
+  } catch (...) {
+    return velkor::kMissing;
+  }
+}
+
+VELKOR_API int ComputeCVTable(int n, int p, matrix<double>* time, matrix<double>* status,
+                              matrix<double>* X, matrix<double>* beta, double a, double b,
+                              matrix<double>* modelStats, int row, matrix<double>* table) {
+  return velkor::guarded_call([&] {
+    const std::vector<double> ms = Values(modelStats, 12);
+    double out[5];
+    velkor::cox::QualityRow(ms[2], ms[8], n, p, a, b, ConcordIndex(n, p, time, status, X, beta),
+                            out);
+    for (int c = 0; c < 5 && table; ++c) table->set(row, c + 1, out[c]);
+    return 0;
+  });
+}
+
+VELKOR_API int ComputeBootOut(int B, int cols, matrix<double>* reps, matrix<double>* estimate,
+                              double alpha, matrix<double>* out) {
+  return velkor::guarded_call([&] {
+    const int b = std::max(0, B), c = std::max(0, cols);
+    const std::vector<double> r = Values(reps, static_cast<std::size_t>(b) * c);
+    std::vector<double> e = Values(estimate, static_cast<std::size_t>(c));
+    if (!estimate || estimate->count == 0) e.assign(e.size(), velkor::kMissing);
+    std::vector<double> o(static_cast<std::size_t>(c) * 6);
+    velkor::cox::BootSummary(b, c, r.data(), e.data(), alpha, o.data());
+    Put(out, o);
+    return 0;
+  });
+}
+
+VELKOR_API int SurvFoncCox_ST(COX_Param& param, cCOX_Results& res) {
+  return velkor::guarded_call([&] { return velkor::cox::SurvFoncCox_ST(param, res); });
+}
+VELKOR_API int ResCox_ST(COX_Param& param, cCOX_Results& res) {
+  return velkor::guarded_call([&] { return velkor::cox::ResCox_ST(param, res); });
+}
+VELKOR_API int ConcordIndex_ST(cCOX_Results& res) {
+  return velkor::guarded_call([&] { return velkor::cox::ConcordIndex_ST(res); });
+}
+VELKOR_API int ComputeCVTable_ST(COX_Param& param, cCOX_Results& res) {
+  return velkor::guarded_call([&] { return velkor::cox::ComputeCVTable_ST(param, res); });
+}
+VELKOR_API int Cox_ProportionalityTest_ST(COX_Param& param, cCOX_Results& res) {
+  return velkor::guarded_call([&] { return velkor::cox::Cox_ProportionalityTest_ST(param, res); });
+}
+VELKOR_API int CoxCV_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info) {
+  return velkor::guarded_call([&] { return velkor::cox::CoxCV_ST(param, res, info); });
+}
+VELKOR_API int ComputeBootOut_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info) {
+  return velkor::guarded_call([&] { return velkor::cox::ComputeBootOut_ST(param, res, info); });
 }

@@ -81,8 +81,11 @@ VELKOR_API int Cpp_ReorganizeDataCox(double* time, int n, int p, double* status,
  *   varCoefs      in, nVars
  *   alpha         significance level of the hazard-ratio limits
  *   survRes       -1: also compute the survival function and residuals into the four outputs
- *                 at the end (reserved: this version leaves them as the caller passed them)
- *   survCols      columns of the survival outputs (distinct times kept per stratum)
+ *                 (Breslow estimator at the final beta, whatever the ties code); otherwise the
+ *                 four outputs are not touched
+ *   survCols      columns of the survival outputs: column k is the stratum's k-th distinct time
+ *                 (censoring-only times included); cells past a stratum's last time hold
+ *                 VELKOR_MISSING
  *   beta          out, p: final coefficients (0 for columns left out by the selection)
  *   modelStats    out, 6 x 2: rows events used (n minus the censored count of the first stratum),
  *                 degrees of freedom, -2 log L, AIC, Schwarz criterion (with that same sample
@@ -99,11 +102,21 @@ VELKOR_API int Cpp_ReorganizeDataCox(double* time, int n, int p, double* status,
  *                 a last row holding only the final number of variables. Other rows untouched.
  *   variableStep  out, V: step at which each variable entered (forward) or left (backward), 0
  *   nFinal        out: number of variables in the final model
- *   baseSurvival  out, m x survCols, or null when survRes is 0 (reserved, see survRes)
- *   rowSurvival   out, n x survCols, or null when survRes is 0 (reserved)
- *   meanSurvival  out, m x survCols, or null when survRes is 0 (reserved)
- *   residuals     out, n x (4 + 2p), or null when survRes is 0 (reserved): time, status,
- *                 martingale, deviance, p Schoenfeld, p score residuals, in sorted order
+ *   baseSurvival  out, m x survCols, or null: baseline survival S0(t_k) = exp(-H0(t_k)),
+ *                 H0(t_k) = sum over times t_l <= t_k of d_l / S_l, S_l = sum of exp(x_i' beta)
+ *                 over the risk set (raw, uncentred covariates: R's basehaz(centered = FALSE))
+ *   rowSurvival   out, n x survCols, or null: S0(t_k)^exp(x_i' beta), rows in sorted order,
+ *                 each over the times of its own stratum
+ *   meanSurvival  out, m x survCols, or null: S0(t_k)^exp(xbar' beta), xbar the covariate means
+ *                 over all n rows (R's survfit(fit, newdata = means))
+ *   residuals     out, n x (4 + 2p), or null: rows in sorted order (stratum, then time, ties in
+ *                 input order); columns time, status, martingale delta_i - exp(eta_i) H0(t_i),
+ *                 deviance sign(m) sqrt(2 (-m - delta log(delta - m))) (VELKOR_MISSING when
+ *                 delta - m = 0, i.e. a row with no fitted hazard), p Schoenfeld residuals
+ *                 delta_i (x_i - xbar(t_i)) (0 for censored rows), p score residuals
+ *                 delta_i (x_i - xbar(t_i)) - exp(eta_i) sum_{t_k <= t_i} (x_i - xbar(t_k)) dH0_k
+ *                 (R's residuals(type = "score") for Breslow ties). Columns of covariates left out
+ *                 by a selection use beta_j = 0.
  * Cells without a value hold VELKOR_MISSING. Returns 0, -1, -2, -3 or -5. */
 VELKOR_API int RunCoxReg(const double* time, const double* status, const double* weights,
                          const double* x, const double* strata, const double* strataSizes, int n,
@@ -113,6 +126,38 @@ VELKOR_API int RunCoxReg(const double* time, const double* status, const double*
                          double* modelStats, double* globalTests, double* coefTable, double* z,
                          double* stepTable, int* variableStep, int* nFinal, double* baseSurvival,
                          double* rowSurvival, double* meanSurvival, double* residuals);
+
+/* Concordance index of eta = x beta (see ConcordIndex in velkor/cox_objects.h: strict times,
+ * event required, tied eta not concordant; O(n log n)).
+ *   time, status  in, n        x  in, n x p (column-major)   beta  in, p
+ *   c             out: the index, VELKOR_MISSING when no pair is comparable
+ *   nConcordant, nComparable  out, or null: the two counts
+ * Returns 0 (n < 0 counts as 0), or VELKOR_E_NULL_ARRAY when c is null or an array of positive
+ * length is null. */
+VELKOR_API int Cpp_ConcordIndex(const double* time, const double* status, const double* x,
+                                const double* beta, int n, int p, double* c, double* nConcordant,
+                                double* nComparable);
+
+/* One row of the quality-index table (see ComputeCVTable in velkor/cox_objects.h).
+ *   time, status, x, beta, n, p  as Cpp_ConcordIndex
+ *   a, b          the pair of column 3 (relative reduction (b - a) / b)
+ *   modelStats    in, 6 x 2 (RunCoxReg's table: row 3 holds -2 log L, null then fitted)
+ *   row           1-based row to fill; tableRows rows in table
+ *   table         in/out, tableRows x 5: only row `row` is written (nothing when out of range)
+ * Returns 0, or VELKOR_E_NULL_ARRAY when an array of positive length (modelStats included) is
+ * null. */
+VELKOR_API int Cpp_ComputeCVTable(const double* time, const double* status, const double* x,
+                                  const double* beta, int n, int p, double a, double b,
+                                  const double* modelStats, int row, int tableRows, double* table);
+
+/* Bootstrap summary of B replicates of `cols` statistics (see ComputeBootOut).
+ *   reps      in, B x cols (column-major); missing or non-finite cells are failed replicates
+ *   estimate  in, cols, or null: the estimates on all rows (column 1 of out)
+ *   alpha     level of the percentile interval
+ *   out       out, cols x 6: estimate, mean, standard error, lower, upper, replicates used
+ * Returns 0, or VELKOR_E_NULL_ARRAY when reps (B cols > 0) or out (cols > 0) is null. */
+VELKOR_API int Cpp_ComputeBootOut(const double* reps, int B, int cols, const double* estimate,
+                                  double alpha, double* out);
 
 #ifdef __cplusplus
 }

@@ -82,14 +82,20 @@ struct COX_Param {
   int backwardStatistic = 0;       // backward: 0 Wald p-value, any other value likelihood ratio
   double alpha = 0.05;             // significance level of the hazard-ratio limits
 
-  // Switches of the post-fit routines (-1 true, 0 false). The survival function, residuals and
-  // proportionality test are computed by later routines of the family (see cCOX_Results).
+  // Proportional-hazards test after the residuals (-1 true, 0 false) and its time transform g(t):
+  // 0 identity, 1 log, 2 rank (average ranks of all rows' times), 3 (or any other value)
+  // 1 - Kaplan-Meier of all rows pooled, left-continuous (R's cox.zph default "km").
   std::int16_t proportionalityTest = 0;
+  int phTransform = 3;
 
-  // Validation settings (cross-validation, bootstrap), used by the validation routines.
+  // Validation: k-fold cross-validation when cvFolds >= 2 (k = min(cvFolds, n)), bootstrap of
+  // bootstrapSamples resamples when >= 1, both drawn from `seed`. Each of their fits starts at
+  // beta = 0 with the iteration limit validationIterations (maxIterations is overwritten by the
+  // main fit) and the same tolerance and ties as the main fit.
   int cvFolds = 0;
   int bootstrapSamples = 0;
   std::uint32_t seed = 0;
+  int validationIterations = 100;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -138,10 +144,23 @@ struct cCOX_Results {
   VectI variableStep;  // variables: step of entry (forward) or removal (backward)
   int steps = 0;       // number of selection steps recorded
 
-  // Room for the post-fit and validation routines of the family (filled by them; left empty by
-  // the routines of this header): baseline survival, survival per row and at the mean
-  // covariates, residual table, concordance index, quality-index table, bootstrap summary and
-  // proportional-hazards test.
+  // After the fit (see "After the fit" below). Layouts, column-major, K = maxTimes,
+  // q = coefficients of the final model (covariates centred on their means over the n rows):
+  //   baseSurvival  nStrata x K  S0(t_k) at the centred covariates (R's survfit at the means,
+  //                              basehaz(centered = TRUE)); missing past a stratum's last time
+  //   rowSurvival   n            S0(t_i)^exp(eta_i), each row at its own time, rows in sorted
+  //                              order (rowIndex); the whole curve of row i is
+  //                              baseSurvival^exp(eta_i), eta_i = centred x_i' beta (an n x K
+  //                              table would not fit in memory for large data sets)
+  //   meanSurvival  nStrata x K  survival at the mean covariates (equal to baseSurvival here)
+  //   residuals     n x (4 + 2q) time, status, martingale, deviance, q Schoenfeld, q score
+  //   concordance                concordance index of the final model on the n rows
+  //   cvTable       (1 or k + 2) x 5  quality indices: row 1 the model on all rows, rows 2 ..
+  //                              k + 1 the folds, row k + 2 the mean of the folds' values
+  //   bootTable     (q + 1) x 6  rows: q coefficients, concordance index; columns: estimate on
+  //                              all rows, bootstrap mean, standard error, percentile limits at
+  //                              alpha / 2 and 1 - alpha / 2, replicates used
+  //   phTest        (q + 1) x 3  rows: q covariates, global; columns chi-square, df, p-value
   VectD baseSurvival, rowSurvival, meanSurvival, residuals;
   double concordance = 0;
   VectD cvTable, bootTable, phTest;
@@ -214,6 +233,66 @@ VELKOR_API int Cox_BackSelection(int p, matrix<double>* w, matrix<double>* X, in
                                  double& loglik0, matrix<double>* grad, matrix<double>* hess,
                                  matrix<double>* inv, matrix<double>* grad0, matrix<double>* inv0);
 
+// After the fit (flat containers). Data sorted and described by cReorganizeDataCox; X n x p raw
+// covariates; beta p x 1. Breslow estimator whatever the ties code of the fit:
+//   H0(t_k) = sum_{l <= k} d_l / S_l, S_l = sum of exp(x_i' beta) over the risk set (rows with
+//   x_i' beta >= 700 left out; a time whose |S_l| <= 2.2e-16 adds nothing), S0 = exp(-H0).
+// Cost O(n p) after the sort (plus the n x K survival-per-row output).
+
+// baseSurv (nStrata x K), rowSurv (n x K), meanSurv (nStrata x K; covariates at their means over
+// the n rows), K = baseSurv's number of columns; column k is the k-th distinct time of the
+// stratum, cells past its last time hold the missing value. Any output may be empty. Returns 0.
+VELKOR_API int SurvFoncCox(int n, int p, matrix<int>* nTimes, matrix<int>* blockStart,
+                           matrix<int>* blockSize, matrix<int>* blockEvents, matrix<double>* X,
+                           matrix<double>* beta, int nStrata, matrix<double>* strataSizes,
+                           matrix<double>* baseSurv, matrix<double>* rowSurv,
+                           matrix<double>* meanSurv);
+
+// Residual table n x (4 + 2p): time, status, martingale, deviance (missing when the row's
+// fitted cumulative hazard is 0), p Schoenfeld (0 for censored rows), p score residuals (R's
+// residuals(type = "score") for Breslow ties); see RunCoxReg in velkor/cox.h. cumHaz
+// (nStrata x K, H0 per stratum and distinct time), when not empty, is the cumulative hazard of
+// the martingale and deviance residuals; otherwise H0 is computed from beta. Returns 0.
+VELKOR_API int ResCox(matrix<double>* time, int n, int p, matrix<double>* status, matrix<double>* X,
+                      matrix<double>* beta, matrix<int>* nTimes, matrix<int>* blockStart,
+                      matrix<int>* blockSize, matrix<int>* blockEvents, int nStrata,
+                      matrix<double>* strataSizes, matrix<double>* cumHaz,
+                      matrix<double>* residuals);
+
+// Concordance index of eta = X beta (rows in any order): a direction (i, j) is comparable when
+// time_j > time_i strictly and status_i is exactly 1, concordant when eta_i > eta_j strictly
+// (ties of eta count 0, not 1/2; equal times are never compared). Numerator / denominator over
+// all directions; the missing value when nothing is comparable (or on failure). NaN times are
+// never compared; a NaN eta is never concordant. This differs from R's concordance(), which
+// counts tied predictors as 1/2 and compares an event with a censored row at the same time.
+// O(n log n) time and O(n) memory (sort by time, Fenwick tree over the ranks of eta); equal to
+// the pairwise count.
+VELKOR_API double ConcordIndex(int n, int p, matrix<double>* time, matrix<double>* status,
+                               matrix<double>* X, matrix<double>* beta);
+
+// Fills row `row` (1-based) of a quality-index table (rows x 5): with D0, D the -2 log L of the
+// null and fitted models (modelStats 6 x 2, row 3) and s = n - p - 1:
+//   1  R-square 1 - exp(-(D0 - D) 2 / s); 1 when (D0 - D) 2 / s < -700
+//   2  column 1 / (1 - exp(-2 D0) / s) (the division binds to the exponential alone and the
+//      exponent is -2 D0 itself: kept as the index is defined); column 1 when 2 D0 / s < -700
+//   3  (b - a) / b, 0 when not positive or when b <= 0 (the library passes a = D, b = D0:
+//      the relative reduction of -2 log L)
+//   4  ConcordIndex, 5 Somers' D = 2 (column 4 - 0.5) (missing when column 4 is).
+// A value that is not finite (s = 0 with D0 = D, for instance) is written as the missing value.
+// Returns 0; a row out of range writes nothing.
+VELKOR_API int ComputeCVTable(int n, int p, matrix<double>* time, matrix<double>* status,
+                              matrix<double>* X, matrix<double>* beta, double a, double b,
+                              matrix<double>* modelStats, int row, matrix<double>* table);
+
+// Bootstrap summary: reps B x cols (column-major: replicate b of statistic j at j B + b; missing
+// or non-finite values are replicates that failed and are skipped), estimate cols x 1 (may be
+// empty: missing). out cols x 6: estimate, mean, standard error (divisor m - 1, m replicates
+// used; missing when m < 2), percentile limits at alpha / 2 and 1 - alpha / 2 (R's quantile
+// type 7; alpha outside (0, 1) counts as 0.05), m. B = 0 gives m = 0 and missing values.
+// Returns 0.
+VELKOR_API int ComputeBootOut(int B, int cols, matrix<double>* reps, matrix<double>* estimate,
+                              double alpha, matrix<double>* out);
+
 // ---------------------------------------------------------------------------------------------
 // Object form. Every function returns a status and never throws.
 // ---------------------------------------------------------------------------------------------
@@ -265,6 +344,40 @@ VELKOR_API int Cox_BackSelection_ST(COX_Param& param, cCOX_Results& res);
 // -5 (the fit or the selection failed; the tables of res are then left empty).
 VELKOR_API int COX_RunCoxReg_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
                                 cST_FactorsInfo& factors, VELKORInfo& info);
+
+// ---- After the fit (object form) ----------------------------------------------------------------
+// On the prepared data and the final model of res (centred covariates; layouts in cCOX_Results).
+// Each returns 0, or -1 when res holds no prepared data. COX_RunCoxReg_ST calls, after the
+// criteria: ComputeCVTable_ST; unless res.suppressSurvival is -1, SurvFoncCox_ST, ResCox_ST and,
+// when param.proportionalityTest is -1, Cox_ProportionalityTest_ST; CoxCV_ST when
+// param.cvFolds >= 2; ComputeBootOut_ST when param.bootstrapSamples >= 1.
+VELKOR_API int SurvFoncCox_ST(COX_Param& param, cCOX_Results& res);
+VELKOR_API int ResCox_ST(COX_Param& param, cCOX_Results& res);
+// res.concordance (missing value when nothing is comparable).
+VELKOR_API int ConcordIndex_ST(cCOX_Results& res);
+// res.cvTable = the quality-index row (1 x 5) of the final model, pair (a, b) = (D, D0).
+VELKOR_API int ComputeCVTable_ST(COX_Param& param, cCOX_Results& res);
+// Grambsch-Therneau test (score test of beta_j(t) = beta_j + theta_j (g(t) - mean of g over the
+// events), g from param.phTransform), Breslow risk-set moments, as R's cox.zph(terms = FALSE)
+// for a Breslow fit: per covariate the test uses the beta block and theta_j; the global test all
+// of theta. res.phTest (q + 1) x 3; a singular information gives missing values. O(n q^2 + q^3).
+VELKOR_API int Cox_ProportionalityTest_ST(COX_Param& param, cCOX_Results& res);
+// k-fold cross-validation, k = min(param.cvFolds, n) (nothing when k < 2): a random permutation
+// of the rows (Fisher-Yates from GetSeed(param.seed)) puts the row at position t in fold t mod k.
+// Each fold is evaluated with the model fitted on the other rows: D0, D = -2 log L of the fold at
+// beta = 0 and at the training beta, n = the fold's rows, concordance on the fold. A fold whose
+// training fit fails (no event, singular matrix) keeps a missing row; a fold with no event has
+// D0 = D = 0 and a missing concordance. res.cvTable becomes (k + 2) x 5 (see cCOX_Results);
+// the last row is the mean of the folds' non-missing values. Folds run in parallel (OpenMP);
+// results do not depend on the number of threads. info.progress is called between chunks of
+// folds from the calling thread; false stops (the remaining rows stay missing).
+VELKOR_API int CoxCV_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info);
+// Bootstrap: B = param.bootstrapSamples resamples of n rows with replacement, resample b drawn
+// from GetSeedUpdate(param.seed, b); each refitted from beta = 0; statistics: the q coefficients
+// and the concordance index on the resample. res.bootTable (q + 1) x 6 as ComputeBootOut, with
+// the estimates of the model on all rows; failed fits are left out (column 6 counts the rest).
+// Parallel (OpenMP), identical for any thread count; progress as CoxCV_ST.
+VELKOR_API int ComputeBootOut_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info);
 
 // Object entry point: COX_RunCoxReg_ST with the error record of info filled on a non-zero status
 // (keys "StatusRange", "TooFewRows", "NoEvent", "FitFailed", "Internal").
