@@ -60,6 +60,16 @@ Public Declare PtrSafe Function RunCoxReg Lib "VELKORLI1M.dll" (ByRef time_ As D
         ByRef stepTable As Double, ByRef variableStep As Long, ByRef nFinal As Long, _
         ByRef baseSurvival As Double, ByRef rowSurvival As Double, ByRef meanSurvival As Double, _
         ByRef residuals As Double) As Long
+Public Declare PtrSafe Function Cpp_ConcordIndex Lib "VELKORLI1M.dll" (ByRef time_ As Double, _
+        ByRef status As Double, ByRef x As Double, ByRef beta As Double, ByVal n As Long, _
+        ByVal p As Long, ByRef c As Double, ByRef nConcordant As Double, ByRef nComparable As Double) As Long
+Public Declare PtrSafe Function Cpp_ComputeCVTable Lib "VELKORLI1M.dll" (ByRef time_ As Double, _
+        ByRef status As Double, ByRef x As Double, ByRef beta As Double, ByVal n As Long, _
+        ByVal p As Long, ByVal a As Double, ByVal b As Double, ByRef modelStats As Double, _
+        ByVal row As Long, ByVal tableRows As Long, ByRef table As Double) As Long
+Public Declare PtrSafe Function Cpp_ComputeBootOut Lib "VELKORLI1M.dll" (ByRef reps As Double, _
+        ByVal B As Long, ByVal cols As Long, ByRef estimate As Double, ByVal alpha As Double, _
+        ByRef out As Double) As Long
 
 ' ---- methodcomp.h
 Public Declare PtrSafe Function Cpp_BlandAltman Lib "VELKORLI1M.dll" (ByRef x As Double, _
