@@ -8,24 +8,13 @@
 
 #include <boost/math/constants/constants.hpp>
 #include <boost/math/distributions/students_t.hpp>
-#include <boost/math/policies/policy.hpp>
+#include "companion/boost_policy.h"
 #include <boost/math/special_functions/erf.hpp>
 #include <boost/math/special_functions/gamma.hpp>
 
 namespace {
 
-namespace bmp = boost::math::policies;
-
-// Every Boost.Math error condition becomes a returned value instead of an exception: NaN for a
-// domain error, +-inf for a pole or an overflow, 0 for an underflow, the last iterate when a series
-// or root finder runs out of iterations. Domains are checked here before Boost is called, so these
-// only back up the explicit guards. Promotion of double to long double is Boost's default and kept.
-using QuietPolicy =
-    bmp::policy<bmp::domain_error<bmp::ignore_error>, bmp::pole_error<bmp::ignore_error>,
-                bmp::overflow_error<bmp::ignore_error>, bmp::underflow_error<bmp::ignore_error>,
-                bmp::denorm_error<bmp::ignore_error>, bmp::evaluation_error<bmp::ignore_error>,
-                bmp::rounding_error<bmp::ignore_error>,
-                bmp::indeterminate_result_error<bmp::ignore_error>>;
+using velkor::companion::QuietPolicy;
 
 // All arithmetic around the special functions is done in this type (see the header on why).
 using Real = long double;

@@ -7,20 +7,12 @@
 #include <limits>
 #include <numbers>
 
-#include <boost/math/policies/policy.hpp>
+#include "companion/boost_policy.h"
 #include <boost/math/special_functions/beta.hpp>
 
 namespace {
 
-namespace bmp = boost::math::policies;
-
-// Boost.Math errors become returned values (NaN, +-inf, last iterate), never exceptions.
-using QuietPolicy =
-    bmp::policy<bmp::domain_error<bmp::ignore_error>, bmp::pole_error<bmp::ignore_error>,
-                bmp::overflow_error<bmp::ignore_error>, bmp::underflow_error<bmp::ignore_error>,
-                bmp::denorm_error<bmp::ignore_error>, bmp::evaluation_error<bmp::ignore_error>,
-                bmp::rounding_error<bmp::ignore_error>,
-                bmp::indeterminate_result_error<bmp::ignore_error>>;
+using velkor::companion::QuietPolicy;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
