@@ -19,7 +19,7 @@ void Fail(const std::string& cmd, const std::string& text) {
   std::fprintf(stderr, "velkor %s: error: %s\n", cmd.c_str(), text.c_str());
 }
 
-std::vector<OptionSpec> CommonOptions() {
+std::vector<OptionDef> CommonOptions() {
   return {{"--alpha", "A", "significance level of limits and tests", "0.05"},
           {"--format", "text|csv|json", "output on stdout", "text"},
           {"--svg", "FILE.svg", "write the charts as SVG (several charts: FILE-NAME.svg)", ""},
@@ -68,9 +68,9 @@ double Args::number(const std::string& o) const {
 
 std::string Help(const Command& c) {
   std::string h = "usage: velkor " + c.name + " " + c.usage + "\n  " + c.summary + "\noptions:\n";
-  std::vector<OptionSpec> all = c.options;
-  for (const OptionSpec& o : CommonOptions()) all.push_back(o);
-  for (const OptionSpec& o : all) {
+  std::vector<OptionDef> all = c.options;
+  for (const OptionDef& o : CommonOptions()) all.push_back(o);
+  for (const OptionDef& o : all) {
     std::string left = "  " + o.name + (o.arg.empty() ? "" : " " + o.arg);
     if (left.size() < 28)
       left.resize(28, ' ');
@@ -83,8 +83,8 @@ std::string Help(const Command& c) {
 
 int Parse(const Command& c, int argc, char** argv, Args& a,
           const std::vector<std::string>& numericOptions) {
-  std::vector<OptionSpec> all = c.options;
-  for (const OptionSpec& o : CommonOptions()) all.push_back(o);
+  std::vector<OptionDef> all = c.options;
+  for (const OptionDef& o : CommonOptions()) all.push_back(o);
   auto usageError = [&](const std::string& text) {
     Fail(c.name, text + " (velkor " + c.name + " --help)");
     return static_cast<int>(kExitUsage);
@@ -103,11 +103,11 @@ int Parse(const Command& c, int argc, char** argv, Args& a,
       return kExitOk;
     }
     if (arg.size() > 1 && arg[0] == '-') {
-      const OptionSpec* spec = nullptr;
-      for (const OptionSpec& o : all)
-        if (o.name == arg) spec = &o;
-      if (!spec) return usageError("unknown option " + arg);
-      if (spec->arg.empty()) {
+      const OptionDef* def = nullptr;
+      for (const OptionDef& o : all)
+        if (o.name == arg) def = &o;
+      if (!def) return usageError("unknown option " + arg);
+      if (def->arg.empty()) {
         if (inlineValue) return usageError(arg + " takes no value");
         a.values[arg] = "1";
         continue;
@@ -123,7 +123,7 @@ int Parse(const Command& c, int argc, char** argv, Args& a,
     a.file = arg;
   }
   if (a.file.empty()) return usageError("no input FILE.csv given");
-  for (const OptionSpec& o : all)
+  for (const OptionDef& o : all)
     if (!o.fallback.empty() && !a.has(o.name)) a.values[o.name] = o.fallback;
   for (const std::string& o : numericOptions) {
     double v = 0;

@@ -22,7 +22,7 @@ enum ExitCode : int {
 };
 int ExitForStatus(int status);
 
-struct OptionSpec {
+struct OptionDef {
   std::string name;  // "--time"
   std::string arg;   // value placeholder, empty for a flag
   std::string help;
@@ -31,7 +31,7 @@ struct OptionSpec {
 
 struct Command {
   std::string name, summary, usage;
-  std::vector<OptionSpec> options;  // the common ones are added by Parse
+  std::vector<OptionDef> options;  // the common ones are added by Parse
 };
 
 // Parsed command line: FILE and the option values (flags map to "1"); defaults filled in.
@@ -81,7 +81,7 @@ class PhaseTimer {
 };
 
 // Options shared by every analysis command.
-std::vector<OptionSpec> CommonOptions();
+std::vector<OptionDef> CommonOptions();
 
 // Subcommands.
 extern const Command kKmCommand;

@@ -175,13 +175,18 @@ int RunRoc(const Args& a) {
         return ts[static_cast<std::size_t>(col - 1) * R + static_cast<std::size_t>(j)];
       };
       thr.columns[0].s.push_back(markers[m]);
-      const double sens = t(8), spec = t(9);
+      const double sens = t(8), specif = t(9);
       const double vals[10] = {
-          t(1),  t(2),
-          t(3),  t(4),
-          t(5),  sens,
-          spec,  t(13),
-          t(14), IsMissingValue(sens) || IsMissingValue(spec) ? VELKOR_MISSING : sens + spec - 1};
+          t(1),
+          t(2),
+          t(3),
+          t(4),
+          t(5),
+          sens,
+          specif,
+          t(13),
+          t(14),
+          IsMissingValue(sens) || IsMissingValue(specif) ? VELKOR_MISSING : sens + specif - 1};
       for (int c = 0; c < 10; ++c)
         thr.columns[static_cast<std::size_t>(c) + 1].v.push_back(vals[c]);
     }

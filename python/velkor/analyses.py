@@ -262,9 +262,9 @@ def roc(status, markers, data=None, positive="1", weight=None, side: int = 1, se
         T = ts.reshape(44, R)
         for j in range(k):
             thr["marker"].append(name)
-            sens, spec = T[7, j], T[8, j]
-            vals = [T[0, j], T[1, j], T[2, j], T[3, j], T[4, j], sens, spec, T[12, j], T[13, j],
-                    MISSING if sens <= MISSING or spec <= MISSING else sens + spec - 1]
+            sens, specif = T[7, j], T[8, j]
+            vals = [T[0, j], T[1, j], T[2, j], T[3, j], T[4, j], sens, specif, T[12, j], T[13, j],
+                    MISSING if sens <= MISSING or specif <= MISSING else sens + specif - 1]
             for key, val in zip(list(thr)[1:], vals):
                 thr[key].append(val)
         for j in range(counts[1]):
