@@ -16,6 +16,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <string>
 #include <type_traits>
@@ -51,6 +53,38 @@ template <class A, class B>
 bool check_eq(const A& got, const B& want, const char* what, const char* file, int line) {
   return check(got == want, std::string(what) + " (got " + show(got) + ")", file, line);
 }
+
+// ---- guarded output buffers --------------------------------------------------------------------
+// An output array of n cells with kPad guard cells on each side holding a canary value, so that a
+// write before or after the caller's cells is seen (the DLL's own heap checks cannot see it).
+template <class T>
+struct Guarded {
+  static constexpr std::size_t kPad = 4;
+  std::vector<T> v;
+  std::size_t n;
+  T init, canary;
+  explicit Guarded(std::size_t size, T init_value = T(0), T canary_value = T(-12345))
+      : v(size + 2 * kPad, canary_value), n(size), init(init_value), canary(canary_value) {
+    std::fill(v.begin() + kPad, v.begin() + static_cast<std::ptrdiff_t>(kPad + size), init);
+  }
+  T* data() { return v.data() + kPad; }
+  T& operator[](std::size_t i) { return v[kPad + i]; }
+  const T& operator[](std::size_t i) const { return v[kPad + i]; }
+  // The guard cells hold the canary.
+  bool intact() const {
+    for (std::size_t i = 0; i < v.size(); ++i)
+      if ((i < kPad || i >= kPad + n) && v[i] != canary) return false;
+    return true;
+  }
+  // Guards intact and every cell still holds its initial value: nothing was written.
+  bool untouched() const {
+    for (std::size_t i = 0; i < n; ++i)
+      if (v[kPad + i] != init) return false;
+    return intact();
+  }
+};
+using GuardedD = Guarded<double>;
+using GuardedI = Guarded<int>;
 
 // ---- the DLL ----------------------------------------------------------------------------------
 class Library {

@@ -1,10 +1,12 @@
 // Competing risks through VELKORLI1M.dll against R's cmprsk (the fixture of the Linux tests): the
 // whole path on mgus2 with raw cause codes 7 and 3 (Cpp_CheckStatusFormat, Cpp_ReorganizeDataCum,
-// RunLife per sex, Cpp_CumIncCalc per cause and sex), Gray's test, and bad input.
+// RunLife per sex, Cpp_CumIncCalc per cause and sex), Gray's test, the same path through the
+// exported C++ workers on matrix<double> containers built by this program, and bad input.
 #include <cmath>
 #include <vector>
 
 #include "velkor/VELKORLI1M.h"
+#include "velkor/competing_objects.h"
 #include "windows/harness.h"
 
 namespace {
