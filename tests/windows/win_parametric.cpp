@@ -157,13 +157,16 @@ void selection_criteria_residuals(wintest::Library& lib, const std::vector<doubl
   // Criteria tables rebuilt from a fit: the inverse Hessian at the estimate and the score-test
   // inputs at the null estimate (coefficients 0, intercept and scale of the null model).
   {
-    GuardedD params(np), cov(np * np), crit(14), ptable(np * 6), tests(9), resid(n * 4), kept(p);
+    GuardedD params(np), cov(np * np), crit(14), ptable(np * 6), tests(9), history(p * 4),
+        resid(n * 4), kept(p);
     int iterations = 100, nKept = -1;
     WCHECK_EQ(run(d.y.data(), n, p, d.code.data(), d.bounds.data(), d.x.data(), nullptr, dist, -1,
                   0.05, 0.1, &iterations, 1e-12, 0, 0.0, 0, 0.05, params.data(), cov.data(),
-                  crit.data(), ptable.data(), tests.data(), nullptr, resid.data(), kept.data(),
-                  &nKept),
+                  crit.data(), ptable.data(), tests.data(), history.data(), resid.data(),
+                  kept.data(), &nKept),
               0);
+    WCHECK(params.intact() && cov.intact() && crit.intact() && ptable.intact() && tests.intact() &&
+           history.intact() && resid.intact() && kept.intact());
     std::vector<double> null_theta(k), g(k), h(k * k);
     int it = 100;
     double llNull = 0;
