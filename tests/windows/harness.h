@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
+#include <set>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -97,10 +98,14 @@ class Library {
   bool loaded() const { return module_ != nullptr; }
   // GetProcAddress; a missing name is a failed check and gives null.
   void* symbol(const char* name);
+  // A function by its exported name, typed; the name is recorded as requested by a family.
   template <class F>
   F fn(const char* name) {
+    requested_.insert(name);
     return reinterpret_cast<F>(reinterpret_cast<void (*)()>(symbol(name)));
   }
+  // Exported names fetched through fn() so far.
+  const std::set<std::string>& requested() const { return requested_; }
   // A C++ export by its qualified name: the one entry of the DLL's export table whose demangled
   // name is `qualified(...)`; a failed check and null when there is none or more than one. The
   // mangled name found is then fetched with GetProcAddress.
@@ -114,6 +119,7 @@ class Library {
 
  private:
   HMODULE module_ = nullptr;
+  std::set<std::string> requested_;
 };
 
 // A flat entry point by its plain exported name, typed by its declaration in the public header:

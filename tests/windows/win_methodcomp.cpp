@@ -134,9 +134,9 @@ VELKOR_WIN_FAMILY(methodcomp) {
     matrix<double> mx(34, 1, const_cast<double*>(x.data()), 0),
         my(34, 1, const_cast<double*>(y.data()), 0), ms(34, 1, subject.data(), 0), coef(8, 1),
         info(3, 1), fitted(34, 1), resid(34, 1);
-    WCHECK_EQ(new_deming_w(&mx, &my, 34, &ms, 0, 0.0, 0.05, 100, 1e-12, &coef, &info, &fitted,
-                           &resid),
-              0);
+    WCHECK_EQ(
+        new_deming_w(&mx, &my, 34, &ms, 0, 0.0, 0.05, 100, 1e-12, &coef, &info, &fitted, &resid),
+        0);
     check_all(Vec(coef.data, coef.data + 8), dem_rep, 1e-10, "replicated Deming worker", __LINE__);
     WCHECK_NEAR(info.data[0], dem_rep_lambda[0], 1e-13);
 

@@ -160,11 +160,11 @@ void selection_criteria_residuals(wintest::Library& lib, const std::vector<doubl
     GuardedD params(np), cov(np * np), crit(14), ptable(np * 6), tests(9), history(p * 4),
         resid(n * 4), kept(p);
     int iterations = 100, nKept = -1;
-    WCHECK_EQ(run(d.y.data(), n, p, d.code.data(), d.bounds.data(), d.x.data(), nullptr, dist, -1,
-                  0.05, 0.1, &iterations, 1e-12, 0, 0.0, 0, 0.05, params.data(), cov.data(),
-                  crit.data(), ptable.data(), tests.data(), history.data(), resid.data(),
-                  kept.data(), &nKept),
-              0);
+    WCHECK_EQ(
+        run(d.y.data(), n, p, d.code.data(), d.bounds.data(), d.x.data(), nullptr, dist, -1, 0.05,
+            0.1, &iterations, 1e-12, 0, 0.0, 0, 0.05, params.data(), cov.data(), crit.data(),
+            ptable.data(), tests.data(), history.data(), resid.data(), kept.data(), &nKept),
+        0);
     WCHECK(params.intact() && cov.intact() && crit.intact() && ptable.intact() && tests.intact() &&
            history.intact() && resid.intact() && kept.intact());
     std::vector<double> null_theta(k), g(k), h(k * k);
@@ -217,10 +217,11 @@ void selection_criteria_residuals(wintest::Library& lib, const std::vector<doubl
       for (int j = 0; j < p; ++j) eta += d.x[j * n + i] * coef[j];
       const double z = (d.y[i] - eta) / coef[p + 1], delta = d.code[i] == 1 ? 1.0 : 0.0;
       const double m = delta - std::exp(z);
-      const double dev = (m < 0 ? -1 : 1) *
-                         std::sqrt(-2 * (m + (delta > 0 ? delta * std::log(delta - m) : 0.0)));
-      for (const auto& [got, want] : {std::pair{std_res[i], z}, std::pair{cox_snell[i], std::exp(z)},
-                                      std::pair{martingale[i], m}, std::pair{deviance[i], dev}})
+      const double dev =
+          (m < 0 ? -1 : 1) * std::sqrt(-2 * (m + (delta > 0 ? delta * std::log(delta - m) : 0.0)));
+      for (const auto& [got, want] :
+           {std::pair{std_res[i], z}, std::pair{cox_snell[i], std::exp(z)},
+            std::pair{martingale[i], m}, std::pair{deviance[i], dev}})
         worst = std::max(worst, std::fabs(got - want) / std::max(1.0, std::fabs(want)));
     }
     wintest::check(worst <= 1e-12, "residuals: worst relative error " + wintest::show(worst),
@@ -256,8 +257,8 @@ void judgement_tables(wintest::Library& lib) {
   WCHECK_EQ(prepare(judge.data(), 4, 3, distinct.data(), data.data(), 1, &removed, flags.data(),
                     &kept, bounds.data(), codes.data(), times.data(), summary.data()),
             0);
-  WCHECK(data.intact() && bounds.intact() && codes.intact() && times.intact() &&
-         summary.intact() && flags.intact());
+  WCHECK(data.intact() && bounds.intact() && codes.intact() && times.intact() && summary.intact() &&
+         flags.intact());
   WCHECK_EQ(removed, 1);
   WCHECK_EQ(kept, 3);
   WCHECK_EQ(flags[0], 3);
@@ -301,8 +302,8 @@ void null_arrays(wintest::Library& lib) {
     int iterations = 20, nKept = -7, nSteps = -7;
     double ll = kInit;
     GuardedD params(3, kInit), hess(9, kInit), columns(1, kInit), history(4, kInit);
-    WCHECK_EQ(entry(which == 0 ? nullptr : y, 4, 1, which == 1 ? nullptr : code, bounds, x,
-                    nullptr, 2, 0.05, &iterations, 1e-9, 0, 0.0, &ll, params.data(), hess.data(),
+    WCHECK_EQ(entry(which == 0 ? nullptr : y, 4, 1, which == 1 ? nullptr : code, bounds, x, nullptr,
+                    2, 0.05, &iterations, 1e-9, 0, 0.0, &ll, params.data(), hess.data(),
                     columns.data(), history.data(), &nKept, &nSteps),
               VELKOR_E_NULL_ARRAY);
     WCHECK(params.untouched() && hess.untouched() && columns.untouched() && history.untouched());
@@ -316,9 +317,9 @@ void null_arrays(wintest::Library& lib) {
               VELKOR_E_NULL_ARRAY);
     WCHECK(crit.untouched() && ptable.untouched() && tests.untouched());
     GuardedD r1(4, kInit), r2(4, kInit), r3(4, kInit), r4(4, kInit);
-    WCHECK_EQ(residuals(y, 4, 1, code, nullptr, theta, 2, r1.data(), r2.data(), r3.data(),
-                        r4.data()),
-              VELKOR_E_NULL_ARRAY);
+    WCHECK_EQ(
+        residuals(y, 4, 1, code, nullptr, theta, 2, r1.data(), r2.data(), r3.data(), r4.data()),
+        VELKOR_E_NULL_ARRAY);
     WCHECK(r1.untouched() && r2.untouched() && r3.untouched() && r4.untouched());
   }
   {
@@ -326,8 +327,8 @@ void null_arrays(wintest::Library& lib) {
     GuardedD data(2, kInit), b(4, kInit), c(2, kInit), t(2, kInit), summary(4, kInit);
     GuardedI flags(2, -5);
     int removed = -7, kept = -7;
-    WCHECK_EQ(prepare(judge, 2, 2, nullptr, data.data(), 1, &removed, flags.data(), &kept,
-                      b.data(), c.data(), t.data(), summary.data()),
+    WCHECK_EQ(prepare(judge, 2, 2, nullptr, data.data(), 1, &removed, flags.data(), &kept, b.data(),
+                      c.data(), t.data(), summary.data()),
               VELKOR_E_NULL_ARRAY);
     WCHECK(data.untouched() && b.untouched() && c.untouched() && t.untouched() &&
            summary.untouched() && flags.untouched() && removed == -7 && kept == -7);
@@ -342,8 +343,8 @@ void null_arrays(wintest::Library& lib) {
         history(4, kInit), resid(16, kInit), kept(1, kInit);
     int iterations = 10, nKept = -7;
     WCHECK_EQ(run(y, 4, 1, code, bounds, nullptr, nullptr, 2, -1, 0.05, 0.1, &iterations, 1e-9, 0,
-                  0.0, 0, 0.05, params.data(), cov.data(), crit.data(), ptable.data(),
-                  tests.data(), history.data(), resid.data(), kept.data(), &nKept),
+                  0.0, 0, 0.05, params.data(), cov.data(), crit.data(), ptable.data(), tests.data(),
+                  history.data(), resid.data(), kept.data(), &nKept),
               VELKOR_E_NULL_ARRAY);
     WCHECK(params.untouched() && cov.untouched() && crit.untouched() && ptable.untouched() &&
            tests.untouched() && history.untouched() && resid.untouched() && kept.untouched() &&

@@ -66,10 +66,10 @@ VELKOR_WIN_FAMILY(survival_objects) {
   if (!run_all || !prepare || !run_life || !mean_median || !life_tests) return;
 
   const int n = LEN(lung_time);
-  cST_DataSet data = wintest::dataset_from_records(
-      lib, {{u"time", {lung_time, lung_time + n}},
-            {u"status", {lung_status, lung_status + n}},
-            {u"sex", {lung_group, lung_group + n}}});
+  cST_DataSet data =
+      wintest::dataset_from_records(lib, {{u"time", {lung_time, lung_time + n}},
+                                          {u"status", {lung_status, lung_status + n}},
+                                          {u"sex", {lung_group, lung_group + n}}});
   if (!WCHECK_EQ(data.rows(), static_cast<std::uint32_t>(n))) return;
   const Group refs[2] = {GROUP(lung_g1), GROUP(lung_g2)};
   SURV_Param param;
@@ -110,10 +110,10 @@ VELKOR_WIN_FAMILY(survival_objects) {
     VELKORInfo info;
     WCHECK_EQ(prepare(data, param, prepared, factors, info), 0);
     WCHECK_EQ(prepared.maxTime, 1022.0);
-    WCHECK(prepared.sizes == std::vector<std::uint32_t>({static_cast<std::uint32_t>(
-                                                             std::count(lung_group, lung_group + n, 1.0)),
-                                                         static_cast<std::uint32_t>(std::count(
-                                                             lung_group, lung_group + n, 2.0))}));
+    WCHECK(prepared.sizes ==
+           std::vector<std::uint32_t>(
+               {static_cast<std::uint32_t>(std::count(lung_group, lung_group + n, 1.0)),
+                static_cast<std::uint32_t>(std::count(lung_group, lung_group + n, 2.0))}));
     cSURV_Results res;
     WCHECK_EQ(run_life(prepared, param, res), 0);
     if (!WCHECK_EQ(res.groups.size(), 2u)) return;
@@ -122,8 +122,8 @@ VELKOR_WIN_FAMILY(survival_objects) {
       check_table(g, refs[k]);
       double cap = -1;
       std::vector<VectDPtr> mean, quartiles;
-      WCHECK_EQ(mean_median(g.table, static_cast<int>(g.rows + 1), 0.05,
-                            static_cast<int>(g.size), cap, mean, quartiles),
+      WCHECK_EQ(mean_median(g.table, static_cast<int>(g.rows + 1), 0.05, static_cast<int>(g.size),
+                            cap, mean, quartiles),
                 0);
       check_mean_quartiles(mean, quartiles, cap, refs[k]);
     }
@@ -147,8 +147,7 @@ VELKOR_WIN_FAMILY(survival_objects) {
     VELKORInfo info;
     WCHECK_EQ(run_all(data, bad, res, factors, info), VELKOR_E_NULL_ARRAY);
     WCHECK(res.groups.empty());
-    cST_DataSet one = wintest::dataset_from_records(
-        lib, {{u"time", {5.0}}, {u"status", {1.0}}});
+    cST_DataSet one = wintest::dataset_from_records(lib, {{u"time", {5.0}}, {u"status", {1.0}}});
     SURV_Param plain;
     WCHECK_EQ(run_all(one, plain, res, factors, info), VELKOR_E_TOO_FEW);
     WCHECK_EQ(info.error.status, VELKOR_E_TOO_FEW);
