@@ -20,7 +20,10 @@ struct Entry {
 
 const Entry kEntries[] = {
     {&kKmCommand, RunKm, {"--alpha", "--event-code", "--na-variance", "--width"}},
-    {&kCoxCommand, RunCox, {"--alpha", "--event-code", "--threshold", "--max-iter", "--tol"}},
+    {&kCoxCommand,
+     RunCox,
+     {"--alpha", "--event-code", "--threshold", "--max-iter", "--tol", "--cv", "--bootstrap",
+      "--seed"}},
     {&kSurvregCommand,
      RunSurvreg,
      {"--alpha", "--event-code", "--p-enter", "--p-remove", "--max-iter", "--tol"}},
