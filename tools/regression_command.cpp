@@ -51,6 +51,10 @@ const Command kCoxCommand{
      {"--cv", "K", "K-fold cross-validation of the quality indices", ""},
      {"--bootstrap", "B", "B bootstrap replicates of the coefficients and concordance", ""},
      {"--seed", "S", "seed of the folds and resamples (0 to 4294967295)", "1"},
+     {"--refit-tol", "T",
+      "relative log-likelihood tolerance of the refits of --cv, --bootstrap and --ph-test (finer "
+      "values can end a converged refit with 'no gain' and fail it)",
+      "1e-6"},
      {"--ph-test", "G",
       "proportional-hazards test (Grambsch-Therneau) on time transform identity, log, rank or "
       "km; Schoenfeld residual charts",
@@ -207,6 +211,7 @@ CoxExtras ParseCoxExtras(const Args& a) {
         static_cast<int>(whole("--bootstrap", 1, 1e7, "a whole number between 1 and 10000000"));
   e.seed = static_cast<unsigned>(
       whole("--seed", 0, 4294967295.0, "a whole number between 0 and 4294967295"));
+  if (!(a.number("--refit-tol") > 0)) e.error = "--refit-tol must be a positive number";
   if (a.has("--ph-test")) {
     const std::string& g = a.get("--ph-test");
     e.phTest = g == "identity" ? 0 : g == "log" ? 1 : g == "rank" ? 2 : g == "km" ? 3 : -1;
@@ -339,8 +344,9 @@ int RunCox(const Args& a) {
        {"--time",      "--status", "--event-code", "--covariates", "--factors",        "--strata",
         "--weight",    "--ties",   "--selection",  "--threshold",  "--back-statistic", "--max-iter",
         "--tol",       "--alpha",  "--baseline",   "--residuals",  "--concordance",    "--cv",
-        "--bootstrap", "--seed",   "--ph-test"})
-    if (a.has(o) && (std::string(o) != "--seed" || ex.cv >= 2 || ex.bootstrap >= 1))
+        "--bootstrap", "--seed",   "--refit-tol",  "--ph-test"})
+    if (a.has(o) && ((std::string(o) != "--seed" && std::string(o) != "--refit-tol") ||
+                     ex.cv >= 2 || ex.bootstrap >= 1 || ex.phTest >= 0))
       r.options.emplace_back(o + 2, a.get(o));
   r.notes.push_back(std::to_string(n) + " rows used, " +
                     std::to_string(csv.rows() - d.rows.size()) + " left out (missing values); " +
@@ -504,12 +510,13 @@ int RunCox(const Args& a) {
       st2 = velkor_cox_validation(
           time.data(), status.data(), weights.empty() ? nullptr : weights.data(), xq.data(),
           strata.empty() ? nullptr : strata.data(), n, static_cast<int>(q), ties == "efron" ? 1 : 0,
-          static_cast<int>(a.number("--max-iter")), a.number("--tol"), a.number("--alpha"),
+          static_cast<int>(a.number("--max-iter")), a.number("--refit-tol"), a.number("--alpha"),
           ex.phTest, ex.cv, ex.bootstrap, ex.seed, &Progress::Callback, &progress, ph.data(),
           cvt.data(), boot.data(), &completed);
     }
     if (st2 != 0) {
-      Fail(cmd, st2 == -5 ? "the refit of the final model for validation failed (library status -5)"
+      Fail(cmd, st2 == -5 ? "the refit of the final model for validation failed (library status "
+                            "-5); a larger --refit-tol may help"
                           : "validation failed (library status " + std::to_string(st2) + ")");
       return ExitForStatus(st2);
     }

@@ -23,7 +23,7 @@ const Entry kEntries[] = {
     {&kCoxCommand,
      RunCox,
      {"--alpha", "--event-code", "--threshold", "--max-iter", "--tol", "--cv", "--bootstrap",
-      "--seed"}},
+      "--seed", "--refit-tol"}},
     {&kSurvregCommand,
      RunSurvreg,
      {"--alpha", "--event-code", "--p-enter", "--p-remove", "--max-iter", "--tol"}},
