@@ -249,3 +249,17 @@ def test_dict_form_without_pandas_and_plots(monkeypatch, tmp_path):
     with pytest.raises(KeyError, match="terms: age, ph.ecog, sex=2"):
         plot.schoenfeld(full, "weight")
     ax.figure.savefig(tmp_path / "schoenfeld.png")
+
+
+@pytest.mark.parametrize("call,text", [
+    (lambda d: velkor.passing_bablok("x", "y", data=d, method="robust"), "method must be one of 'standard'"),
+    (lambda d: velkor.bland_altman("x", "y", data=d, type="log"), "type must be one of 'diff'"),
+    (lambda d: velkor.bland_altman("x", "y", data=d, loa_ci="bootstrap"), "loa_ci must be one of"),
+    (lambda d: velkor.roc(d["x"] > d["x"].median(), "y", data=d, positive=True, se_method="exact"),
+     "se_method must be one of"),
+    (lambda d: velkor.roc(d["x"] > d["x"].median(), "y", data=d, positive=True, tail="both"), "tail must be one of"),
+], ids=["passing-bablok method", "bland-altman type", "bland-altman loa_ci", "roc se_method", "roc tail"])
+def test_every_text_option_is_checked(call, text):
+    """A misspelt option value is an error naming the valid values, never a silent default."""
+    with pytest.raises(ValueError, match=text):
+        call(pd.read_csv(ROOT / "examples" / "methods.csv"))

@@ -203,6 +203,7 @@ def roc(status, markers, data=None, positive="1", weight=None, side: int = 1, se
     (as text, or as the same number). markers: one column name / array, or a list of them.
     """
     lib = library()
+    se_code, tail_code = choice("se_method", se_method, _SE), choice("tail", tail, _TAIL)
     if isinstance(markers, (str, np.ndarray)) or not isinstance(markers, (list, tuple)):
         markers = [markers]
     names = [m if isinstance(m, str) else f"marker{k + 1}" for k, m in enumerate(markers)]
@@ -250,8 +251,8 @@ def roc(status, markers, data=None, positive="1", weight=None, side: int = 1, se
         res = np.zeros(9)
         optimal = np.zeros(R * 4)
         counts = (ctypes.c_int * 3)()
-        st = lib.Cpp_ComputeROC(ptr(st_arr), ptr(v), ptr(wts), n, side, _c_double(alpha), _SE[se_method],
-                                _TAIL[tail], interval, 0, _c_double(prior), None, 0, ptr(cv), ptr(ts),
+        st = lib.Cpp_ComputeROC(ptr(st_arr), ptr(v), ptr(wts), n, side, _c_double(alpha), se_code,
+                                tail_code, interval, 0, _c_double(prior), None, 0, ptr(cv), ptr(ts),
                                 ptr(costs), ptr(res), ptr(optimal), counts)
         check("Cpp_ComputeROC", st)
         auc_t["marker"].append(name)
@@ -340,14 +341,15 @@ def bland_altman(x, y, data=None, type: str = "diff", loa_ci: str = "exact", alp
     lib = library()
     xa, ya = _xy(data, x, y)
     n = len(xa)
-    t = {"diff": 0, "relative": 1, "ratio": 2}[type]
+    t = choice("type", type, {"diff": 0, "relative": 1, "ratio": 2})
+    exact = choice("loa_ci", loa_ci, {"approx": 0, "exact": 1})
     diffs, means = np.full(n, MISSING), np.full(n, MISSING)
     sc = [_c_double(0) for _ in range(6)]
     check("Cpp_BlandAltman", lib.Cpp_BlandAltman(ptr(xa), ptr(ya), n, t, _c_double(alpha), ptr(diffs),
                                                  ptr(means), *[ctypes.byref(v) for v in sc]))
     limits = np.zeros(6)
     check("Cpp_BlandAltmanLoACI", lib.Cpp_BlandAltmanLoACI(ptr(xa), ptr(ya), n, t, _c_double(alpha),
-                                                           _c_double(alpha_ci), 0 if loa_ci == "approx" else 1,
+                                                           _c_double(alpha_ci), exact,
                                                            ptr(limits)))
     bias, sd, bl, bh, ll, lh = (v.value for v in sc)
     cols = _estimates(["bias", "lower limit of agreement", "upper limit of agreement"], [bias, ll, lh],
@@ -382,7 +384,7 @@ def passing_bablok(x, y, data=None, method: str = "standard", allow_negative: bo
     n = len(xa)
     sc = [_c_double(0) for _ in range(9)]
     fit, res, dif, dist = (np.zeros(n) for _ in range(4))
-    fn = lib.Cpp_Passing_Bablok if method == "standard" else lib.Cpp_PassingBablokBIS
+    fn = choice("method", method, {"standard": lib.Cpp_Passing_Bablok, "equivariant": lib.Cpp_PassingBablokBIS})
     refs = [ctypes.byref(v) for v in sc]
     st = fn(ptr(xa), n, ptr(ya), 3 if allow_negative else 1, _c_double(alpha), *refs[:6], ptr(fit), ptr(res),
             ptr(dif), ptr(dist), *refs[6:])
@@ -699,7 +701,7 @@ def survreg(time, status, covariates=None, factors=None, data=None, event_code: 
     up = tt if time2 is None else np.asarray(as_column(data, time2), dtype=np.float64)[rows]
     up = np.where(np.isnan(up), tt, up)
     bounds = np.ascontiguousarray(np.concatenate([tt, up]))
-    dcode = {"exponential": 1, "weibull": 2, "lognormal": 3}[dist]
+    dcode = choice("dist", dist, {"exponential": 1, "weibull": 2, "lognormal": 3})
     k = 1 if dcode == 1 else 2
     q = p + k
     iters, nkept = _c_int(int(max_iter)), _c_int(0)
@@ -707,7 +709,7 @@ def survreg(time, status, covariates=None, factors=None, data=None, event_code: 
     ptable, tests = np.zeros(q * 6), np.zeros(9)
     history = np.full(max(p, 1) * 4, MISSING)
     resid, kept = np.zeros(n * 4), np.zeros(max(p, 1))
-    sel = {"none": -1, "forward": 0, "backward": 1}[selection]
+    sel = choice("selection", selection, {"none": -1, "forward": 0, "backward": 1})
     st = lib.Cpp_RunParamReg(ptr(tt), n, p, ptr(cc), ptr(bounds), ptr(x) if p else None,
                              None if w is None else ptr(w), dcode, sel, _c_double(p_enter), _c_double(p_remove),
                              ctypes.byref(iters), _c_double(tol), 0, _c_double(0.0), -1, _c_double(alpha),
