@@ -474,6 +474,8 @@ int RunCox(const Args& a) {
     }
     r.tables.push_back(std::move(rt));
   }
+  if (q == 0 && (ex.concordance || ex.cv >= 2 || ex.bootstrap >= 1 || ex.phTest >= 0))
+    Warn(cmd, "no covariate is left in the final model: concordance and validation skipped");
   const char* qualityHeads[5] = {"R-square", "rescaled R-square", "-2 log L reduction",
                                  "concordance", "Somers' D"};
   if (ex.concordance && q > 0) {

@@ -263,3 +263,14 @@ def test_every_text_option_is_checked(call, text):
     """A misspelt option value is an error naming the valid values, never a silent default."""
     with pytest.raises(ValueError, match=text):
         call(pd.read_csv(ROOT / "examples" / "methods.csv"))
+
+
+@needs_tool
+def test_empty_final_model_skips_validation_with_a_warning():
+    flags = ["--selection", "forward", "--threshold", "1e-12", "--concordance", "--bootstrap", "10"]
+    p = run([*COX, *flags, "--format", "json"])
+    assert "no covariate is left in the final model" in p.stderr
+    with pytest.warns(UserWarning, match="no covariate is left"):
+        py = py_cox(selection="forward", threshold=1e-12, concordance=True, bootstrap=10)
+    compare(json.loads(p.stdout), py)
+    assert "bootstrap" not in py and "concordance" not in py

@@ -637,6 +637,8 @@ def cox(time, status, covariates=None, factors=None, data=None, event_code: floa
         for j, nm in enumerate(names):
             cols[f"score {nm}"] = to_nan(r[4 + p + j])
         out["residuals"] = table(cols)
+    if not q and (concordance or cv or bootstrap or ph_code >= 0):
+        warnings.warn("no covariate is left in the final model: concordance and validation skipped", stacklevel=2)
     if concordance and q:
         cidx, ncon, ncomp = _c_double(0), _c_double(0), _c_double(0)
         quality = np.full(5, MISSING)
