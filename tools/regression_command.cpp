@@ -430,7 +430,7 @@ int RunCox(const Args& a) {
              "Survival probability");
     ch.unitY = true;
     for (std::size_t s2 = 0; s2 < um; ++s2) {
-      Series curve{m > 1 ? stratumNames[s2] : "survival at means",
+      Series curve{m > 1 ? a.get("--strata") + "=" + stratumNames[s2] : "survival at means",
                    {0.0},
                    {1.0},
                    static_cast<int>(s2),
