@@ -4,10 +4,8 @@ lung, tests/reference/frontdoors/cox_lung.R), validation is reproducible from it
 reaches the terminal only when asked, and bad options fail clearly."""
 import json
 import os
-import pathlib
 import pty
 import subprocess
-import warnings
 import xml.etree.ElementTree as ET
 
 import numpy as np
