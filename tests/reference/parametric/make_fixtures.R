@@ -12,6 +12,12 @@
 #     right- and interval-censoring. survreg's parameters are mapped to the library's order
 #     (coefficients, intercept, scale) and its Log(scale) to the scale (se(scale) = scale x
 #     se(log scale), exact at the maximum).
+#     ovarian_weibull is the one survreg fit the library's fitter does not reproduce: its function
+#     is survreg's (tests check the value and the zero gradient at survreg's estimate), but from
+#     its prescribed start (scale 0.5 log(4 var / 1.64) = 0.139 against survreg's 0.547) the
+#     Newton path with step halving and the diagonal fallback leaves for a region where the
+#     700 exponent guard makes the Weibull log-likelihood unbounded, and the fit ends at the
+#     iteration limit (status -1). survreg starts elsewhere and converges.
 #  2. The library's own log-likelihood where it deliberately differs from survreg, computed here
 #     from its formulas (part_ll below) at fixed parameter points (kind ptJ_theta / ptJ_ll) and
 #     maximised with optim (kind optcoef):
