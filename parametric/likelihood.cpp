@@ -84,7 +84,9 @@ template <bool D>
 inline double EvLogCdf(double z, double& g1, double& g2) {
   const double e = std::exp(z);
   const double surv = std::exp(-e);
-  const double cdf = -std::expm1(-e);
+  // 1 - exp(-e) loses at most a few ulps to cancellation once exp(-e) < 0.61; expm1 (several
+  // times the cost of exp) is kept for the small values of e where it matters
+  const double cdf = e > 0.5 ? 1.0 - surv : -std::expm1(-e);
   if constexpr (D) {
     g1 = surv == 0.0 ? 0.0 : e * surv / cdf;  // f/F; f = e^z exp(-e^z)
     g2 = g1 * (1.0 - e) - g1 * g1;            // f'/F - (f/F)^2, f' = f (1 - e^z)
@@ -98,9 +100,11 @@ template <bool D>
 inline double EvLogInterval(double zl, double zu, double& cl, double& dl, double& cu, double& du) {
   const double el = std::exp(zl), eu = std::exp(zu);
   const double t = el - eu;
-  const double q = -std::expm1(t);
+  // q = 1 - exp(t): by expm1 where t is small, else from exp(t), which the derivatives use too
+  const double et = t < -0.5 ? std::exp(t) : 0.0;
+  const double q = t < -0.5 ? 1.0 - et : -std::expm1(t);
   if constexpr (D) {
-    const double r = q < 0.5 ? 1.0 - q : std::exp(t);  // 1 - q is exact enough below 1/2
+    const double r = t < -0.5 ? et : 1.0 - q;  // exp(t); 1 - q is exact enough for q <= 0.4
     cl = el / q;
     dl = cl * (1.0 - el);
     cu = r == 0.0 ? 0.0 : eu * r / q;
@@ -339,10 +343,31 @@ void EvalExponential(const double* y, const double* cens, const double* upper, c
   }
 }
 
+// Sum of a[i] b[i] over a block, in eight interleaved partial sums added in a fixed order at the
+// end: eight independent chains of additions instead of one, the same result on every run.
+inline double BlockDot(const double* a, const double* b, std::size_t m) {
+  double s[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+  std::size_t i = 0;
+  for (; i + 8 <= m; i += 8)
+    for (std::size_t l = 0; l < 8; ++l) s[l] += a[i + l] * b[i + l];
+  for (; i < m; ++i) s[0] += a[i] * b[i];
+  return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+}
+
+inline double BlockSum(const double* a, std::size_t m) {
+  double s[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+  std::size_t i = 0;
+  for (; i + 8 <= m; i += 8)
+    for (std::size_t l = 0; l < 8; ++l) s[l] += a[i + l];
+  for (; i < m; ++i) s[0] += a[i];
+  return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+}
+
 // Weibull and log-normal laws, in blocks of rows: the linear predictor of a block is built column
-// by column, each row's contribution and its partial derivatives (l_e, l_ee, l_es) are computed in
-// row order (the log-likelihood is summed row by row), and the block's sums over the covariate
-// columns (sum l_e x_j, sum l_ee x_j x_m, sum l_es x_j) run down contiguous columns.
+// by column (contiguous, vectorisable), then each row's contribution and its partial derivatives
+// (l_e, l_ee, l_es) are computed in row order (the log-likelihood is summed row by row), and the
+// block's sums over the design columns, sum l_e x_j, sum l_es x_j and sum l_ee x_j x_c (packed
+// upper triangle), are dot products down contiguous columns (BlockDot).
 template <bool D>
 void EvalScaleLaw(const double* y, const double* cens, const double* upper, const double* x,
                   const double* w, std::size_t n, std::size_t ldx, int p, const double* theta,
@@ -383,34 +408,16 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
       // packed column-major upper triangle: (j, c) with j <= c at c (c + 1) / 2 + j
       for (std::size_t c = 0; c < P; ++c) {
         const double* xc = x + c * ldx + i0;
-        double sg = 0, ss = 0;
-        for (std::size_t i = 0; i < m; ++i) {
-          sg += le[i] * xc[i];
-          ss += les[i] * xc[i];
-          tmp[i] = lee[i] * xc[i];
-        }
-        acc->g[c] += sg;
-        acc->hbs[c] += ss;
+        for (std::size_t i = 0; i < m; ++i) tmp[i] = lee[i] * xc[i];
+        acc->g[c] += BlockDot(le, xc, m);
+        acc->hbs[c] += BlockDot(les, xc, m);
         const std::size_t base = c * (c + 1) / 2;
-        for (std::size_t j = 0; j <= c; ++j) {
-          const double* xj = x + j * ldx + i0;
-          double h = 0;
-          for (std::size_t i = 0; i < m; ++i) h += tmp[i] * xj[i];
-          acc->hbb[base + j] += h;
-        }
-        double hc = 0;  // with the intercept column
-        for (std::size_t i = 0; i < m; ++i) hc += tmp[i];
-        acc->hbb[P * (P + 1) / 2 + c] += hc;
+        for (std::size_t j = 0; j <= c; ++j) acc->hbb[base + j] += BlockDot(tmp, x + j * ldx + i0, m);
+        acc->hbb[P * (P + 1) / 2 + c] += BlockSum(tmp, m);  // with the intercept column
       }
-      double sg = 0, ss = 0, sh = 0;
-      for (std::size_t i = 0; i < m; ++i) {
-        sg += le[i];
-        ss += les[i];
-        sh += lee[i];
-      }
-      acc->g[P] += sg;
-      acc->hbs[P] += ss;
-      acc->hbb[P * (P + 1) / 2 + P] += sh;
+      acc->g[P] += BlockSum(le, m);
+      acc->hbs[P] += BlockSum(les, m);
+      acc->hbb[P * (P + 1) / 2 + P] += BlockSum(lee, m);
     }
   }
 }
