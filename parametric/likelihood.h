@@ -40,7 +40,7 @@
 //
 // Cost: one pass over the data, O(n (p + k)^2) with derivatives, O(n p) without; no allocation
 // proportional to n. Weibull and log-normal passes run in parallel (OpenMP) over fixed chunks of
-// 16384 rows whose sums are added in chunk order: identical results for any number of threads.
+// 4096 rows whose sums are added in chunk order: identical results for any number of threads.
 // The exponential law's carried terms make its pass sequential.
 #pragma once
 
