@@ -427,10 +427,12 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
 // The rows are cut into chunks of a fixed size; each chunk is summed on its own (in parallel
 // through OpenMP) and the chunk sums are added in chunk order, so the result does not depend on
 // the number of threads.
-// Chunks of 4096 rows (about 0.2 ms of work each) let two threads share a pass from n = 8192 on;
-// they are handed out dynamically so that a thread slowed by other work on the machine does not
-// hold up the pass.
+// Chunks of 4096 rows (about 0.1 ms of work each), handed out dynamically so that a thread
+// slowed by other work on the machine does not hold up the pass. Threads start only from 32
+// chunks (n >= 131072): below that a pass lasts a few milliseconds at most, and on a loaded
+// machine waking and waiting for a second thread costs more than it saves.
 constexpr std::size_t kChunk = 4096;
+constexpr std::size_t kMinChunksForThreads = 32;
 
 template <bool D>
 void EvalScaleLawChunked(const double* y, const double* cens, const double* upper, const double* x,
@@ -445,7 +447,7 @@ void EvalScaleLawChunked(const double* y, const double* cens, const double* uppe
   std::vector<Accum> parts;
   if constexpr (D) parts.assign(nChunks, Accum(p + 1));
   const long long nc = static_cast<long long>(nChunks);
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (nChunks >= kMinChunksForThreads)
   for (long long c = 0; c < nc; ++c) {
     const std::size_t c0 = static_cast<std::size_t>(c) * kChunk;
     const std::size_t len = std::min(kChunk, n - c0);

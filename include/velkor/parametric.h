@@ -53,7 +53,7 @@ VELKOR_API int Cpp_ComputeLogLikeDerivativesParam(const double* times, int n, in
                                                   double* grad, double* hess);
 
 /* Newton-Raphson maximum-likelihood fit with step halving from the starting values below, and
- * nothing else: no line search, no modified Hessian, no restart.
+ * nothing else: no modified Hessian, no restart from other values.
  * Start: without covariates the intercept is the weighted mean time (+ 0.572 for the Weibull law);
  * with covariates intercept and coefficients are the weighted least-squares fit of the times on
  * the design; the scale is the weighted variance of the times (log-normal law) or, for the Weibull
@@ -61,7 +61,8 @@ VELKOR_API int Cpp_ComputeLogLikeDerivativesParam(const double* times, int n, in
  * Iteration: the Newton step theta - H^-1 g; a non-positive scale becomes 1e-12; the point is
  * accepted when the log-likelihood rises by more than 2.220446049250313e-16, else the step is
  * halved up to 10 times; after 10 failed halvings the Hessian is replaced by its diagonal, the
- * last parameter keeps its last halved value and the iteration goes on. The fit stops at the
+ * last parameter keeps its last halved value (the log-likelihood is re-evaluated there; the
+ * gradient and the diagonal stay those of the point before) and the iteration goes on. The fit stops at the
  * iteration limit or when an accepted step changes the log-likelihood by less than tol.
  * Fixed intercept (a choice of this library): the intercept is held at interceptValue and the
  * step is the Newton step of the free parameters, -H_ff^-1 g_f over their block of the Hessian,
