@@ -416,7 +416,8 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
         acc->g[c] += BlockDot(le, xc, m);
         acc->hbs[c] += BlockDot(les, xc, m);
         const std::size_t base = c * (c + 1) / 2;
-        for (std::size_t j = 0; j <= c; ++j) acc->hbb[base + j] += BlockDot(tmp, x + j * ldx + i0, m);
+        for (std::size_t j = 0; j <= c; ++j)
+          acc->hbb[base + j] += BlockDot(tmp, x + j * ldx + i0, m);
         acc->hbb[P * (P + 1) / 2 + c] += BlockSum(tmp, m);  // with the intercept column
       }
       acc->g[P] += BlockSum(le, m);

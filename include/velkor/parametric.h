@@ -62,8 +62,9 @@ VELKOR_API int Cpp_ComputeLogLikeDerivativesParam(const double* times, int n, in
  * accepted when the log-likelihood rises by more than 2.220446049250313e-16, else the step is
  * halved up to 10 times; after 10 failed halvings the Hessian is replaced by its diagonal, the
  * last parameter keeps its last halved value (the log-likelihood is re-evaluated there; the
- * gradient and the diagonal stay those of the point before) and the iteration goes on. The fit stops at the
- * iteration limit or when an accepted step changes the log-likelihood by less than tol.
+ * gradient and the diagonal stay those of the point before) and the iteration goes on. The fit
+ * stops at the iteration limit or when an accepted step changes the log-likelihood by less than
+ * tol.
  * Fixed intercept (a choice of this library): the intercept is held at interceptValue and the
  * step is the Newton step of the free parameters, -H_ff^-1 g_f over their block of the Hessian,
  * so the fit ends at the maximum with the intercept held (moving the free parameters by their

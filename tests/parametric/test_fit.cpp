@@ -89,10 +89,10 @@ TEST(ParamFit, NewtonPathIsTheAlgorithmsOwnWhereItConvergesAndReportedWhereItFai
     std::vector<double> g(6), h(36), th(6);
     int it = 100;
     double ll = 0;
-    ASSERT_EQ(Cpp_OptimizeParamModel(d.y.data(), d.n, d.p, 2, d.code.data(), b.data(),
-                                     d.x.data(), nullptr, &it, 1e-9, 2, 0, 0.0, &ll, g.data(),
-                                     h.data(), th.data()),
-              0);
+    ASSERT_EQ(
+        Cpp_OptimizeParamModel(d.y.data(), d.n, d.p, 2, d.code.data(), b.data(), d.x.data(),
+                               nullptr, &it, 1e-9, 2, 0, 0.0, &ll, g.data(), h.data(), th.data()),
+        0);
     EXPECT_EQ(it, 19);
     for (int j = 0; j < 5; ++j) EXPECT_LT(RelErrStrict(th[j], c.values.at("coef")[j]), 1e-6);
     EXPECT_LT(RelErrStrict(ll, c.values.at("loglik")[0]), 1e-12);
@@ -111,10 +111,10 @@ TEST(ParamFit, NewtonPathIsTheAlgorithmsOwnWhereItConvergesAndReportedWhereItFai
   std::vector<double> g(5), h(25), th(5);
   int it = 100;
   double ll = 0;
-  EXPECT_EQ(Cpp_OptimizeParamModel(d.y.data(), d.n, d.p, 2, d.code.data(), b.data(), d.x.data(),
-                                   nullptr, &it, 1e-9, 2, 0, 0.0, &ll, g.data(), h.data(),
-                                   th.data()),
-            -2);
+  EXPECT_EQ(
+      Cpp_OptimizeParamModel(d.y.data(), d.n, d.p, 2, d.code.data(), b.data(), d.x.data(), nullptr,
+                             &it, 1e-9, 2, 0, 0.0, &ll, g.data(), h.data(), th.data()),
+      -2);
   EXPECT_EQ(it, 100);
   EXPECT_GT(ll, 1e6);
   // The function itself is survreg's: at survreg's estimate its gradient vanishes and the
