@@ -17,7 +17,7 @@ awk -F, '
   file == 2 && $1 ~ /^"BM_/ {
     gsub(/"/, "", $1); split($1, a, "/"); task = substr(a[1], 4); n = a[2];
     wall = $3 / 1000.0; cpu = $4 / 1000.0;   # milliseconds
-    if (task == "cuminc_equivalent")
+    if (task == "cuminc_equivalent" || task ~ /^cuminc_flat/)
       printf "%-18s %8d %9.4f %9.4f %9.4f %9.4f %7.1f\n", task, n, wall, cpu, rw[n], rc[n], rc[n] / cpu;
     else
       printf "%-18s %8d %9.4f %9.4f %9s %9s %7s\n", task, n, wall, cpu, "-", "-", "-";

@@ -14,6 +14,12 @@
 // what the data condition is (for instance -2 for fewer than two observations); a null array
 // with such a length is accepted.
 //
+// Memory: the private copy of an arithmetic array lives in a block from core/frame_memory.h,
+// which keeps a bounded number of large released blocks for the next call (their pages are then
+// already mapped). Each block is filled completely from the caller's array before the worker
+// runs (an empty array gets one element the worker may only reach through the spare-element
+// rules), so results never depend on earlier calls. Copies in and out are plain memcpy.
+//
 // Usage in an entry point:
 //   return velkor::flat_call([&](velkor::FlatFrame& f) {
 //     auto& t = f.in(times, n);            // n x 1 copy of a const double*
@@ -24,10 +30,13 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
+#include <type_traits>
 #include <vector>
 
+#include "core/frame_memory.h"
 #include "velkor/containers.h"
 #include "velkor/status.h"
 
@@ -73,6 +82,7 @@ class FlatFrame {
     virtual ~Binding() = default;
     virtual void copy_back() noexcept = 0;
   };
+  // Non-arithmetic element types (strings): the matrix owns an element-by-element copy.
   template <class T>
   struct ArrayBinding final : Binding {
     matrix<T> m;
@@ -83,6 +93,35 @@ class FlatFrame {
     void copy_back() noexcept override {
       if (!output || caller == nullptr) return;
       for (std::uint64_t k = 0; k < m.count; ++k) caller[k] = m.data[k];
+    }
+  };
+  // Arithmetic element types: the matrix adopts a frame block holding a memcpy of the caller's
+  // array (at least one element, so the buffer is never null, as with an owning matrix).
+  template <class T>
+  struct BlockBinding final : Binding {
+    frame_memory::Block block;  // declared first: outlives the matrix that adopts it
+    matrix<T> m;
+    T* caller;
+    bool output;
+    static std::size_t bytes_for(std::uint32_t r, std::uint32_t c) {
+      const std::uint64_t n = static_cast<std::uint64_t>(r) * c;
+      return static_cast<std::size_t>(n == 0 ? 1 : n) * sizeof(T);
+    }
+    BlockBinding(T* p, std::uint32_t r, std::uint32_t c, bool o)
+        : block(bytes_for(r, c)), m(r, c, fill(block.get(), p, r, c), 1), caller(p), output(o) {}
+    static T* fill(void* buffer, const T* src, std::uint32_t r, std::uint32_t c) {
+      T* dst = static_cast<T*>(buffer);
+      const std::uint64_t n = static_cast<std::uint64_t>(r) * c;
+      if (n > 0) {
+        std::memcpy(dst, src, static_cast<std::size_t>(n) * sizeof(T));
+      } else {
+        dst[0] = T{};  // the one element of an empty array: defined, never the caller's
+      }
+      return dst;
+    }
+    void copy_back() noexcept override {
+      if (!output || caller == nullptr || m.count == 0) return;
+      std::memcpy(caller, m.data, static_cast<std::size_t>(m.count) * sizeof(T));
     }
   };
   template <class T>
@@ -104,10 +143,17 @@ class FlatFrame {
     const std::uint32_t r = clamp_dim(rows);
     const std::uint32_t c = clamp_dim(cols);
     if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
-    auto b = std::make_unique<ArrayBinding<T>>(caller, r, c, output);
-    matrix<T>& ref = b->m;
-    bindings_.push_back(std::move(b));
-    return ref;
+    matrix<T>* ref;
+    if constexpr (std::is_arithmetic_v<T>) {
+      auto b = std::make_unique<BlockBinding<T>>(caller, r, c, output);
+      ref = &b->m;
+      bindings_.push_back(std::move(b));
+    } else {
+      auto b = std::make_unique<ArrayBinding<T>>(caller, r, c, output);
+      ref = &b->m;
+      bindings_.push_back(std::move(b));
+    }
+    return *ref;
   }
 
   std::vector<std::unique_ptr<Binding>> bindings_;
