@@ -152,8 +152,13 @@ struct Sheet {
   double sizes[3] = {0, 0, 0};
   std::vector<double> t, s, all, g, w, tables, last, tot, inc, comp, tests;
   explicit Sheet(const Rows& r)
-      : rows(&r), n(static_cast<int>(r.time.size())), t(r.time), s(r.cause), all(r.time.size()),
-        g(r.group), w(r.time.size(), 1.0) {
+      : rows(&r),
+        n(static_cast<int>(r.time.size())),
+        t(r.time),
+        s(r.cause),
+        all(r.time.size()),
+        g(r.group),
+        w(r.time.size(), 1.0) {
     for (double x : r.group) sizes[static_cast<int>(x) - 1] += 1.0;
     const std::size_t R = static_cast<std::size_t>(*std::max_element(sizes, sizes + 3)) + 2;
     tables.assign(3 * R * 12, 0.0);  // one product-limit table per group, (n_g + 2) x 12 each
@@ -178,8 +183,8 @@ double flat_pipeline(Sheet& sh) {
   for (int k = 0; k < 3; ++k) {
     const int m = static_cast<int>(sh.sizes[k]);
     double* table = sh.tables.data() + tab;
-    RunLife(sh.t.data() + offset, sh.all.data() + offset, sh.w.data() + offset, m, nullptr, 0, 0,
-            1, 0, 0.0, m + 2, table, &sh.last[static_cast<std::size_t>(k)],
+    RunLife(sh.t.data() + offset, sh.all.data() + offset, sh.w.data() + offset, m, nullptr, 0, 0, 1,
+            0, 0.0, m + 2, table, &sh.last[static_cast<std::size_t>(k)],
             &sh.tot[static_cast<std::size_t>(k)]);
     const int T = static_cast<int>(sh.last[static_cast<std::size_t>(k)]);
     for (int cause = 1; cause <= 2; ++cause) {

@@ -62,7 +62,11 @@ struct Sheet {
   int n, R, capT;
   std::vector<double> t, s, g, w, tables, last, tot, na, combined;
   explicit Sheet(const Data& d)
-      : base(&d), n(static_cast<int>(d.time.size())), t(d.time), s(d.status), g(d.group),
+      : base(&d),
+        n(static_cast<int>(d.time.size())),
+        t(d.time),
+        s(d.status),
+        g(d.group),
         w(d.time.size(), 1.0) {
     double sizes[G] = {0, 0, 0};
     for (double x : d.group) sizes[static_cast<int>(x) - 1] += 1;

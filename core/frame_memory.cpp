@@ -91,7 +91,8 @@ Reaper g_reaper;
 
 Span acquire(std::size_t bytes) {
   if (bytes == 0) bytes = 1;
-  if (bytes < kMinCachedBytes) return Span{::operator new(bytes, std::align_val_t{kSmallAlign}), 0};
+  if (bytes < kMinCachedBytes)
+    return Span{::operator new (bytes, std::align_val_t{kSmallAlign}), 0};
   if (g_caching.load(std::memory_order_relaxed)) {
     std::lock_guard<std::mutex> hold(g_cache.lock);
     std::size_t best = g_cache.count;
@@ -116,7 +117,7 @@ Span acquire(std::size_t bytes) {
 void release(Span s) noexcept {
   if (s.ptr == nullptr) return;
   if (s.capacity == 0) {  // a small block
-    ::operator delete(s.ptr, std::align_val_t{kSmallAlign});
+    ::operator delete (s.ptr, std::align_val_t{kSmallAlign});
     return;
   }
   Span evicted[kMaxCachedBlocks + 1];
@@ -128,8 +129,8 @@ void release(Span s) noexcept {
       evicted[nEvicted++] = s;
     } else {
       // Least recently released first out, until the block fits both bounds.
-      while (g_cache.count > 0 && (g_cache.count == kMaxCachedBlocks ||
-                                   g_cache.bytes + s.capacity > kMaxCachedBytes))
+      while (g_cache.count > 0 &&
+             (g_cache.count == kMaxCachedBlocks || g_cache.bytes + s.capacity > kMaxCachedBytes))
         evicted[nEvicted++] = take(g_cache, 0);
       g_cache.blocks[g_cache.count++] = s;
       g_cache.bytes += s.capacity;

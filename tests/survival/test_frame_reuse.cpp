@@ -41,8 +41,8 @@ Outputs Analyse(int n, unsigned seed) {
   for (double x : o.g) sizes[static_cast<int>(x) - 1] += 1;
   const int R = static_cast<int>(std::max({sizes[0], sizes[1], sizes[2]})) + 1;
   double maxTime = 0;
-  o.status.push_back(ReorganizeData(o.t.data(), n, o.s.data(), o.w.data(), o.g.data(), sizes, G,
-                                    0, &maxTime));
+  o.status.push_back(
+      ReorganizeData(o.t.data(), n, o.s.data(), o.w.data(), o.g.data(), sizes, G, 0, &maxTime));
   o.tables.assign(static_cast<std::size_t>(G) * R * 12, 0.0);
   o.last.assign(G, 0.0);
   o.tot.assign(G, 0.0);
@@ -55,8 +55,8 @@ Outputs Analyse(int n, unsigned seed) {
     o.status.push_back(Cpp_TransNelsonAalen(tab, R, T, 0.05, 1,
                                             o.na.data() + static_cast<std::size_t>(k) * R * 9));
     double cap = 0, mean[4] = {}, q[12] = {};
-    o.status.push_back(
-        Cpp_ComputeKaplanMeanMedian(tab, R, T + 1, 0.05, static_cast<int>(sizes[k]), &cap, mean, q));
+    o.status.push_back(Cpp_ComputeKaplanMeanMedian(tab, R, T + 1, 0.05, static_cast<int>(sizes[k]),
+                                                   &cap, mean, q));
     o.means.push_back(cap);
     o.means.insert(o.means.end(), mean, mean + 4);
     o.means.insert(o.means.end(), q, q + 12);
