@@ -33,6 +33,58 @@ static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R
   const int capacity = count > 0 ? count : 0;
   int T = 0;
   auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+  // Every source table inside `source` and every column up to `capacity` inside `table` (the
+  // flat entry's case): the same merge on plain column-major memory, the spare element of
+  // `table` left as the last store through set() would leave it.
+  const std::uint64_t outRows = static_cast<std::uint64_t>(3) * groups + 1;
+  if (source->data != nullptr && table->data != nullptr && groups > 0 &&
+      static_cast<std::uint64_t>(groups) * block <= source->count && table->rows >= outRows &&
+      table->cols >= static_cast<std::uint64_t>(capacity)) {
+    const double* src = source->data;
+    const std::uint64_t ld = table->rows;
+    const auto col_of = [&](int g, int c) {
+      return src + static_cast<std::uint64_t>(g) * block +
+             static_cast<std::uint64_t>(c - 1) * rowsPer;
+    };
+    std::vector<const double*> tcol(groups), ncol(groups), dcol(groups), ccol(groups);
+    for (int g = 0; g < groups; ++g) {
+      tcol[g] = col_of(g, km_col::kTime);
+      ncol[g] = col_of(g, km_col::kAtRisk);
+      dcol[g] = col_of(g, km_col::kEvents);
+      ccol[g] = col_of(g, km_col::kCensored);
+    }
+    double lastStored = 0.0;
+    while (T < capacity) {
+      bool any = false;
+      double t = 0.0;
+      for (int g = 0; g < groups; ++g) {
+        if (next[g] > last[g]) continue;
+        const double tg = tcol[g][next[g]];
+        if (!any || tg < t || std::isnan(t)) t = tg, any = true;
+      }
+      if (!any) break;
+      double* out = table->data + static_cast<std::uint64_t>(T) * ld;
+      out[0] = t;
+      for (int g = 0; g < groups; ++g) {
+        double n = atRisk[g], d = 0.0, c = 0.0;
+        if (next[g] <= last[g] && same(tcol[g][next[g]], t)) {
+          n = ncol[g][next[g]];
+          d = dcol[g][next[g]];
+          c = ccol[g][next[g]];
+          atRisk[g] = n - d - c;
+          ++next[g];
+        }
+        out[3 * g + 1] = n;
+        out[3 * g + 2] = d;
+        out[3 * g + 3] = c;
+        lastStored = c;
+      }
+      ++T;
+    }
+    if (T > 0) table->spare = lastStored;
+    count = T;
+    return 0;
+  }
   while (T < capacity) {
     // Smallest pending time over the groups.
     bool any = false;
