@@ -46,7 +46,8 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_CumIncCalc(int T, int nAll, const double* tim
         block ? std::min<long long>(n, static_cast<long long>(nAll) - offset) : nAll;
     auto& t = f.in(times + first, rows);
     auto& s = f.in(status + first, rows);
-    auto& pl = f.in(productLimit, nonneg(n) + 2, 12);
+    // Columns 1 to 8 of the product-limit table are read (9 to 12 never): the copy stops there.
+    auto& pl = f.in(productLimit, nonneg(n) + 2, 8);
     auto& inc = f.out(incidence, T, 10);
     auto& comp = f.out(complement, T, 10);
     velkor::competing::CumIncCalc(T, &t, &s, cause, alpha, n, block ? 0 : offset, &pl, &inc, &comp);
