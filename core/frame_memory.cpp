@@ -41,9 +41,18 @@ struct Cache {
 Cache g_cache;
 std::atomic<bool> g_caching{true};
 std::atomic<bool> g_huge{false};
+std::atomic<unsigned> g_colour{0};
+
+// Bytes reserved in front of every cached block for its colour offset.
+constexpr std::size_t kColourSpan = 4096;
+// Offset of the next fresh block: 64-byte steps of 9 lines, cycling through all 64 lines of a page.
+std::size_t next_colour() {
+  return (static_cast<std::size_t>(g_colour.fetch_add(1, std::memory_order_relaxed)) * 576) %
+         kColourSpan;
+}
 
 void free_block(Span s) noexcept {
-  if (s.ptr != nullptr) ::operator delete(s.ptr, alignment_for(s.capacity));
+  if (s.base != nullptr) ::operator delete(s.base, alignment_for(s.capacity));
 }
 
 // Removes entry k (keeps the order of the others). Caller holds the lock.
@@ -91,8 +100,10 @@ Reaper g_reaper;
 
 Span acquire(std::size_t bytes) {
   if (bytes == 0) bytes = 1;
-  if (bytes < kMinCachedBytes)
-    return Span{::operator new (bytes, std::align_val_t{kSmallAlign}), 0};
+  if (bytes < kMinCachedBytes) {
+    void* p = ::operator new (bytes, std::align_val_t{kSmallAlign});
+    return Span{p, 0, p};
+  }
   if (g_caching.load(std::memory_order_relaxed)) {
     std::lock_guard<std::mutex> hold(g_cache.lock);
     std::size_t best = g_cache.count;
@@ -105,19 +116,21 @@ Span acquire(std::size_t bytes) {
     if (best < g_cache.count) return take(g_cache, best);
   }
   const std::size_t cap = capacity_for(bytes);
-  Span s{::operator new(cap, alignment_for(cap)), cap};
+  if (cap > static_cast<std::size_t>(-1) - kColourSpan) throw std::bad_alloc();
+  void* base = ::operator new(cap + kColourSpan, alignment_for(cap));
+  Span s{static_cast<unsigned char*>(base) + next_colour(), cap, base};
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
   // A hint only: the kernel may refuse or ignore it; the block is usable either way.
   if (cap >= kHugePageBytes && g_huge.load(std::memory_order_relaxed))
-    (void)madvise(s.ptr, cap, MADV_HUGEPAGE);
+    (void)madvise(base, cap, MADV_HUGEPAGE);
 #endif
   return s;
 }
 
 void release(Span s) noexcept {
-  if (s.ptr == nullptr) return;
+  if (s.base == nullptr) return;
   if (s.capacity == 0) {  // a small block
-    ::operator delete (s.ptr, std::align_val_t{kSmallAlign});
+    ::operator delete (s.base, std::align_val_t{kSmallAlign});
     return;
   }
   Span evicted[kMaxCachedBlocks + 1];

@@ -17,6 +17,11 @@
 // Blocks below kMinCachedBytes go straight to operator new / delete: the C allocator already
 // recycles small blocks from its heap.
 //
+// Cache colouring: the usable part of each fresh cached block starts at a different multiple of
+// 64 bytes within its first 4 KB (a rotating offset). Large allocations otherwise all start at the
+// same offset within a page, and a worker streaming through several of them at the same index
+// then suffers cache-set conflicts and 4 KB aliasing between loads and stores.
+//
 // On Linux, fresh blocks of at least kHugePageBytes are aligned to 2 MB and, when huge pages are
 // enabled (`set_huge_pages`, off by default; environment variable VELKOR_HUGEPAGES=1 turns it on
 // at load), advised with madvise(MADV_HUGEPAGE). That is only a hint: the kernel may ignore it, and
@@ -34,8 +39,9 @@ inline constexpr std::size_t kHugePageBytes = std::size_t{2} << 20;     // 2 MB
 
 // A block and its usable size.
 struct Span {
-  void* ptr = nullptr;
-  std::size_t capacity = 0;
+  void* ptr = nullptr;       // usable memory: `capacity` bytes from here
+  std::size_t capacity = 0;  // 0 for a block below kMinCachedBytes (not cached)
+  void* base = nullptr;      // the allocation that holds it
 };
 
 // A block of at least `bytes` bytes (its contents are unspecified): a cached one when one of
