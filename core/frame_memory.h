@@ -29,11 +29,14 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
+#include <new>
+#include <vector>
 
 namespace velkor::frame_memory {
 
 inline constexpr std::size_t kMinCachedBytes = std::size_t{256} << 10;  // 256 KB
-inline constexpr std::size_t kMaxCachedBlocks = 12;
+inline constexpr std::size_t kMaxCachedBlocks = 32;
 inline constexpr std::size_t kMaxCachedBytes = std::size_t{384} << 20;  // 384 MB
 inline constexpr std::size_t kHugePageBytes = std::size_t{2} << 20;     // 2 MB
 
@@ -61,6 +64,47 @@ void trim() noexcept;
 // Blocks and bytes held by the cache now.
 std::size_t cached_blocks() noexcept;
 std::size_t cached_bytes() noexcept;
+
+// Allocator for a worker's large temporaries (std::vector<T, frame_memory::Allocator<T>>): blocks
+// of kMinCachedBytes and more come from the same cache, so that repeated calls stop faulting in
+// fresh pages for them; smaller ones from operator new. The containers initialise their elements
+// as usual, so nothing of an earlier call is ever read.
+template <class T>
+struct Allocator {
+  using value_type = T;
+  static constexpr std::size_t kHeader = 64;  // the block's Span, kept in front of the elements
+  static_assert(sizeof(Span) <= kHeader);
+
+  Allocator() noexcept = default;
+  template <class U>
+  Allocator(const Allocator<U>&) noexcept {}
+
+  T* allocate(std::size_t n) {
+    if (n > (static_cast<std::size_t>(-1) - kHeader) / sizeof(T)) throw std::bad_alloc();
+    const std::size_t bytes = n * sizeof(T);
+    if (bytes < kMinCachedBytes) return static_cast<T*>(::operator new(bytes));
+    const Span s = acquire(bytes + kHeader);
+    auto* front = static_cast<unsigned char*>(s.ptr);
+    std::memcpy(front, &s, sizeof s);
+    return reinterpret_cast<T*>(front + kHeader);
+  }
+  void deallocate(T* p, std::size_t n) noexcept {
+    if (n * sizeof(T) < kMinCachedBytes) {
+      ::operator delete(p);
+      return;
+    }
+    Span s;
+    std::memcpy(&s, reinterpret_cast<unsigned char*>(p) - kHeader, sizeof s);
+    release(s);
+  }
+  template <class U>
+  bool operator==(const Allocator<U>&) const noexcept {
+    return true;
+  }
+};
+
+template <class T>
+using ScratchVector = std::vector<T, Allocator<T>>;
 
 // Owner of one block for the length of a frame call.
 class Block {
