@@ -126,3 +126,24 @@ TEST_F(FrameMemory, ReusedFrameBlocksHoldOnlyTheNewCallersValues) {
   });
   EXPECT_EQ(sum, static_cast<double>(n) * (n - 1) / 2);  // out came in as zeros
 }
+
+// Worker temporaries through the allocator: a large vector reuses a released block, and its
+// elements start value-initialised whatever the block held before.
+TEST_F(FrameMemory, ScratchVectorsReuseBlocksAndStartClean) {
+  const std::size_t n = 500000;  // 4 MB of doubles
+  const double* first = nullptr;
+  {
+    fm::ScratchVector<double> v(n, 3.5);
+    first = v.data();
+  }
+  EXPECT_EQ(fm::cached_blocks(), 1u);
+  fm::ScratchVector<double> w(n);
+  EXPECT_EQ(w.data(), first);
+  EXPECT_EQ(fm::cached_blocks(), 0u);
+  double sum = 0;
+  for (double x : w) sum += x;
+  EXPECT_EQ(sum, 0.0);
+  // Small vectors do not touch the cache.
+  fm::ScratchVector<int> small(100, 1);
+  EXPECT_EQ(fm::cached_blocks(), 0u);
+}
