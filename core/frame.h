@@ -61,6 +61,26 @@ class FlatFrame {
   matrix<T>& out(T* caller, long long rows, long long cols = 1) {
     return bind(caller, rows, cols, true);
   }
+  // Input array of `blocks` consecutive blocks of `blockLen` elements each (for instance stacked
+  // tables), of which the worker reads only the first `keep` elements of every block: private
+  // copy of those parts, (blocks * keep) x 1, block b's part from element b * keep. Length checks
+  // and the null-array rule apply to the caller's whole array, as for in().
+  template <class T>
+  matrix<T>& in_block_prefixes(const T* caller, long long blocks, long long blockLen,
+                               long long keep) {
+    static_assert(std::is_arithmetic_v<T>);
+    const long long nb = blocks > 0 ? blocks : 0, len = blockLen > 0 ? blockLen : 0;
+    // The whole array as in(caller, blocks * blockLen): too long for a container is out of memory.
+    if (nb > 0 && len > 0xFFFFFFFFLL / nb) throw std::bad_alloc();
+    if (caller == nullptr && nb * len > 0) throw NullCallerArray{};
+    const std::uint32_t b = nb * len > 0 ? static_cast<std::uint32_t>(nb) : 0;
+    const std::uint32_t k = b > 0 ? clamp_dim(keep < len ? keep : len) : 0;
+    auto binding = std::make_unique<BlockBinding<T>>(const_cast<T*>(caller), b,
+                                                     static_cast<std::uint32_t>(len), k);
+    matrix<T>& ref = binding->m;
+    bindings_.push_back(std::move(binding));
+    return ref;
+  }
   // Scalar output through a pointer: a local value initialised from *caller, written back on
   // success. A null pointer ends the call with VELKOR_E_NULL_ARRAY.
   template <class T>
@@ -117,6 +137,23 @@ class FlatFrame {
       } else {
         dst[0] = T{};  // the one element of an empty array: defined, never the caller's
       }
+      return dst;
+    }
+    // Input of the first `keep` elements of each of `blocks` blocks of `len` elements.
+    BlockBinding(T* p, std::uint32_t blocks, std::uint32_t len, std::uint32_t keep)
+        : block(bytes_for(blocks, keep)),
+          m(blocks * keep, 1, gather(block.get(), p, blocks, len, keep), 1),
+          caller(p),
+          output(false) {}
+    static T* gather(void* buffer, const T* src, std::uint32_t blocks, std::uint32_t len,
+                     std::uint32_t keep) {
+      T* dst = static_cast<T*>(buffer);
+      if (static_cast<std::uint64_t>(blocks) * keep == 0) {
+        dst[0] = T{};
+        return dst;
+      }
+      for (std::uint64_t b = 0; b < blocks; ++b)
+        std::memcpy(dst + b * keep, src + b * len, static_cast<std::size_t>(keep) * sizeof(T));
       return dst;
     }
     void copy_back() noexcept override {

@@ -12,11 +12,14 @@
 #include "core/numeric.h"
 #include "survival/kaplan_meier.h"
 
-static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R,
-                                matrix<double>* lastRows, matrix<double>* table) {
+// The merge of cLoadKaplanTest on G tables of R rows and `tableCols` columns each (columns 1 to 6
+// of the product-limit layout at least: 12 for cRunLife's tables, 6 for the flat entry's copy of
+// the columns it reads).
+static int merge_risk_sets(int& count, matrix<double>* source, int G, int R, int tableCols,
+                           matrix<double>* lastRows, matrix<double>* table) {
   const int groups = G > 0 ? G : 0;
   const std::uint64_t rowsPer = R > 0 ? static_cast<std::uint64_t>(R) : 0;
-  const std::uint64_t block = rowsPer * km_col::kCount;
+  const std::uint64_t block = rowsPer * static_cast<std::uint64_t>(tableCols);
   auto at = [&](int g, std::uint64_t j, int c) -> double {
     return source->at0(static_cast<std::uint64_t>(g) * block +
                        static_cast<std::uint64_t>(c - 1) * rowsPer + j);
@@ -326,7 +329,13 @@ static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alp
 int cLoadKaplanTest(int& count, matrix<double>* source, int G, int R, matrix<double>* lastRows,
                     matrix<double>* table) {
   return velkor::guarded_call(
-      [&] { return cLoadKaplanTest_impl(count, source, G, R, lastRows, table); });
+      [&] { return merge_risk_sets(count, source, G, R, km_col::kCount, lastRows, table); });
+}
+
+int LoadKaplanTestColumns(int& count, matrix<double>* source, int G, int R, int tableCols,
+                          matrix<double>* lastRows, matrix<double>* table) {
+  return velkor::guarded_call(
+      [&] { return merge_risk_sets(count, source, G, R, tableCols, lastRows, table); });
 }
 
 // Allocation failures become status codes (the worker is exported under its own name).
