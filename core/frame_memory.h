@@ -7,10 +7,10 @@
 // the copy itself. Keeping a few released blocks lets the next call reuse memory whose pages are
 // already present.
 //
-// What it is and is not: allocator behaviour only. A block handed out by `acquire` is always
-// completely overwritten by the frame (copied from the caller's array) before any worker sees
-// it, so no result can depend on what an earlier call left in the memory, and the cache holds no
-// analysis state. It is bounded (at most kMaxCachedBlocks blocks and kMaxCachedBytes bytes in
+// What it is and is not: allocator behaviour only. A block handed out to the frame is always
+// completely overwritten (copied from the caller's array) before any worker sees it, and a block
+// behind a ScratchVector holds elements the vector initialises, so no result can depend on what
+// an earlier call left in the memory, and the cache holds no analysis state. It is bounded (at most kMaxCachedBlocks blocks and kMaxCachedBytes bytes in
 // all, least recently released evicted first), shared by all threads under one mutex, and emptied
 // when the library is unloaded (or by `trim`).
 //
