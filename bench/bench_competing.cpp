@@ -10,10 +10,18 @@
 //                      cause in each group (CumIncCalc) and Gray's test of each cause on the
 //                      ordered rows (the path of velkor/competing.h);
 //   incidence          the same without Gray's test;
-//   gray_test          Gray's test of both causes alone, from the unordered rows.
+//   gray_test          Gray's test of both causes alone, from the unordered rows;
+//   cuminc_flat        the cuminc-equivalent work through the flat entry points, step by step as
+//                      velkor/competing.h lays it out (Cpp_ReorganizeDataCum, RunLife of each
+//                      group, Cpp_CumIncCalc of each cause and group, Cpp_GrayTest of both
+//                      causes), on caller arrays allocated once outside the timed loop as a
+//                      spreadsheet holds its ranges (steady state of repeated calls);
+//   cuminc_flat_first  the same, each run after emptying the frame's block cache (untimed), as
+//                      the first call after loading the library.
 // Without VELKOR_BENCH_DATA the rows are generated here (same design, another random stream).
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +33,8 @@
 #include <vector>
 
 #include "competing/cumulative_incidence.h"
+#include "core/frame_memory.h"
+#include "velkor/VELKORLI1M.h"
 #include "competing/gray_test.h"
 #include "survival/kaplan_meier.h"
 
@@ -133,8 +143,88 @@ void BM_gray_test(benchmark::State& state) {
   }
 }
 
+// The caller's ranges of the flat path, allocated once. Inputs are re-entered (copied from the
+// rows) at the start of every run, because Cpp_ReorganizeDataCum orders them in place; that copy
+// is timed too.
+struct Sheet {
+  const Rows* rows;
+  int n;
+  double sizes[3] = {0, 0, 0};
+  std::vector<double> t, s, all, g, w, tables, last, tot, inc, comp, tests;
+  explicit Sheet(const Rows& r)
+      : rows(&r),
+        n(static_cast<int>(r.time.size())),
+        t(r.time),
+        s(r.cause),
+        all(r.time.size()),
+        g(r.group),
+        w(r.time.size(), 1.0) {
+    for (double x : r.group) sizes[static_cast<int>(x) - 1] += 1.0;
+    const std::size_t R = static_cast<std::size_t>(*std::max_element(sizes, sizes + 3)) + 2;
+    tables.assign(3 * R * 12, 0.0);  // one product-limit table per group, (n_g + 2) x 12 each
+    last.assign(3, 0.0);
+    tot.assign(3, 0.0);
+    inc.assign(6 * R * 10, 0.0);  // incidence and complement of each cause and group
+    comp.assign(6 * R * 10, 0.0);
+    tests.assign(2 * 3, 0.0);
+  }
+};
+
+double flat_pipeline(Sheet& sh) {
+  const int n = sh.n;
+  std::copy(sh.rows->time.begin(), sh.rows->time.end(), sh.t.begin());
+  std::copy(sh.rows->cause.begin(), sh.rows->cause.end(), sh.s.begin());
+  std::copy(sh.rows->group.begin(), sh.rows->group.end(), sh.g.begin());
+  double maxTime = 0, check = 0;
+  Cpp_ReorganizeDataCum(sh.t.data(), n, sh.s.data(), sh.all.data(), sh.g.data(), sh.sizes, 3,
+                        &maxTime);
+  int offset = 0;
+  std::size_t tab = 0, out = 0;
+  for (int k = 0; k < 3; ++k) {
+    const int m = static_cast<int>(sh.sizes[k]);
+    double* table = sh.tables.data() + tab;
+    RunLife(sh.t.data() + offset, sh.all.data() + offset, sh.w.data() + offset, m, nullptr, 0, 0, 1,
+            0, 0.0, m + 2, table, &sh.last[static_cast<std::size_t>(k)],
+            &sh.tot[static_cast<std::size_t>(k)]);
+    const int T = static_cast<int>(sh.last[static_cast<std::size_t>(k)]);
+    for (int cause = 1; cause <= 2; ++cause) {
+      double* inc = sh.inc.data() + out;
+      std::fill(inc + 2 * static_cast<std::size_t>(T), inc + 3 * static_cast<std::size_t>(T), 0.0);
+      Cpp_CumIncCalc(T, n, sh.t.data(), sh.s.data(), cause, 0.05, m, offset, table, inc,
+                     sh.comp.data() + out);
+      check += inc[6 * static_cast<std::size_t>(T) - 1];
+      out += static_cast<std::size_t>(T) * 10;
+    }
+    tab += static_cast<std::size_t>(m + 2) * 12;
+    offset += m;
+  }
+  Cpp_GrayTest(sh.t.data(), sh.s.data(), sh.g.data(), nullptr, n, 0, 0.0, 2, 3, sh.tests.data(),
+               nullptr, nullptr);
+  return check + sh.tests[0] + sh.tests[1];
+}
+
+void BM_cuminc_flat(benchmark::State& state) {
+  Sheet sh(data(state.range(0)));
+  for (auto _ : state) benchmark::DoNotOptimize(flat_pipeline(sh));
+}
+void BM_cuminc_flat_first(benchmark::State& state) {
+  Sheet sh(data(state.range(0)));
+  for (auto _ : state) {
+    state.PauseTiming();
+    velkor::frame_memory::trim();
+    state.ResumeTiming();
+    benchmark::DoNotOptimize(flat_pipeline(sh));
+  }
+}
+
 }  // namespace
 
+BENCHMARK(BM_cuminc_flat)->Arg(10000)->Arg(100000)->Arg(1048576)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_cuminc_flat_first)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1048576)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_cuminc_equivalent)
     ->Arg(10000)
     ->Arg(100000)

@@ -1,11 +1,13 @@
 // Cost of the flat-entry frame: one private copy in and one copy back per array, nothing else.
-// Compares a call through velkor::flat_call with the same work done on hand-made copies.
+// Compares a call through velkor::flat_call (steady state, the frame's block cache warm; and with
+// the cache switched off) with the same work done on hand-made copies in fresh allocations.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
 #include <vector>
 
 #include "core/frame.h"
+#include "core/frame_memory.h"
 
 namespace {
 
@@ -30,7 +32,22 @@ void BM_FrameCall(benchmark::State& st) {
   st.SetBytesProcessed(st.iterations() * kN * 8 * 4);
 }
 
-// The floor: copy in, work, copy out, by hand with the same allocations.
+// The same with the block cache off: every private copy goes into freshly mapped memory.
+void BM_FrameCallNoCache(benchmark::State& st) {
+  std::vector<double> in(kN, 1.5), out(kN, 0.0);
+  velkor::frame_memory::set_caching(false);
+  for (auto _ : st) {
+    const int s = velkor::flat_call([&](velkor::FlatFrame& f) {
+      return scale_worker(&f.in(in.data(), kN), &f.out(out.data(), kN));
+    });
+    benchmark::DoNotOptimize(s);
+    benchmark::ClobberMemory();
+  }
+  velkor::frame_memory::set_caching(true);
+  st.SetBytesProcessed(st.iterations() * kN * 8 * 4);
+}
+
+// Copy in, work, copy out, by hand with fresh allocations.
 void BM_HandCopies(benchmark::State& st) {
   std::vector<double> in(kN, 1.5), out(kN, 0.0);
   for (auto _ : st) {
@@ -61,6 +78,7 @@ void BM_WorkerOnly(benchmark::State& st) {
 }  // namespace
 
 BENCHMARK(BM_FrameCall)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_FrameCallNoCache)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_HandCopies)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_WorkerOnly)->Unit(benchmark::kMicrosecond);
 BENCHMARK_MAIN();

@@ -11,13 +11,20 @@ dir=${2:-/tmp/velkor_competing_bench}
 Rscript bench/competing_r.R "$dir" >/dev/null
 VELKOR_BENCH_DATA="$dir" "$build/bench/bench_competing" --benchmark_format=csv \
   --benchmark_min_time=0.2 2>/dev/null >"$dir/ours.csv"
+# BEFORE=path/to/other/bench_competing: also times another build (e.g. the previous library) in
+# the same run; its rows are prefixed "before_".
+if [ -n "${BEFORE:-}" ]; then
+  VELKOR_BENCH_DATA="$dir" "$BEFORE" --benchmark_format=csv --benchmark_min_time=0.2 \
+    --benchmark_filter='cuminc_flat/|cuminc_equivalent' 2>/dev/null |
+    sed 's/^"BM_/"BM_before_/' | grep '^"BM_' >>"$dir/ours.csv"
+fi
 awk -F, '
   FNR == 1 { file++ }
   file == 1 && FNR > 1 { rw[$1] = $2; rc[$1] = $3 }
   file == 2 && $1 ~ /^"BM_/ {
     gsub(/"/, "", $1); split($1, a, "/"); task = substr(a[1], 4); n = a[2];
     wall = $3 / 1000.0; cpu = $4 / 1000.0;   # milliseconds
-    if (task == "cuminc_equivalent")
+    if (task ~ /cuminc_equivalent$/ || task ~ /cuminc_flat/)
       printf "%-18s %8d %9.4f %9.4f %9.4f %9.4f %7.1f\n", task, n, wall, cpu, rw[n], rc[n], rc[n] / cpu;
     else
       printf "%-18s %8d %9.4f %9.4f %9s %9s %7s\n", task, n, wall, cpu, "-", "-", "-";

@@ -8,6 +8,7 @@
 #include "companion/distributions.h"
 #include "companion/linalg.h"
 #include "companion/sorting.h"
+#include "core/frame_memory.h"
 #include "core/numeric.h"
 
 namespace velkor::competing {
@@ -16,6 +17,11 @@ namespace {
 
 using namespace gray_col;
 
+// Vectors of n elements: their blocks come from the frame's cache of released blocks, so that
+// repeated tests on large data do not fault in fresh pages for them on every call.
+template <class T>
+using Scratch = frame_memory::ScratchVector<T>;
+
 bool usable(double x) {
   return !IsMissing(x) && !std::isnan(x);
 }
@@ -23,9 +29,9 @@ bool usable(double x) {
 // Dense index 0 .. L-1 of each value, in ascending order of the distinct values. Few distinct
 // labels (the usual case for groups and strata) are looked up in a small table, O(n L) at worst
 // and O(n) for runs of equal labels; many fall back to the radix order of the values, O(n).
-std::vector<std::uint32_t> dense_codes(const std::vector<double>& v, std::uint32_t& levels) {
+Scratch<std::uint32_t> dense_codes(const Scratch<double>& v, std::uint32_t& levels) {
   constexpr std::size_t kSmall = 64;
-  std::vector<std::uint32_t> code(v.size());
+  Scratch<std::uint32_t> code(v.size());
   // One pass: codes in order of first appearance (linear search from the last label found),
   // then renumbered in ascending order of the labels.
   std::vector<double> labels;
@@ -72,15 +78,18 @@ std::vector<std::uint32_t> dense_codes(const std::vector<double>& v, std::uint32
 // Order of the times, ascending (NaN never reaches here). Data ordered by group blocks, each
 // ascending in time, form a few ascending runs: those are merged pairwise (std::merge is stable),
 // O(n log runs); otherwise the radix order, O(n).
-std::vector<std::uint32_t> time_order(const std::vector<double>& t) {
+Scratch<std::uint32_t> time_order(const Scratch<double>& t) {
   constexpr std::size_t kMaxRuns = 16;
   std::vector<std::size_t> runs{0};
   for (std::size_t i = 1; i < t.size() && runs.size() <= kMaxRuns; ++i) {
     if (t[i] < t[i - 1]) runs.push_back(i);
   }
-  if (runs.size() > kMaxRuns) return SortOrder(t.data(), t.size());
+  if (runs.size() > kMaxRuns) {
+    const std::vector<std::uint32_t> radix = SortOrder(t.data(), t.size());
+    return Scratch<std::uint32_t>(radix.begin(), radix.end());
+  }
   runs.push_back(t.size());
-  std::vector<std::uint32_t> order(t.size()), merged(t.size());
+  Scratch<std::uint32_t> order(t.size()), merged(t.size());
   for (std::size_t i = 0; i < t.size(); ++i) order[i] = static_cast<std::uint32_t>(i);
   const auto earlier = [&](std::uint32_t a, std::uint32_t b) { return t[a] < t[b]; };
   while (runs.size() > 2) {
@@ -101,8 +110,8 @@ std::vector<std::uint32_t> time_order(const std::vector<double>& t) {
 
 // Usable rows arranged by stratum, ascending in time within each stratum.
 struct OrderedData {
-  std::vector<double> time, status;
-  std::vector<std::uint32_t> group;
+  Scratch<double> time, status;
+  Scratch<std::uint32_t> group;
   std::vector<std::size_t> stratumStart;  // block s is [stratumStart[s], stratumStart[s + 1])
   std::uint32_t nGroups = 0;
 };
@@ -110,7 +119,7 @@ struct OrderedData {
 OrderedData arrange(matrix<double>* times, matrix<double>* status, matrix<double>* groups,
                     matrix<double>* strata, int n) {
   const bool stratified = strata != nullptr && strata->count > 0;
-  std::vector<double> t, s, g, st;
+  Scratch<double> t, s, g, st;
   const std::size_t rows = static_cast<std::size_t>(std::max(n, 0));
   const std::size_t expected = std::min<std::size_t>(rows, times->rows);
   t.reserve(expected);
@@ -130,13 +139,13 @@ OrderedData arrange(matrix<double>* times, matrix<double>* status, matrix<double
     if (stratified) st.push_back(sv);
   }
   OrderedData d;
-  const std::vector<std::uint32_t> groupCode = dense_codes(g, d.nGroups);
+  const Scratch<std::uint32_t> groupCode = dense_codes(g, d.nGroups);
   std::uint32_t nStrata = 1;
-  std::vector<std::uint32_t> stratumCode =
-      stratified ? dense_codes(st, nStrata) : std::vector<std::uint32_t>(t.size(), 0);
+  Scratch<std::uint32_t> stratumCode =
+      stratified ? dense_codes(st, nStrata) : Scratch<std::uint32_t>(t.size(), 0);
 
   // Stable counting sort by stratum of the time order: time-ascending within each stratum.
-  const std::vector<std::uint32_t> byTime = time_order(t);
+  const Scratch<std::uint32_t> byTime = time_order(t);
   d.stratumStart.assign(nStrata + 1, 0);
   for (std::uint32_t c : stratumCode) ++d.stratumStart[c + 1];
   for (std::uint32_t k = 0; k < nStrata; ++k) d.stratumStart[k + 1] += d.stratumStart[k];
@@ -339,7 +348,7 @@ int GrayTest(matrix<double>* times, matrix<double>* status, matrix<double>* grou
   if (variance != nullptr) outCauses = std::max<long long>(outCauses, variance->cols);
   last = std::min(last, outCauses);
   const long long outK1 = std::max(nGroups - 1, 0);
-  std::vector<std::uint8_t> kind(d.time.size());
+  Scratch<std::uint8_t> kind(d.time.size());
   std::vector<double> score(K1), var(static_cast<std::size_t>(K1) * K1);
   StratumScore stratum(testable ? K : 1);
 

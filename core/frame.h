@@ -14,6 +14,12 @@
 // what the data condition is (for instance -2 for fewer than two observations); a null array
 // with such a length is accepted.
 //
+// Memory: the private copy of an arithmetic array lives in a block from core/frame_memory.h,
+// which keeps a bounded number of large released blocks for the next call (their pages are then
+// already mapped). Each block is filled completely from the caller's array before the worker
+// runs (an empty array gets one element the worker may only reach through the spare-element
+// rules), so results never depend on earlier calls. Copies in and out are plain memcpy.
+//
 // Usage in an entry point:
 //   return velkor::flat_call([&](velkor::FlatFrame& f) {
 //     auto& t = f.in(times, n);            // n x 1 copy of a const double*
@@ -24,10 +30,13 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
+#include <type_traits>
 #include <vector>
 
+#include "core/frame_memory.h"
 #include "velkor/containers.h"
 #include "velkor/status.h"
 
@@ -52,6 +61,26 @@ class FlatFrame {
   matrix<T>& out(T* caller, long long rows, long long cols = 1) {
     return bind(caller, rows, cols, true);
   }
+  // Input array of `blocks` consecutive blocks of `blockLen` elements each (for instance stacked
+  // tables), of which the worker reads only the first `keep` elements of every block: private
+  // copy of those parts, (blocks * keep) x 1, block b's part from element b * keep. Length checks
+  // and the null-array rule apply to the caller's whole array, as for in().
+  template <class T>
+  matrix<T>& in_block_prefixes(const T* caller, long long blocks, long long blockLen,
+                               long long keep) {
+    static_assert(std::is_arithmetic_v<T>);
+    const long long nb = blocks > 0 ? blocks : 0, len = blockLen > 0 ? blockLen : 0;
+    // The whole array as in(caller, blocks * blockLen): too long for a container is out of memory.
+    if (nb > 0 && len > 0xFFFFFFFFLL / nb) throw std::bad_alloc();
+    if (caller == nullptr && nb * len > 0) throw NullCallerArray{};
+    const std::uint32_t b = nb * len > 0 ? static_cast<std::uint32_t>(nb) : 0;
+    const std::uint32_t k = b > 0 ? clamp_dim(keep < len ? keep : len) : 0;
+    auto binding = std::make_unique<BlockBinding<T>>(const_cast<T*>(caller), b,
+                                                     static_cast<std::uint32_t>(len), k);
+    matrix<T>& ref = binding->m;
+    bindings_.push_back(std::move(binding));
+    return ref;
+  }
   // Scalar output through a pointer: a local value initialised from *caller, written back on
   // success. A null pointer ends the call with VELKOR_E_NULL_ARRAY.
   template <class T>
@@ -73,6 +102,7 @@ class FlatFrame {
     virtual ~Binding() = default;
     virtual void copy_back() noexcept = 0;
   };
+  // Non-arithmetic element types (strings): the matrix owns an element-by-element copy.
   template <class T>
   struct ArrayBinding final : Binding {
     matrix<T> m;
@@ -83,6 +113,52 @@ class FlatFrame {
     void copy_back() noexcept override {
       if (!output || caller == nullptr) return;
       for (std::uint64_t k = 0; k < m.count; ++k) caller[k] = m.data[k];
+    }
+  };
+  // Arithmetic element types: the matrix adopts a frame block holding a memcpy of the caller's
+  // array (at least one element, so the buffer is never null, as with an owning matrix).
+  template <class T>
+  struct BlockBinding final : Binding {
+    frame_memory::Block block;  // declared first: outlives the matrix that adopts it
+    matrix<T> m;
+    T* caller;
+    bool output;
+    static std::size_t bytes_for(std::uint32_t r, std::uint32_t c) {
+      const std::uint64_t n = static_cast<std::uint64_t>(r) * c;
+      return static_cast<std::size_t>(n == 0 ? 1 : n) * sizeof(T);
+    }
+    BlockBinding(T* p, std::uint32_t r, std::uint32_t c, bool o)
+        : block(bytes_for(r, c)), m(r, c, fill(block.get(), p, r, c), 1), caller(p), output(o) {}
+    static T* fill(void* buffer, const T* src, std::uint32_t r, std::uint32_t c) {
+      T* dst = static_cast<T*>(buffer);
+      const std::uint64_t n = static_cast<std::uint64_t>(r) * c;
+      if (n > 0) {
+        std::memcpy(dst, src, static_cast<std::size_t>(n) * sizeof(T));
+      } else {
+        dst[0] = T{};  // the one element of an empty array: defined, never the caller's
+      }
+      return dst;
+    }
+    // Input of the first `keep` elements of each of `blocks` blocks of `len` elements.
+    BlockBinding(T* p, std::uint32_t blocks, std::uint32_t len, std::uint32_t keep)
+        : block(bytes_for(blocks, keep)),
+          m(blocks * keep, 1, gather(block.get(), p, blocks, len, keep), 1),
+          caller(p),
+          output(false) {}
+    static T* gather(void* buffer, const T* src, std::uint32_t blocks, std::uint32_t len,
+                     std::uint32_t keep) {
+      T* dst = static_cast<T*>(buffer);
+      if (static_cast<std::uint64_t>(blocks) * keep == 0) {
+        dst[0] = T{};
+        return dst;
+      }
+      for (std::uint64_t b = 0; b < blocks; ++b)
+        std::memcpy(dst + b * keep, src + b * len, static_cast<std::size_t>(keep) * sizeof(T));
+      return dst;
+    }
+    void copy_back() noexcept override {
+      if (!output || caller == nullptr || m.count == 0) return;
+      std::memcpy(caller, m.data, static_cast<std::size_t>(m.count) * sizeof(T));
     }
   };
   template <class T>
@@ -104,10 +180,17 @@ class FlatFrame {
     const std::uint32_t r = clamp_dim(rows);
     const std::uint32_t c = clamp_dim(cols);
     if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
-    auto b = std::make_unique<ArrayBinding<T>>(caller, r, c, output);
-    matrix<T>& ref = b->m;
-    bindings_.push_back(std::move(b));
-    return ref;
+    matrix<T>* ref;
+    if constexpr (std::is_arithmetic_v<T>) {
+      auto b = std::make_unique<BlockBinding<T>>(caller, r, c, output);
+      ref = &b->m;
+      bindings_.push_back(std::move(b));
+    } else {
+      auto b = std::make_unique<ArrayBinding<T>>(caller, r, c, output);
+      ref = &b->m;
+      bindings_.push_back(std::move(b));
+    }
+    return *ref;
   }
 
   std::vector<std::unique_ptr<Binding>> bindings_;

@@ -35,12 +35,22 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_CumIncCalc(int T, int nAll, const double* tim
                                               int offset, const double* productLimit,
                                               double* incidence, double* complement) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
-    auto& t = f.in(times, nAll);
-    auto& s = f.in(status, nAll);
-    auto& pl = f.in(productLimit, nonneg(n) + 2, 12);
+    // The worker reads only the group's rows offset .. offset + n - 1 of times and status (fewer
+    // where the columns end first): when that block lies inside the columns, the private copies
+    // hold just those rows and the worker sees the block at offset 0, which addresses the same
+    // cells. Any other offset takes the columns whole.
+    const bool block =
+        times != nullptr && status != nullptr && offset >= 0 && n >= 0 && offset <= nAll;
+    const long long first = block ? offset : 0;
+    const long long rows =
+        block ? std::min<long long>(n, static_cast<long long>(nAll) - offset) : nAll;
+    auto& t = f.in(times + first, rows);
+    auto& s = f.in(status + first, rows);
+    // Columns 1 to 8 of the product-limit table are read (9 to 12 never): the copy stops there.
+    auto& pl = f.in(productLimit, nonneg(n) + 2, 8);
     auto& inc = f.out(incidence, T, 10);
     auto& comp = f.out(complement, T, 10);
-    velkor::competing::CumIncCalc(T, &t, &s, cause, alpha, n, offset, &pl, &inc, &comp);
+    velkor::competing::CumIncCalc(T, &t, &s, cause, alpha, n, block ? 0 : offset, &pl, &inc, &comp);
     return 0;
   });
 }

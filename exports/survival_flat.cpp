@@ -133,10 +133,14 @@ VELKOR_EXTERN_C VELKOR_API int LoadKaplanTest(int* count, const double* tables, 
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     int& cnt = f.scalar(count);
     const long long groups = nonneg(G);
-    auto& tab = f.in(tables, groups * nonneg(blockRows) * kTableCols);
+    // Columns 1 to 6 of each table are read (time, counts, number at risk; 7 to 12 never): the
+    // private copy keeps those columns of every group's table.
+    constexpr long long kReadCols = 6;
+    const long long R = nonneg(blockRows);
+    auto& tab = f.in_block_prefixes(tables, groups, R * kTableCols, R * kReadCols);
     auto& last = f.in(lastRows, groups);
     auto& out = f.out(combined, 3 * groups + 1, nonneg(cnt));
-    return cLoadKaplanTest(cnt, &tab, G, blockRows, &last, &out);
+    return LoadKaplanTestColumns(cnt, &tab, G, blockRows, static_cast<int>(kReadCols), &last, &out);
   });
 }
 

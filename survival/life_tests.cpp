@@ -12,11 +12,14 @@
 #include "core/numeric.h"
 #include "survival/kaplan_meier.h"
 
-static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R,
-                                matrix<double>* lastRows, matrix<double>* table) {
+// The merge of cLoadKaplanTest on G tables of R rows and `tableCols` columns each (columns 1 to 6
+// of the product-limit layout at least: 12 for cRunLife's tables, 6 for the flat entry's copy of
+// the columns it reads).
+static int merge_risk_sets(int& count, matrix<double>* source, int G, int R, int tableCols,
+                           matrix<double>* lastRows, matrix<double>* table) {
   const int groups = G > 0 ? G : 0;
   const std::uint64_t rowsPer = R > 0 ? static_cast<std::uint64_t>(R) : 0;
-  const std::uint64_t block = rowsPer * km_col::kCount;
+  const std::uint64_t block = rowsPer * static_cast<std::uint64_t>(tableCols);
   auto at = [&](int g, std::uint64_t j, int c) -> double {
     return source->at0(static_cast<std::uint64_t>(g) * block +
                        static_cast<std::uint64_t>(c - 1) * rowsPer + j);
@@ -33,6 +36,58 @@ static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R
   const int capacity = count > 0 ? count : 0;
   int T = 0;
   auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+  // Every source table inside `source` and every column up to `capacity` inside `table` (the
+  // flat entry's case): the same merge on plain column-major memory, the spare element of
+  // `table` left as the last store through set() would leave it.
+  const std::uint64_t outRows = static_cast<std::uint64_t>(3) * groups + 1;
+  if (source->data != nullptr && table->data != nullptr && groups > 0 &&
+      static_cast<std::uint64_t>(groups) * block <= source->count && table->rows >= outRows &&
+      table->cols >= static_cast<std::uint64_t>(capacity)) {
+    const double* src = source->data;
+    const std::uint64_t ld = table->rows;
+    const auto col_of = [&](int g, int c) {
+      return src + static_cast<std::uint64_t>(g) * block +
+             static_cast<std::uint64_t>(c - 1) * rowsPer;
+    };
+    std::vector<const double*> tcol(groups), ncol(groups), dcol(groups), ccol(groups);
+    for (int g = 0; g < groups; ++g) {
+      tcol[g] = col_of(g, km_col::kTime);
+      ncol[g] = col_of(g, km_col::kAtRisk);
+      dcol[g] = col_of(g, km_col::kEvents);
+      ccol[g] = col_of(g, km_col::kCensored);
+    }
+    double lastStored = 0.0;
+    while (T < capacity) {
+      bool any = false;
+      double t = 0.0;
+      for (int g = 0; g < groups; ++g) {
+        if (next[g] > last[g]) continue;
+        const double tg = tcol[g][next[g]];
+        if (!any || tg < t || std::isnan(t)) t = tg, any = true;
+      }
+      if (!any) break;
+      double* out = table->data + static_cast<std::uint64_t>(T) * ld;
+      out[0] = t;
+      for (int g = 0; g < groups; ++g) {
+        double n = atRisk[g], d = 0.0, c = 0.0;
+        if (next[g] <= last[g] && same(tcol[g][next[g]], t)) {
+          n = ncol[g][next[g]];
+          d = dcol[g][next[g]];
+          c = ccol[g][next[g]];
+          atRisk[g] = n - d - c;
+          ++next[g];
+        }
+        out[3 * g + 1] = n;
+        out[3 * g + 2] = d;
+        out[3 * g + 3] = c;
+        lastStored = c;
+      }
+      ++T;
+    }
+    if (T > 0) table->spare = lastStored;
+    count = T;
+    return 0;
+  }
   while (T < capacity) {
     // Smallest pending time over the groups.
     bool any = false;
@@ -67,6 +122,54 @@ static int cLoadKaplanTest_impl(int& count, matrix<double>* source, int G, int R
 
 namespace {
 
+// The scores U (3 x (G-1)) and covariances V (3 x (G-1)^2) of the three weighted log-rank
+// statistics, summed over the T columns of the combined table for G listed groups (the last is
+// the reference) whose rows 3k - 1 (at risk) and 3k (events) all lie inside the table. The same
+// arithmetic, term by term and in the same order, as the general pass in three_tests, with the
+// group count fixed at compile time so that the loops over groups unroll; the results are
+// bit-identical.
+template <int G>
+void risk_set_sums(const double* data, std::uint64_t ld, std::uint64_t cols, const int* groups,
+                   double* U, double* V) {
+  constexpr int k1 = G - 1;
+  constexpr std::size_t kk = static_cast<std::size_t>(k1) * k1;
+  std::uint64_t rowN[G], rowD[G];
+  for (int k = 0; k < G; ++k) {
+    rowN[k] = 3 * static_cast<std::uint64_t>(groups[k]) - 2;
+    rowD[k] = rowN[k] + 1;
+  }
+  double E[k1 > 0 ? k1 : 1] = {};
+  for (std::uint64_t t = 0; t < cols; ++t) {
+    const double* column = data + t * ld;
+    double n[G], d[G];
+    double D = 0.0, N = 0.0;
+    for (int k = 0; k < G; ++k) {
+      n[k] = column[rowN[k]];
+      d[k] = std::max(0.0, column[rowD[k]]);
+      D += d[k];
+      N += n[k];
+    }
+    if (!(D > 0.0)) continue;
+    const double w[3] = {1.0, N, sqr(N)};
+    for (int k = 0; k < k1; ++k) {
+      if (N > 0.0) E[k] = n[k] * D / N;  // else kept (deliberate)
+      const double o = d[k] - E[k];
+      for (int m = 0; m < 3; ++m) U[m * k1 + k] += w[m] * o;
+    }
+    if (N * (N - 1.0) != 0.0) {
+      const double common = D * (N - D) / (N - 1.0);
+      for (int k = 0; k < k1; ++k) {
+        const double share = n[k] / N;
+        for (int l = 0; l < k1; ++l) {
+          const double v = common * share * ((k == l ? 1.0 : 0.0) - n[l] / N);
+          const std::size_t at = static_cast<std::size_t>(k) * k1 + static_cast<std::size_t>(l);
+          for (int m = 0; m < 3; ++m) V[static_cast<std::size_t>(m) * kk + at] += w[m] * w[m] * v;
+        }
+      }
+    }
+  }
+}
+
 // The three weighted log-rank statistics (weights 1, N_t, sqrt(N_t)) of the groups whose 1-based
 // numbers are listed in `groups` (the last one is the reference), accumulated in one pass over
 // the combined table, read in place. Results rows 1-3: X^2, critical value, p-value, alpha.
@@ -79,44 +182,72 @@ void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, d
     const int k1 = G - 1;
     const std::size_t kk = static_cast<std::size_t>(k1) * static_cast<std::size_t>(k1);
     std::vector<double> U(3 * static_cast<std::size_t>(k1), 0.0), V(3 * kk, 0.0);
-    std::vector<double> E(static_cast<std::size_t>(k1), 0.0), n(static_cast<std::size_t>(G)),
-        d(static_cast<std::size_t>(G));
     const std::uint64_t ld = table->rows;
     const std::uint64_t cols =
         std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, table->cols);
-    for (std::uint64_t t = 0; t < cols; ++t) {
-      const double* column = table->data + t * ld;
-      double D = 0.0, N = 0.0;
-      for (int k = 0; k < G; ++k) {
-        const auto r = static_cast<std::uint64_t>(3) *
-                       static_cast<std::uint64_t>(groups[static_cast<std::size_t>(k)]);
-        n[static_cast<std::size_t>(k)] = r - 2 < ld ? column[r - 2] : table->spare;  // row 3k - 1
-        d[static_cast<std::size_t>(k)] =
-            std::max(0.0, r - 1 < ld ? column[r - 1] : table->spare);  // row 3k
-        D += d[static_cast<std::size_t>(k)];
-        N += n[static_cast<std::size_t>(k)];
-      }
-      if (!(D > 0.0)) continue;
-      const double w[3] = {1.0, N, sqr(N)};
-      for (int k = 0; k < k1; ++k) {
-        if (N > 0.0)
-          E[static_cast<std::size_t>(k)] =
-              n[static_cast<std::size_t>(k)] * D / N;  // else kept (deliberate)
-        const double o = d[static_cast<std::size_t>(k)] - E[static_cast<std::size_t>(k)];
-        for (int m = 0; m < 3; ++m) U[static_cast<std::size_t>(m * k1 + k)] += w[m] * o;
-      }
-      if (N * (N - 1.0) != 0.0) {
-        const double common = D * (N - D) / (N - 1.0);
-        for (int k = 0; k < k1; ++k) {
-          const double share = n[static_cast<std::size_t>(k)] / N;
-          for (int l = 0; l < k1; ++l) {
-            const double v =
-                common * share * ((k == l ? 1.0 : 0.0) - n[static_cast<std::size_t>(l)] / N);
-            const std::size_t at = static_cast<std::size_t>(k) * static_cast<std::size_t>(k1) +
-                                   static_cast<std::size_t>(l);
-            for (int m = 0; m < 3; ++m) V[static_cast<std::size_t>(m) * kk + at] += w[m] * w[m] * v;
+    // Rows 3k - 1 and 3k of every listed group inside the table: the unrolled pass for the usual
+    // small numbers of groups; otherwise the general pass (which reads the spare element for rows
+    // outside the table).
+    bool inside = true;
+    for (int g : groups) inside = inside && 3 * static_cast<std::uint64_t>(g) - 1 < ld;
+    const bool fast = inside && groups.size() <= 6;
+    switch (fast ? G : 0) {
+      case 2:
+        risk_set_sums<2>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        break;
+      case 3:
+        risk_set_sums<3>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        break;
+      case 4:
+        risk_set_sums<4>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        break;
+      case 5:
+        risk_set_sums<5>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        break;
+      case 6:
+        risk_set_sums<6>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        break;
+      default: {
+        std::vector<double> E(static_cast<std::size_t>(k1), 0.0), n(static_cast<std::size_t>(G)),
+            d(static_cast<std::size_t>(G));
+        for (std::uint64_t t = 0; t < cols; ++t) {
+          const double* column = table->data + t * ld;
+          double D = 0.0, N = 0.0;
+          for (int k = 0; k < G; ++k) {
+            const auto r = static_cast<std::uint64_t>(3) *
+                           static_cast<std::uint64_t>(groups[static_cast<std::size_t>(k)]);
+            n[static_cast<std::size_t>(k)] =
+                r - 2 < ld ? column[r - 2] : table->spare;  // row 3k - 1
+            d[static_cast<std::size_t>(k)] =
+                std::max(0.0, r - 1 < ld ? column[r - 1] : table->spare);  // row 3k
+            D += d[static_cast<std::size_t>(k)];
+            N += n[static_cast<std::size_t>(k)];
+          }
+          if (!(D > 0.0)) continue;
+          const double w[3] = {1.0, N, sqr(N)};
+          for (int k = 0; k < k1; ++k) {
+            if (N > 0.0)
+              E[static_cast<std::size_t>(k)] =
+                  n[static_cast<std::size_t>(k)] * D / N;  // else kept (deliberate)
+            const double o = d[static_cast<std::size_t>(k)] - E[static_cast<std::size_t>(k)];
+            for (int m = 0; m < 3; ++m) U[static_cast<std::size_t>(m * k1 + k)] += w[m] * o;
+          }
+          if (N * (N - 1.0) != 0.0) {
+            const double common = D * (N - D) / (N - 1.0);
+            for (int k = 0; k < k1; ++k) {
+              const double share = n[static_cast<std::size_t>(k)] / N;
+              for (int l = 0; l < k1; ++l) {
+                const double v =
+                    common * share * ((k == l ? 1.0 : 0.0) - n[static_cast<std::size_t>(l)] / N);
+                const std::size_t at = static_cast<std::size_t>(k) * static_cast<std::size_t>(k1) +
+                                       static_cast<std::size_t>(l);
+                for (int m = 0; m < 3; ++m)
+                  V[static_cast<std::size_t>(m) * kk + at] += w[m] * w[m] * v;
+              }
+            }
           }
         }
+        break;
       }
     }
     const auto dim = static_cast<std::uint32_t>(k1);
@@ -198,7 +329,13 @@ static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alp
 int cLoadKaplanTest(int& count, matrix<double>* source, int G, int R, matrix<double>* lastRows,
                     matrix<double>* table) {
   return velkor::guarded_call(
-      [&] { return cLoadKaplanTest_impl(count, source, G, R, lastRows, table); });
+      [&] { return merge_risk_sets(count, source, G, R, km_col::kCount, lastRows, table); });
+}
+
+int LoadKaplanTestColumns(int& count, matrix<double>* source, int G, int R, int tableCols,
+                          matrix<double>* lastRows, matrix<double>* table) {
+  return velkor::guarded_call(
+      [&] { return merge_risk_sets(count, source, G, R, tableCols, lastRows, table); });
 }
 
 // Allocation failures become status codes (the worker is exported under its own name).

@@ -24,6 +24,13 @@
 VELKOR_API int cLoadKaplanTest(int& count, matrix<double>* source, int G, int R,
                                matrix<double>* lastRows, matrix<double>* table);
 
+// LoadKaplanTestColumns: cLoadKaplanTest on tables of `tableCols` columns each (at least 6:
+// columns 1, 4, 5 and 6 are the ones read), i.e. source holds G tables of R x tableCols at linear
+// elements [g R tableCols, (g + 1) R tableCols). Used by the flat entry, whose private copy keeps
+// columns 1 to 6 of each table. Not exported.
+int LoadKaplanTestColumns(int& count, matrix<double>* source, int G, int R, int tableCols,
+                          matrix<double>* lastRows, matrix<double>* table);
+
 // cComputeLifeTests: the three weighted log-rank tests on the combined table (3G + 1) x T.
 // With w_t = 1 (log-rank, Mantel 1966), N_t (Gehan 1965 / Breslow 1970 generalised Wilcoxon) or
 // sqrt(N_t) (Tarone & Ware 1977), over times with D_t > 0:

@@ -58,7 +58,14 @@ int ComputeKaplanMeanMedian(matrix<double>* table, double alpha, int k, int nRow
     mean->set(3, 1, std::max(0.0, mu - z * se));
     mean->set(4, 1, mu + z * se);
   }
-  // Quartiles.
+  // Quartiles. Rows 0 .. T lie inside the table (T < rows); with the Greenwood column present
+  // the scan reads the columns directly.
+  const bool fast = table->data != nullptr && table->cols >= static_cast<std::uint32_t>(kGreenwood);
+  const std::size_t ld = table->rows;
+  const double* tc = fast ? table->data + (kTime - 1) * ld : nullptr;
+  const double* Sc = fast ? table->data + (kSurv - 1) * ld : nullptr;
+  const double* dc = fast ? table->data + (kEvents - 1) * ld : nullptr;
+  const double* Gc = fast ? table->data + (kGreenwood - 1) * ld : nullptr;
   const double c = InvCDFChiSq(1.0 - alpha, 1.0);
   const double ps[3] = {0.25, 0.5, 0.75};
   for (int r = 0; r < 3; ++r) {
@@ -70,19 +77,47 @@ int ComputeKaplanMeanMedian(matrix<double>* table, double alpha, int k, int nRow
     };
     double q = kMissing, lo = kMissing, up = kMissing;
     bool haveLo = false, haveUp = false;
-    for (int j = 1; j <= T; ++j) {
-      if (std::fabs(S(j) - p) < kEpsilon) {
-        q = j < T ? (t(j) + t(j + 1)) / 2.0 : t(j);
-      } else if (j < T && S(j) >= p && p > S(j + 1) && d(j + 1) > 0.0) {
-        q = t(j + 1);
+    if (fast) {
+      // The same scan on the table's columns read directly (every row 1 .. T lies inside the
+      // table here), with the interval test of row j + 1 kept for the next row.
+      const auto passesAt = [&](int j) {
+        const double s = Sc[j];
+        return (s - p) * (s - p) <= s * s * c * Gc[j];
+      };
+      bool passesJ = passesAt(1);
+      for (int j = 1; j <= T; ++j) {
+        const double Sj = Sc[j];
+        if (std::fabs(Sj - p) < kEpsilon) {
+          q = j < T ? (tc[j] + tc[j + 1]) / 2.0 : tc[j];
+        } else if (j < T && Sj >= p && p > Sc[j + 1] && dc[j + 1] > 0.0) {
+          q = tc[j + 1];
+        }
+        if (!haveLo && passesJ) {
+          lo = tc[j];
+          haveLo = true;
+        }
+        const bool passesNext = j < T && passesAt(j + 1);
+        if (!haveUp && j >= 2 && j < T && passesJ && !passesNext && tc[j] > 0.0) {
+          up = tc[j + 1];
+          haveUp = true;
+        }
+        passesJ = passesNext;
       }
-      if (!haveLo && passes(j)) {
-        lo = t(j);
-        haveLo = true;
-      }
-      if (!haveUp && j >= 2 && j < T && passes(j) && !passes(j + 1) && t(j) > 0.0) {
-        up = t(j + 1);
-        haveUp = true;
+    } else {
+      for (int j = 1; j <= T; ++j) {
+        if (std::fabs(S(j) - p) < kEpsilon) {
+          q = j < T ? (t(j) + t(j + 1)) / 2.0 : t(j);
+        } else if (j < T && S(j) >= p && p > S(j + 1) && d(j + 1) > 0.0) {
+          q = t(j + 1);
+        }
+        if (!haveLo && passes(j)) {
+          lo = t(j);
+          haveLo = true;
+        }
+        if (!haveUp && j >= 2 && j < T && passes(j) && !passes(j + 1) && t(j) > 0.0) {
+          up = t(j + 1);
+          haveUp = true;
+        }
       }
     }
     if (!haveLo) lo = t(1) > 0.0 ? 0.0 : kMissing;

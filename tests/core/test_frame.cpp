@@ -4,6 +4,7 @@
 
 #include <new>
 #include <stdexcept>
+#include <vector>
 
 #include "core/frame.h"
 
@@ -99,4 +100,32 @@ TEST(Frame, IntegerArraysAndTables) {
   });
   EXPECT_EQ(counts[0], 10);
   EXPECT_EQ(counts[5], 60);
+}
+
+TEST(Frame, BlockPrefixCopiesKeepTheFirstElementsOfEachBlock) {
+  const double stacked[3 * 5] = {1, 2, 3, 4, 5, 11, 12, 13, 14, 15, 21, 22, 23, 24, 25};
+  std::vector<double> seen;
+  const int st = velkor::flat_call([&](velkor::FlatFrame& f) {
+    auto& m = f.in_block_prefixes(stacked, 3, 5, 2);
+    seen.assign(m.data, m.data + m.count);
+    return static_cast<int>(m.rows);
+  });
+  EXPECT_EQ(st, 6);
+  EXPECT_EQ(seen, (std::vector<double>{1, 2, 11, 12, 21, 22}));
+  // The rules of in() for the whole array: null with a positive length, empty shapes.
+  const double* none = nullptr;
+  EXPECT_EQ(velkor::flat_call([&](velkor::FlatFrame& f) {
+              f.in_block_prefixes(none, 3, 5, 2);
+              return 0;
+            }),
+            VELKOR_E_NULL_ARRAY);
+  EXPECT_EQ(velkor::flat_call([&](velkor::FlatFrame& f) {
+              return static_cast<int>(f.in_block_prefixes(none, 0, 5, 2).count);
+            }),
+            0);
+  EXPECT_EQ(velkor::flat_call([&](velkor::FlatFrame& f) {
+              f.in_block_prefixes(stacked, 70000, 70000, 1);  // longer than any container
+              return 0;
+            }),
+            VELKOR_E_OUT_OF_MEMORY);
 }
