@@ -81,9 +81,11 @@ struct Evaluation {
   Moments risk, tied;
   std::vector<double> mean;  // (A - f B) / (S - f T) of the current term
 
+  // With fused = true the linear predictors are not computed here: the fused cumulative pass
+  // (FusedStratum) forms them row by row as it adds the rows to the risk sums.
   Evaluation(const RiskLayout& l, const double* x, std::size_t ld, int np, const double* wt,
              const double* beta, TieTerms t, const double* rowMajor = nullptr,
-             RiskWorkspace* work = nullptr)
+             RiskWorkspace* work = nullptr, bool fused = false)
       : lay(l),
         X(x),
         ldx(ld),
@@ -99,6 +101,15 @@ struct Evaluation {
         risk(np),
         tied(np),
         mean(static_cast<std::size_t>(np), 0.0) {
+    if (fused) {
+      // Breslow reads nothing back; Efron's tied-block sums read eta and exp(eta) of the block's
+      // rows after the pass has added them (the workspace keeps the two vectors across a fit).
+      if (terms == TieTerms::EfronWeighted) {
+        eta.resize(lay.n);
+        ex.resize(lay.n);
+      }
+      return;
+    }
     eta.resize(lay.n);
     ex.resize(lay.n);
     if (rm) {
@@ -345,6 +356,99 @@ struct Evaluation {
   }
 };
 
+// The cumulative pass of one stratum with eta_i = x_i' beta and exp(eta_i) formed as each row
+// is added, for a row-major design with P columns: one sweep over the design per evaluation
+// instead of three (linear predictors, exponentials, sums). The sums are taken in exactly the
+// order of the unfused pass (rows from the last to the first, each run of new rows into local
+// accumulators that are then added to the running sums), so the values are the same bit for bit.
+// The exponentials of a run are formed in short chunks before the run's rows are accumulated, so
+// that the accumulators stay in registers across the calls to exp. With kKeep (Efron) eta and
+// exp(eta) are stored for the tied-block sums of TimeTerms.
+template <int P, bool kKeep>
+void FusedStratum(Evaluation& ev, const RiskWorkspace& ws, const StratumRange& st,
+                  const double* beta) {
+  constexpr int kC = P * (P + 1) / 2;
+  constexpr std::size_t kChunk = 64;
+  const double* rm = ev.rm;
+  double b[P];
+  for (int j = 0; j < P; ++j) b[j] = beta[j];
+  double* eta = kKeep ? ev.eta.data() : nullptr;
+  double* ex = kKeep ? ev.ex.data() : nullptr;
+  Moments& risk = ev.risk;
+  risk.Clear();
+  double e[kChunk];
+  std::size_t lo = static_cast<std::size_t>(st.first) + st.rows;
+  for (std::uint32_t k = st.blockEnd; k-- > st.blockBegin;) {
+    const TiedBlock& blk = ev.lay.blocks[k];
+    if (lo > blk.start) {
+      const std::size_t from = blk.start;
+      double s = 0.0, a[P] = {}, c[kC] = {};
+      for (std::size_t hi = lo; hi > from;) {
+        const std::size_t clo = hi - from > kChunk ? hi - kChunk : from;
+        for (std::size_t i = hi; i-- > clo;) {  // descending: one backward stream
+          const double* x = rm + i * P;
+          double v = 0.0;
+          for (int j = 0; j < P; ++j) v += x[j] * b[j];
+          // The exponent guard: a row with eta >= 700 (or NaN) is left out, not clamped; its
+          // factor is marked negative, which exp never is.
+          const double f = !(v < kExpGuard) ? -1.0 : (v == 0.0 ? 1.0 : std::exp(v));
+          e[i - clo] = f;
+          if constexpr (kKeep) {
+            eta[i] = v;
+            ex[i] = f < 0.0 ? 0.0 : f;
+          }
+        }
+        for (std::size_t i = hi; i-- > clo;) {
+          const double f = e[i - clo];
+          if (f < 0.0) continue;
+          const double* x = rm + i * P;
+          s += f;
+          int idx = 0;
+          for (int col = 0; col < P; ++col) {
+            const double fx = f * x[col];
+            a[col] += fx;
+            for (int r = 0; r <= col; ++r) c[idx++] += fx * x[r];
+          }
+        }
+        hi = clo;
+      }
+      risk.s += s;
+      for (int j = 0; j < P; ++j) risk.a[static_cast<std::size_t>(j)] += a[j];
+      for (int j = 0; j < kC; ++j) risk.c[static_cast<std::size_t>(j)] += c[j];
+      lo = blk.start;
+    }
+    ev.TimeTerms(blk, ws.blockWeight[k]);
+  }
+}
+
+// The fused pass for the stratum's column count, when it has a fixed-size kernel.
+template <bool kKeep>
+bool FusedStratumFor(Evaluation& ev, const RiskWorkspace& ws, const StratumRange& st,
+                     const double* beta) {
+  switch (ev.p) {
+    case 1:
+      FusedStratum<1, kKeep>(ev, ws, st, beta);
+      return true;
+    case 2:
+      FusedStratum<2, kKeep>(ev, ws, st, beta);
+      return true;
+    case 3:
+      FusedStratum<3, kKeep>(ev, ws, st, beta);
+      return true;
+    case 4:
+      FusedStratum<4, kKeep>(ev, ws, st, beta);
+      return true;
+    case 5:
+      FusedStratum<5, kKeep>(ev, ws, st, beta);
+      return true;
+    case 6:
+      FusedStratum<6, kKeep>(ev, ws, st, beta);
+      return true;
+    default:
+      return false;
+  }
+}
+
 void Zero(int p, double& loglik, double* grad, double* hess) {
   loglik = 0.0;
   for (int j = 0; j < p; ++j) grad[j] = 0.0;
@@ -391,9 +495,20 @@ void EvaluateRiskSets(const RiskLayout& layout, const double* X, std::size_t ldx
   }
   Zero(p, loglik, grad, hess);
   if (terms == TieTerms::Nothing) return;
-  Evaluation ev(layout, X, ldx, p, w, beta, terms, rowMajor, work);
+  // The fused pass applies to a row-major design of up to 6 columns whose strata all have
+  // ascending block starts.
+  bool fused = rowMajor != nullptr && p <= 6;
+  for (const StratumRange& st : layout.strata) fused = fused && st.ascending;
+  Evaluation ev(layout, X, ldx, p, w, beta, terms, rowMajor, work, fused);
   const RiskWorkspace& ws = EventWorkspace(ev, work);
   ev.LinearTerms(ws, beta);
+  if (fused) {
+    const bool keep = terms == TieTerms::EfronWeighted;
+    for (const StratumRange& st : layout.strata)
+      keep ? FusedStratumFor<true>(ev, ws, st, beta) : FusedStratumFor<false>(ev, ws, st, beta);
+    ev.Write(loglik, grad, hess);
+    return;
+  }
   for (const StratumRange& st : layout.strata) {
     if (!st.ascending) {
       DirectStratum(ev, ws, st);
