@@ -7,8 +7,11 @@
 // Tasks, at n = 10,000, 100,000 and 1,048,576 rows x 5 covariates:
 //   RunCoxReg/breslow      the flat run: preparation (sort, tables), Newton-Raphson fit,
 //                          criteria and tables; compared with coxph.fit(method = "breslow")
-//   COX_Compute_ST/efron   the object run (complete-row filter, design, centring, true Efron);
-//                          compared with coxph.fit(method = "efron")
+//   COX_Compute_ST/efron   the object run (complete-row filter, design, centring, true Efron,
+//                          criteria, tables and the quality row with its concordance index);
+//                          compared with coxph.fit(method = "efron", resid = FALSE), so the
+//                          results object asks for no survival function and residuals
+//                          (suppressSurvival = -1), which coxph.fit does not compute either
 //   evaluation/breslow|efron  one log-likelihood + gradient + matrix evaluation (the cost of an
 //                          iteration without its inversion)
 // The flat run's tolerance is absolute: 1e-9 x n matches coxph's relative 1e-9 on a
@@ -121,6 +124,7 @@ void BM_COX_Compute_ST(benchmark::State& st) {
     COX_Param par;
     par.ties = 1;
     cCOX_Results res;
+    res.suppressSurvival = -1;
     VELKORInfo info;
     if (COX_Compute_ST(ds, par, res, fi, info) != 0) st.SkipWithError("COX_Compute_ST failed");
     iters = res.iterations;

@@ -184,6 +184,7 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
 
   // Complete rows; a present status outside [0, 1] is an error.
   std::vector<std::size_t> keep;
+  keep.reserve(n0);
   for (std::size_t i = 0; i < n0; ++i) {
     const double s = status->data[i];
     if (Present(s) && !(s >= 0.0 && s <= 1.0)) return -1;
@@ -196,16 +197,17 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   }
   const auto n = static_cast<std::uint32_t>(keep.size());
 
-  // The shared preparation sorts time, status, stratum key and the data-set row number (carried
-  // as its second column); the design is then gathered in sorted order, column by column.
+  // The shared preparation orders the complete rows by stratum key then time (SortedRowOrder,
+  // the order cReorganizeDataCox applies), the block tables are read off the sorted time and
+  // status (FillBlockTables), and every per-row vector and design column is gathered once in
+  // sorted order. Buffers that are written completely get no initial fill.
   const auto up = static_cast<std::uint32_t>(p);
-  matrix<double> t(n, 1), st(n, 1), row(n, 1), key(n, 1), noX(n, 0);
+  matrix<double> t(n, 1, nullptr, 0), st(n, 1, nullptr, 0), key(n, 1, nullptr, 0);
   for (std::uint32_t r = 0; r < n; ++r) {
     const std::size_t i = keep[r];
     t.data[r] = time->data[i];
     st.data[r] = status->data[i];
     key.data[r] = strata ? strata->data[i] : 0.0;
-    row.data[r] = static_cast<double>(i);
   }
   // Strata: distinct keys in ascending order and their row counts.
   std::vector<double> sizes;
@@ -225,42 +227,57 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   const auto K = static_cast<std::uint32_t>(std::max(1.0, largest));
   matrix<double> sizeM(static_cast<std::uint32_t>(m), 1, sizes.data(), 0);
   const auto um = static_cast<std::uint32_t>(m);
-  matrix<int> nTimes(um, 1), nCens(um, 1), bStart(um, K), bSize(um, K), bEvents(um, K);
+  // Block tables without a fill: only their first nTimes entries per stratum are written and read.
+  matrix<int> nTimes(um, 1), nCens(um, 1), bStart(um, K, nullptr, 0), bSize(um, K, nullptr, 0),
+      bEvents(um, K, nullptr, 0);
   int maxTimes = 0;
-  const int rc =
-      cReorganizeDataCox(&t, static_cast<int>(n), 0, &st, &row, nullptr, &noX, &key, &sizeM, m,
-                         &nTimes, &nCens, &bStart, &bSize, &bEvents, &maxTimes);
+  std::vector<std::uint32_t> order;
+  std::vector<std::size_t> first, size;
+  const int rc = SortedRowOrder(&t, static_cast<int>(n), &st, &key, &sizeM, m, order, first, size);
   if (rc != 0) return rc;
 
   res.n = static_cast<int>(n);
   res.p = p;
   res.nStrata = m;
-  res.time = VectD(t.data, n);
-  res.status = VectD(st.data, n);
+  res.time = VectD(n);
+  res.status = VectD(n);
+  res.strataKey = VectD(n);
   res.rowIndex = VectI(n);
   res.weights = VectD(n);
   res.eventWeights = VectD(n);
   for (std::uint32_t r = 0; r < n; ++r) {
-    const auto i = static_cast<std::size_t>(row.data[r]);
+    const std::uint32_t k = order[r];
+    const std::size_t i = keep[k];
+    res.time.data[r] = t.data[k];
+    res.status.data[r] = st.data[k];
+    res.strataKey.data[r] = key.data[k];
     res.rowIndex.data[r] = static_cast<int>(i);
     res.weights.data[r] = weight ? weight->data[i] : 1.0;
     res.eventWeights.data[r] = res.weights.data[r] * res.status.data[r];
   }
-  res.strataKey = VectD(key.data, n);
+  {
+    matrix<double> tSorted(n, 1, res.time.data, 1), sSorted(n, 1, res.status.data, 1);
+    FillBlockTables(&tSorted, &sSorted, nullptr, first, size, &nTimes, &nCens, &bStart, &bSize,
+                    &bEvents, &maxTimes);
+  }
   res.strataSizes = VectD(sizes.data(), um);
+  // The design, column by column in sorted order (each column's reads stay within one source
+  // column).
   res.design = VectD(n * up);
   {
     double* out = res.design.data;
+    const int* rowIndex = res.rowIndex.data;
     std::size_t j = 0;
     for (const VectD* c : quant) {
       double* col = out + (j++) * n;
-      for (std::uint32_t r = 0; r < n; ++r) col[r] = c->data[res.rowIndex.data[r]];
+      const double* src = c->data;
+      for (std::uint32_t r = 0; r < n; ++r) col[r] = src[rowIndex[r]];
     }
     for (const Quali& q : qualis) {
       const auto levels = q.level.size();
       if (levels < 2) continue;
       for (std::uint32_t r = 0; r < n; ++r) {
-        const int lev = q.level.at(q.info->values->data[res.rowIndex.data[r]]);
+        const int lev = q.level.at(q.info->values->data[rowIndex[r]]);
         for (std::size_t l = 1; l < levels; ++l)
           out[(j + l - 1) * n + r] = static_cast<int>(l) == lev ? 1.0 : 0.0;
       }

@@ -199,7 +199,18 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
   }
   // Rows by time, descending (the ascending order read backwards); a NaN time is never
   // comparable.
-  std::vector<std::uint32_t> byTime = SortOrder(time, n);
+  // Times already in ascending order (the prepared rows of one stratum): the stable order is the
+  // identity, no sort needed.
+  bool ascending = true;
+  for (std::size_t k = 0; k < n && ascending; ++k)
+    ascending = !std::isnan(time[k]) && (k == 0 || !(time[k] < time[k - 1]));
+  std::vector<std::uint32_t> byTime;
+  if (ascending) {
+    byTime.resize(n);
+    for (std::size_t k = 0; k < n; ++k) byTime[k] = static_cast<std::uint32_t>(k);
+  } else {
+    byTime = SortOrder(time, n);
+  }
   while (!byTime.empty() && std::isnan(time[byTime.back()])) byTime.pop_back();
   std::reverse(byTime.begin(), byTime.end());
   // Fenwick tree of the ranks of the rows with a strictly greater time.
