@@ -245,16 +245,21 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   res.rowIndex = VectI(n);
   res.weights = VectD(n);
   res.eventWeights = VectD(n);
-  for (std::uint32_t r = 0; r < n; ++r) {
-    const std::uint32_t k = order[r];
-    const std::size_t i = keep[k];
-    res.time.data[r] = t.data[k];
-    res.status.data[r] = st.data[k];
-    res.strataKey.data[r] = key.data[k];
-    res.rowIndex.data[r] = static_cast<int>(i);
-    res.weights.data[r] = weight ? weight->data[i] : 1.0;
-    res.eventWeights.data[r] = res.weights.data[r] * res.status.data[r];
+  // One vector per loop: each loop reads a single source in random order, which keeps that
+  // source in cache far better than reading all of them row by row.
+  const std::uint32_t* o = order.data();
+  for (std::uint32_t r = 0; r < n; ++r) res.time.data[r] = t.data[o[r]];
+  for (std::uint32_t r = 0; r < n; ++r) res.status.data[r] = st.data[o[r]];
+  for (std::uint32_t r = 0; r < n; ++r) res.strataKey.data[r] = key.data[o[r]];
+  for (std::uint32_t r = 0; r < n; ++r) res.rowIndex.data[r] = static_cast<int>(keep[o[r]]);
+  if (weight) {
+    for (std::uint32_t r = 0; r < n; ++r)
+      res.weights.data[r] = weight->data[static_cast<std::size_t>(res.rowIndex.data[r])];
+  } else {
+    for (std::uint32_t r = 0; r < n; ++r) res.weights.data[r] = 1.0;
   }
+  for (std::uint32_t r = 0; r < n; ++r)
+    res.eventWeights.data[r] = res.weights.data[r] * res.status.data[r];
   {
     matrix<double> tSorted(n, 1, res.time.data, 1), sSorted(n, 1, res.status.data, 1);
     FillBlockTables(&tSorted, &sSorted, nullptr, first, size, &nTimes, &nCens, &bStart, &bSize,
