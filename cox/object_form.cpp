@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <memory>
 
 #include "core/numeric.h"
 #include "cox/run.h"
@@ -182,9 +183,10 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   }
   const int p = static_cast<int>(names.size());
 
-  // Complete rows; a present status outside [0, 1] is an error.
+  // Complete rows; a present status outside [0, 1] is an error. `keep` lists the complete rows
+  // only when some row is left out; otherwise every row is used as it stands.
   std::vector<std::size_t> keep;
-  keep.reserve(n0);
+  bool allRows = true;
   for (std::size_t i = 0; i < n0; ++i) {
     const double s = status->data[i];
     if (Present(s) && !(s >= 0.0 && s <= 1.0)) return -1;
@@ -193,22 +195,41 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
     if (strata) ok = ok && Present(strata->data[i]);
     for (const VectD* c : quant) ok = ok && Present(c->data[i]);
     for (const Quali& q : qualis) ok = ok && q.level.count(q.info->values->data[i]) > 0;
-    if (ok) keep.push_back(i);
+    if (!ok && allRows) {
+      allRows = false;
+      keep.reserve(n0);
+      for (std::size_t k = 0; k < i; ++k) keep.push_back(k);
+    }
+    if (ok && !allRows) keep.push_back(i);
   }
-  const auto n = static_cast<std::uint32_t>(keep.size());
+  const auto n = static_cast<std::uint32_t>(allRows ? n0 : keep.size());
 
   // The shared preparation orders the complete rows by stratum key then time (SortedRowOrder,
   // the order cReorganizeDataCox applies), the block tables are read off the sorted time and
   // status (FillBlockTables), and every per-row vector and design column is gathered once in
-  // sorted order. Buffers that are written completely get no initial fill.
+  // sorted order. SortedRowOrder only reads time, status and key: with every row complete they
+  // are the data set's own columns, otherwise copies of the complete rows. Buffers that are
+  // written completely get no initial fill.
   const auto up = static_cast<std::uint32_t>(p);
-  matrix<double> t(n, 1, nullptr, 0), st(n, 1, nullptr, 0), key(n, 1, nullptr, 0);
-  for (std::uint32_t r = 0; r < n; ++r) {
-    const std::size_t i = keep[r];
-    t.data[r] = time->data[i];
-    st.data[r] = status->data[i];
-    key.data[r] = strata ? strata->data[i] : 0.0;
+  std::unique_ptr<double[]> tCopy, sCopy, kCopy;
+  double* tSrc = time->data;
+  double* sSrc = status->data;
+  double* kSrc = strata ? strata->data : nullptr;
+  if (!allRows) {
+    tCopy.reset(new double[n + 1]);
+    sCopy.reset(new double[n + 1]);
+    for (std::uint32_t r = 0; r < n; ++r) tCopy[r] = time->data[keep[r]];
+    for (std::uint32_t r = 0; r < n; ++r) sCopy[r] = status->data[keep[r]];
+    tSrc = tCopy.get();
+    sSrc = sCopy.get();
+    if (strata) {
+      kCopy.reset(new double[n + 1]);
+      for (std::uint32_t r = 0; r < n; ++r) kCopy[r] = strata->data[keep[r]];
+      kSrc = kCopy.get();
+    }
   }
+  // Without strata the key is never read (one stratum) and every row's key is 0.
+  matrix<double> t(n, 1, tSrc, 1), st(n, 1, sSrc, 1), key(kSrc ? n : 0, 1, kSrc, 1);
   // Strata: distinct keys in ascending order and their row counts.
   std::vector<double> sizes;
   if (strata) {
@@ -248,10 +269,15 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   // One vector per loop: each loop reads a single source in random order, which keeps that
   // source in cache far better than reading all of them row by row.
   const std::uint32_t* o = order.data();
-  for (std::uint32_t r = 0; r < n; ++r) res.time.data[r] = t.data[o[r]];
-  for (std::uint32_t r = 0; r < n; ++r) res.status.data[r] = st.data[o[r]];
-  for (std::uint32_t r = 0; r < n; ++r) res.strataKey.data[r] = key.data[o[r]];
-  for (std::uint32_t r = 0; r < n; ++r) res.rowIndex.data[r] = static_cast<int>(keep[o[r]]);
+  for (std::uint32_t r = 0; r < n; ++r) res.time.data[r] = tSrc[o[r]];
+  for (std::uint32_t r = 0; r < n; ++r) res.status.data[r] = sSrc[o[r]];
+  if (kSrc)
+    for (std::uint32_t r = 0; r < n; ++r) res.strataKey.data[r] = kSrc[o[r]];
+  if (allRows) {
+    for (std::uint32_t r = 0; r < n; ++r) res.rowIndex.data[r] = static_cast<int>(o[r]);
+  } else {
+    for (std::uint32_t r = 0; r < n; ++r) res.rowIndex.data[r] = static_cast<int>(keep[o[r]]);
+  }
   if (weight) {
     for (std::uint32_t r = 0; r < n; ++r)
       res.weights.data[r] = weight->data[static_cast<std::size_t>(res.rowIndex.data[r])];
