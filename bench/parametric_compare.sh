@@ -2,7 +2,8 @@
 # Parametric regression against survreg on the same data in the same run.
 #   bench/parametric_compare.sh [BUILD_DIR] [SIZES]    (defaults: build/release, 10000,100000,1048576)
 # Needs Rscript with survival. Prints: task, n, our wall and CPU time, survreg's, the ratios, and
-# the iterations of each (ours: the final fit). The largest size uses fewer repetitions.
+# the iterations of each (ours: the final fit) and our status (-1: the fit ended at the iteration
+# limit). The largest size uses fewer repetitions.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 build=${1:-$here/../build/release}
@@ -18,9 +19,9 @@ awk -F, '
   /^"regression/ {
     gsub(/"/, "", $1); split($1, p, "/"); key = p[2] "," p[3]
     ow = $3 / 1000; oc = $4 / 1000   # ms -> s
-    printf "%-20s %8s %9.3f %9.3f %9.3f %9.3f %7.1f %7.1f %5d %5d\n", p[2], p[3], ow, oc,
-           rw[key], rc[key], rw[key] / ow, rc[key] / oc, $(NF - 1), ri[key]
+    printf "%-20s %8s %9.3f %9.3f %9.3f %9.3f %7.1f %7.1f %5d %5d %4d\n", p[2], p[3], ow, oc,
+           rw[key], rc[key], rw[key] / ow, rc[key] / oc, $(NF - 1), ri[key], $NF
   }
-  BEGIN { printf "%-20s %8s %9s %9s %9s %9s %7s %7s %5s %5s\n", "task", "n", "ours_s", "ours_cpu",
-          "R_s", "R_cpu", "ratio", "ratio_c", "it", "R_it" }
+  BEGIN { printf "%-20s %8s %9s %9s %9s %9s %7s %7s %5s %5s %4s\n", "task", "n", "ours_s",
+          "ours_cpu", "R_s", "R_cpu", "ratio", "ratio_c", "it", "R_it", "st" }
 ' "$dir/r_times.csv" "$dir/ours.csv"

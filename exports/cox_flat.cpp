@@ -69,10 +69,12 @@ VELKOR_EXTERN_C VELKOR_API int RunCoxReg(
     auto& steps = f.out(stepTable, vars, 4);
     auto& vs = f.out(variableStep, vars);
     int& nf = f.scalar(nFinal);
-    auto& bsv = f.out(baseSurvival, survRes == -1 ? ns : 0, sc);
-    auto& rsv = f.out(rowSurvival, survRes == -1 ? rows : 0, sc);
-    auto& msv = f.out(meanSurvival, survRes == -1 ? ns : 0, sc);
-    auto& res = f.out(residuals, survRes == -1 ? rows : 0, 4 + 2 * cols);
+    // The four survival outputs are optional (null: not computed), as the header documents;
+    // the n x survCols row table in particular may be too large to ask for.
+    auto& bsv = f.out(baseSurvival, survRes == -1 ? Len(baseSurvival, ns) : 0, sc);
+    auto& rsv = f.out(rowSurvival, survRes == -1 ? Len(rowSurvival, rows) : 0, sc);
+    auto& msv = f.out(meanSurvival, survRes == -1 ? Len(meanSurvival, ns) : 0, sc);
+    auto& res = f.out(residuals, survRes == -1 ? Len(residuals, rows) : 0, 4 + 2 * cols);
     return velkor::cox::cRunCoxReg(&t, &st, &w, &X, &key, &sizes, n, p, m, ties, &iters, tol,
                                    selection, threshold, backStatistic, nVars, &vc, alpha, survRes,
                                    survCols, &b, &ms, &gt, &ct, zq, &steps, &vs, &nf, &bsv, &rsv,

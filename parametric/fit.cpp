@@ -57,53 +57,13 @@ Sample MakeSample(matrix<double>* time, int n, matrix<double>* cens, matrix<doub
   return s;
 }
 
-// True when -h (np x np, column-major) is positive definite (Cholesky succeeds).
-bool NegativeDefinite(const double* h, std::size_t np) {
-  std::vector<double> a(np * np);
-  for (std::size_t k = 0; k < np * np; ++k) a[k] = -h[k];
-  for (std::size_t j = 0; j < np; ++j) {
-    double d = a[j * np + j];
-    for (std::size_t m = 0; m < j; ++m) d -= a[m * np + j] * a[m * np + j];
-    if (!(d > 0.0) || !std::isfinite(d)) return false;
-    d = std::sqrt(d);
-    a[j * np + j] = d;
-    for (std::size_t i = j + 1; i < np; ++i) {
-      double v = a[j * np + i];
-      for (std::size_t m = 0; m < j; ++m) v -= a[m * np + j] * a[m * np + i];
-      a[j * np + i] = v / d;  // row j of the upper factor, stored in column i
-    }
-  }
-  return true;
-}
-
-// Used by the restart of Fit only. Where the Hessian is not negative definite (far from the
-// maximum: the Weibull and log-normal log-likelihoods are not concave in (beta, sigma)), the Newton
-// direction need not rise and no halving can rescue it. The step then uses H - lambda diag(|H_jj|)
-// with the smallest lambda in 1e-4, 1e-3, ... that makes it negative definite
-// (Levenberg-Marquardt). Near the maximum the Hessian is negative definite and the step is the
-// plain Newton step.
-void MakeNegativeDefinite(double* h, std::size_t np) {
-  if (np == 0 || NegativeDefinite(h, np)) return;
-  for (std::size_t j = 0; j < np; ++j)  // a flat direction stays singular (status -2)
-    if (!(std::fabs(h[j * np + j]) > 0.0) || !std::isfinite(h[j * np + j])) return;
-  std::vector<double> base(h, h + np * np), d(np);
-  for (std::size_t j = 0; j < np; ++j) d[j] = std::max(std::fabs(base[j * np + j]), 1e-8);
-  for (double lambda = 1e-4; lambda < 1e12; lambda *= 10.0) {
-    std::copy(base.begin(), base.end(), h);
-    for (std::size_t j = 0; j < np; ++j)
-      h[j * np + j] = -std::fabs(base[j * np + j]) - lambda * d[j];
-    if (NegativeDefinite(h, np)) return;
-  }
-}
-
 // A model fit: estimate, log-likelihood, gradient and Hessian at it.
 struct FitResult {
   std::vector<double> theta, grad, hess;
   double loglik = 0.0;
   int iterations = 0;
   int status = 0;
-  bool converged = false;
-  bool stuck = false;  // stopped early after repeated failed halvings (see Fit)
+  bool converged = false;  // stopped by the tolerance test before the iteration limit
 };
 
 void Evaluate(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
@@ -147,14 +107,28 @@ void InitialValues(const Sample& s, const double* X, std::size_t ldx, int q, int
   }
 }
 
-// Newton-Raphson with step halving and the diagonal fallback (see OptimizeParamModel).
-FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
-                     int maxIter, double tol, bool fixIntercept, double interceptValue,
-                     const std::vector<double>& start, bool safeguarded, int stuckLimit) {
+// Newton-Raphson with step halving and the diagonal fallback, from the start values of
+// InitialValues (see OptimizeParamModel in fit.h). One iteration:
+//   1. the Newton step of cNewtonRaphson, theta1 = theta - H^-1 g, with the Hessian H and the
+//      gradient g held for the current point theta (a fixed intercept is flagged and does not
+//      move; the others take the Newton step of the free parameters, see below);
+//   2. a non-positive scale of theta1 becomes 1e-12;
+//   3. theta1 is accepted when L(theta1) - L(theta) > 2.220446049250313e-16, else the step is
+//      halved, theta - 2^-m (theta - theta1) for m = 1 .. 10, until a point is accepted;
+//   4. accepted: the point becomes current, g and H are recomputed there, and the fit stops when
+//      |L(new) - L(old)| < tol; ten failed halvings: H keeps only its diagonal (g stays that of
+//      the current point), the last parameter takes its last halved value, the log-likelihood is
+//      re-evaluated there, and the next iteration steps with that diagonal matrix. Without the
+//      diagonal fallback a point where H is not negative definite would repeat the same failing
+//      step until the limit.
+// The status is that of the last cNewtonRaphson call: -2 when it could not invert H, else 0.
+FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
+              int maxIter, double tol, bool fixIntercept, double interceptValue) {
   const int np = q + k;
   const std::size_t N = static_cast<std::size_t>(np);
   FitResult r;
-  r.theta = start;
+  r.theta.assign(N, 0.0);
+  InitialValues(s, X, ldx, q, k, dist, r.theta);
   r.grad.assign(N, 0.0);
   r.hess.assign(N * N, 0.0);
   matrix<double> fixed(static_cast<std::uint32_t>(np), 1);
@@ -174,14 +148,17 @@ FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, i
   std::vector<double> first(N), trial(N), gTrial(N), hTrial(N * N);
   int solverStatus = 0;
   int iter = 0;
-  int fallbacks = 0;  // consecutive iterations whose ten halvings all failed
   while (iter < maxIter) {
     ++iter;
     std::copy(cur.begin(), cur.end(), beta.data);
     std::copy(r.grad.begin(), r.grad.end(), g.data);
     std::copy(r.hess.begin(), r.hess.end(), h.data);
     if (fixIntercept) {
-      // Decouple the fixed parameter so that the step is the Newton step of the free ones.
+      // The Newton step of the free parameters: the held intercept's row and column are taken
+      // out of the system (its gradient entry 0, its diagonal -1), so the step solves
+      // H_ff d = g_f and the fit reaches the maximum with the intercept held. Stepping the free
+      // parameters by their entries of the full H^-1 g would stop short of it, since at that
+      // maximum the intercept's own gradient entry is not 0.
       const std::size_t f = static_cast<std::size_t>(q);
       g.data[f] = 0.0;
       for (std::size_t j = 0; j < N; ++j) {
@@ -190,11 +167,11 @@ FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, i
       }
       h.data[f * N + f] = -1.0;
     }
-    if (safeguarded) MakeNegativeDefinite(h.data, N);
     solverStatus = cNewtonRaphson(&beta, np, &fixed, &g, &h, tol, &inv, &se, -1, 1.0);
     std::copy(beta.data, beta.data + np, first.begin());
     if (k == 2 && !(first[N - 1] > 0.0)) first[N - 1] = kScaleFloor;
 
+    // the derivatives come with the first trial point: it is accepted on most iterations
     double llNew = 0.0;
     Evaluate(s, X, ldx, q, k, dist, first, llNew, gTrial.data(), hTrial.data());
     bool accepted = llNew - llCur > kEpsilon;
@@ -216,14 +193,11 @@ FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, i
       r.grad = gTrial;
       r.hess = hTrial;
       derivsAtCur = true;
-      fallbacks = 0;
       if (change < tol) {
         r.converged = true;
         break;
       }
     } else {
-      // Ten halvings failed: keep the Hessian's diagonal only and move the last parameter to its
-      // last halved value; the next step then follows the diagonal (steepest-ascent-like) path.
       for (std::size_t c = 0; c < N; ++c)
         for (std::size_t j = 0; j < N; ++j)
           if (j != c) r.hess[c * N + j] = 0.0;
@@ -232,92 +206,13 @@ FitResult NewtonFrom(const Sample& s, const double* X, std::size_t ldx, int q, i
         Evaluate(s, X, ldx, q, k, dist, cur, llCur, nullptr, nullptr);
         derivsAtCur = false;
       }
-      if (stuckLimit > 0 && ++fallbacks >= stuckLimit) {
-        r.stuck = true;
-        break;
-      }
     }
   }
+  // the returned gradient and Hessian are those of the returned point
   if (!derivsAtCur) Evaluate(s, X, ldx, q, k, dist, cur, llCur, r.grad.data(), r.hess.data());
   r.loglik = llCur;
   r.iterations = iter;
   r.status = solverStatus < 0 ? -2 : 0;
-  return r;
-}
-
-// True when an event or right-censored row lies beyond the exponent guard, z = (y - eta)/sigma
-// >= 700 (exponential and Weibull laws). There the guarded terms drop their -e^z part and the
-// log-likelihood grows without bound as sigma shrinks: such a point is an artefact of the
-// guard, never a maximum of the model.
-bool BeyondGuard(const Sample& s, const double* X, std::size_t ldx, int q, int dist,
-                 const std::vector<double>& theta) {
-  if (dist != 1 && dist != 2) return false;
-  const double sigma = dist == 1 ? 1.0 : theta[static_cast<std::size_t>(q + 1)];
-  for (std::size_t i = 0; i < s.n; ++i) {
-    if (s.cens[i] != 1.0 && s.cens[i] != 0.0) continue;
-    double eta = theta[static_cast<std::size_t>(q)];
-    for (int j = 0; j < q; ++j)
-      eta += X[static_cast<std::size_t>(j) * ldx + i] * theta[static_cast<std::size_t>(j)];
-    if ((s.y[i] - eta) / sigma >= velkor::kExpGuard) return true;
-  }
-  return false;
-}
-
-// The fit of OptimizeParamModel: Newton-Raphson from the least-squares start as described in
-// fit.h. Far from the maximum that path can fail: the Weibull start scale 0.5 ln(4 var / 1.64)
-// and the log-normal start scale (the variance, not the standard deviation) can be far from the
-// estimate, where the log-likelihood is not concave in (beta, sigma), the Newton direction does
-// not rise, and the diagonal fallback with its stale gradient only drifts; with the exponent
-// guards the path can even escape to where the guarded terms make the log-likelihood grow
-// without bound. So:
-//   1. the path runs with safeguarded steps (MakeNegativeDefinite: the plain Newton step wherever
-//      the Hessian is negative definite); three consecutive iterations of failed halvings mark it
-//      as stuck;
-//   2. if it failed (singular Hessian, non-finite log-likelihood, a point beyond the guard) or is
-//      stuck, the fit restarts, with the same iteration limit, from the null-model estimate
-//      (coefficients 0, intercept and scale of the covariate-free fit; for that fit itself, a
-//      unit scale), and that result is returned when it converges without failing;
-//   3. otherwise the first path's result is returned, run to the iteration limit when it had
-//      been stopped as stuck, so that a fit without a better answer ends as the algorithm does
-//      (status, iteration count). With a law code outside 1..3 only this path runs.
-// Where the first path converges, it is the result; no other fit is made.
-FitResult Fit(const Sample& s, const double* X, std::size_t ldx, int q, int k, int dist,
-              int maxIter, double tol, bool fixIntercept, double interceptValue) {
-  const std::size_t N = static_cast<std::size_t>(q + k);
-  std::vector<double> start(N, 0.0);
-  InitialValues(s, X, ldx, q, k, dist, start);
-  const std::vector<double> lsStart = start;
-  const bool lawKnown = dist >= 1 && dist <= 3;
-  FitResult r = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, start,
-                           true, lawKnown ? 3 : 0);
-  // a fit of the model with `cols` covariates (X) that failed
-  auto failedWith = [&](const FitResult& f, const double* Xf, int cols) {
-    return f.status < 0 || !std::isfinite(f.loglik) || BeyondGuard(s, Xf, ldx, cols, dist, f.theta);
-  };
-  auto failed = [&](const FitResult& f) { return failedWith(f, X, q); };
-  if (!lawKnown || (!failed(r) && !r.stuck)) return r;
-  std::fill(start.begin(), start.end(), 0.0);
-  bool haveStart = true;
-  if (q > 0) {
-    const FitResult null =
-        Fit(s, nullptr, ldx, 0, k, dist, maxIter, tol, fixIntercept, interceptValue);
-    haveStart = !failedWith(null, nullptr, 0) && null.converged;
-    if (haveStart) {
-      start[static_cast<std::size_t>(q)] = null.theta[0];
-      if (k == 2) start[N - 1] = null.theta[1];
-    }
-  } else {
-    start = lsStart;
-    if (k == 2) start[N - 1] = 1.0;
-  }
-  if (haveStart) {
-    FitResult again = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue,
-                                 start, true, 0);
-    if (again.converged && !failed(again)) return again;
-  }
-  if (r.stuck)
-    r = NewtonFrom(s, X, ldx, q, k, dist, maxIter, tol, fixIntercept, interceptValue, lsStart, true,
-                   0);
   return r;
 }
 

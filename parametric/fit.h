@@ -23,18 +23,11 @@
 // log-likelihood rises by more than the machine epsilon, else halves the step up to 10 times;
 // after 10 failed halvings the Hessian is replaced by its diagonal, the current point is kept
 // except for the last parameter, which keeps its last halved value, and iteration goes on.
-// With a fixed intercept the step is the Newton step of the free parameters alone (the fixed
-// row and column of the Hessian are decoupled before the step), so the constrained maximum is
-// reached; the fixed parameter never moves.
-// Safeguards (the start scale of either law can be far from the estimate, where the
-// log-likelihood is not concave in (beta, sigma) and the exponent guards even make it unbounded):
-//   - where the Hessian is not negative definite the step uses H - lambda diag|H| with the
-//     smallest lambda in 1e-4, 1e-3, ... that makes it so (Levenberg-Marquardt); elsewhere, and
-//     always near the maximum, it is the plain Newton step;
-//   - a path that fails (singular Hessian, non-finite log-likelihood, a point beyond the exponent
-//     guard) or is stuck (three consecutive iterations of failed halvings) is restarted once from
-//     the null-model estimate (coefficients 0); if that does not converge either, the plain path
-//     is run to the iteration limit and its result is returned.
+// With a fixed intercept its flag is 1.0 and the step is the Newton step of the free parameters
+// (the intercept's row and column are decoupled from H before cNewtonRaphson), so the maximum
+// with the intercept held is reached; the intercept never moves.
+// Nothing else is added (no modified Hessian, no restart): a path that cannot reach a maximum
+// ends at the iteration limit with the status of its last Newton step.
 // Returns 0 when the last Newton step could invert the Hessian, -2 otherwise.
 // Cost per iteration: one pass with derivatives (likelihood.h) plus one log-likelihood pass per
 // halving, and O((p + k)^3) for the step.

@@ -84,7 +84,9 @@ template <bool D>
 inline double EvLogCdf(double z, double& g1, double& g2) {
   const double e = std::exp(z);
   const double surv = std::exp(-e);
-  const double cdf = -std::expm1(-e);
+  // 1 - exp(-e) loses at most a few ulps to cancellation once exp(-e) < 0.61; expm1 (several
+  // times the cost of exp) is kept for the small values of e where it matters
+  const double cdf = e > 0.5 ? 1.0 - surv : -std::expm1(-e);
   if constexpr (D) {
     g1 = surv == 0.0 ? 0.0 : e * surv / cdf;  // f/F; f = e^z exp(-e^z)
     g2 = g1 * (1.0 - e) - g1 * g1;            // f'/F - (f/F)^2, f' = f (1 - e^z)
@@ -98,12 +100,17 @@ template <bool D>
 inline double EvLogInterval(double zl, double zu, double& cl, double& dl, double& cu, double& du) {
   const double el = std::exp(zl), eu = std::exp(zu);
   const double t = el - eu;
-  const double q = -std::expm1(t);
+  // q = 1 - exp(t): from exp(t), which the derivatives use too, where the cancellation costs at
+  // most about 10 ulps (t < -0.1, q > 0.095); by expm1, several times dearer, for narrower gaps
+  const bool wide = t < -0.1;
+  const double et = wide ? std::exp(t) : 0.0;
+  const double q = wide ? 1.0 - et : -std::expm1(t);
   if constexpr (D) {
-    const double r = q < 0.5 ? 1.0 - q : std::exp(t);  // 1 - q is exact enough below 1/2
-    cl = el / q;
+    const double r = wide ? et : 1.0 - q;  // exp(t); 1 - q is exact enough for q <= 0.095
+    const double iq = 1.0 / q;
+    cl = el * iq;
     dl = cl * (1.0 - el);
-    cu = r == 0.0 ? 0.0 : eu * r / q;
+    cu = r == 0.0 ? 0.0 : eu * r * iq;
     du = cu * (1.0 - eu);
   }
   return -el + std::log(q);
@@ -116,9 +123,10 @@ inline double NormLogInterval(double zl, double zu, double& cl, double& dl, doub
   const double diff = zl > 0.0 ? NormSurv(zl) - NormSurv(zu) : NormCdf(zu) - NormCdf(zl);
   if constexpr (D) {
     const double fu = NormPdf(zu), fl = NormPdf(zl);
-    cu = fu == 0.0 ? 0.0 : fu / diff;
+    const double inv = 1.0 / diff;
+    cu = fu == 0.0 ? 0.0 : fu * inv;
     du = fu == 0.0 ? 0.0 : -zu * cu;
-    cl = fl == 0.0 ? 0.0 : fl / diff;
+    cl = fl == 0.0 ? 0.0 : fl * inv;
     dl = fl == 0.0 ? 0.0 : -zl * cl;
   }
   return std::log(diff);
@@ -135,9 +143,9 @@ inline void Scale(Local& d, double v) {
 // Contribution of one observation under the Weibull (dist 2) or log-normal (dist 3) law.
 // Returns false when the code adds nothing. ll is updated in the order the terms are defined.
 template <bool D>
-inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, double s, double v,
+inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, double v,
                          double logS, double is, double& ll, Local& d) {
-  const double z = (y - eta) / s;
+  const double z = (y - eta) * is;  // is = 1 / sigma: a product instead of a division per row
   double g1 = 0, g2 = 0;
   if (dist == 2) {
     if (code == 1.0) {
@@ -169,7 +177,7 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
       return true;
     }
     if (code == 3.0) {  // unweighted on purpose
-      const double zu = (u - eta) / s;
+      const double zu = (u - eta) * is;
       double cl = 0, dl = 0, cu = 0, du = 0;
       ll += EvLogInterval<D>(z, zu, cl, dl, cu, du);
       if constexpr (D) FromInterval(z, zu, is, cl, dl, cu, du, d);
@@ -206,7 +214,7 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
     return true;
   }
   if (code == 3.0) {
-    const double zu = (u - eta) / s;
+    const double zu = (u - eta) * is;
     double cl = 0, dl = 0, cu = 0, du = 0;
     ll += v * NormLogInterval<D>(z, zu, cl, dl, cu, du);
     if constexpr (D) {
@@ -339,10 +347,31 @@ void EvalExponential(const double* y, const double* cens, const double* upper, c
   }
 }
 
+// Sum of a[i] b[i] over a block, in eight interleaved partial sums added in a fixed order at the
+// end: eight independent chains of additions instead of one, the same result on every run.
+inline double BlockDot(const double* a, const double* b, std::size_t m) {
+  double s[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+  std::size_t i = 0;
+  for (; i + 8 <= m; i += 8)
+    for (std::size_t l = 0; l < 8; ++l) s[l] += a[i + l] * b[i + l];
+  for (; i < m; ++i) s[0] += a[i] * b[i];
+  return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+}
+
+inline double BlockSum(const double* a, std::size_t m) {
+  double s[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+  std::size_t i = 0;
+  for (; i + 8 <= m; i += 8)
+    for (std::size_t l = 0; l < 8; ++l) s[l] += a[i + l];
+  for (; i < m; ++i) s[0] += a[i];
+  return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+}
+
 // Weibull and log-normal laws, in blocks of rows: the linear predictor of a block is built column
-// by column, each row's contribution and its partial derivatives (l_e, l_ee, l_es) are computed in
-// row order (the log-likelihood is summed row by row), and the block's sums over the covariate
-// columns (sum l_e x_j, sum l_ee x_j x_m, sum l_es x_j) run down contiguous columns.
+// by column (contiguous, vectorisable), then each row's contribution and its partial derivatives
+// (l_e, l_ee, l_es) are computed in row order (the log-likelihood is summed row by row), and the
+// block's sums over the design columns, sum l_e x_j, sum l_es x_j and sum l_ee x_j x_c (packed
+// upper triangle), are dot products down contiguous columns (BlockDot).
 template <bool D>
 void EvalScaleLaw(const double* y, const double* cens, const double* upper, const double* x,
                   const double* w, std::size_t n, std::size_t ldx, int p, const double* theta,
@@ -367,7 +396,7 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
       const double code = cens[r];
       const double u = code == 3.0 ? upper[r] : 0.0;
       Local d;
-      if (ScaleLawTerm<D>(dist, code, y[r], u, eta[i], s, v, logS, is, ll, d)) {
+      if (ScaleLawTerm<D>(dist, code, y[r], u, eta[i], v, logS, is, ll, d)) {
         if constexpr (D) {
           le[i] = d.le;
           lee[i] = d.lee;
@@ -383,34 +412,17 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
       // packed column-major upper triangle: (j, c) with j <= c at c (c + 1) / 2 + j
       for (std::size_t c = 0; c < P; ++c) {
         const double* xc = x + c * ldx + i0;
-        double sg = 0, ss = 0;
-        for (std::size_t i = 0; i < m; ++i) {
-          sg += le[i] * xc[i];
-          ss += les[i] * xc[i];
-          tmp[i] = lee[i] * xc[i];
-        }
-        acc->g[c] += sg;
-        acc->hbs[c] += ss;
+        for (std::size_t i = 0; i < m; ++i) tmp[i] = lee[i] * xc[i];
+        acc->g[c] += BlockDot(le, xc, m);
+        acc->hbs[c] += BlockDot(les, xc, m);
         const std::size_t base = c * (c + 1) / 2;
-        for (std::size_t j = 0; j <= c; ++j) {
-          const double* xj = x + j * ldx + i0;
-          double h = 0;
-          for (std::size_t i = 0; i < m; ++i) h += tmp[i] * xj[i];
-          acc->hbb[base + j] += h;
-        }
-        double hc = 0;  // with the intercept column
-        for (std::size_t i = 0; i < m; ++i) hc += tmp[i];
-        acc->hbb[P * (P + 1) / 2 + c] += hc;
+        for (std::size_t j = 0; j <= c; ++j)
+          acc->hbb[base + j] += BlockDot(tmp, x + j * ldx + i0, m);
+        acc->hbb[P * (P + 1) / 2 + c] += BlockSum(tmp, m);  // with the intercept column
       }
-      double sg = 0, ss = 0, sh = 0;
-      for (std::size_t i = 0; i < m; ++i) {
-        sg += le[i];
-        ss += les[i];
-        sh += lee[i];
-      }
-      acc->g[P] += sg;
-      acc->hbs[P] += ss;
-      acc->hbb[P * (P + 1) / 2 + P] += sh;
+      acc->g[P] += BlockSum(le, m);
+      acc->hbs[P] += BlockSum(les, m);
+      acc->hbb[P * (P + 1) / 2 + P] += BlockSum(lee, m);
     }
   }
 }
@@ -418,7 +430,12 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
 // The rows are cut into chunks of a fixed size; each chunk is summed on its own (in parallel
 // through OpenMP) and the chunk sums are added in chunk order, so the result does not depend on
 // the number of threads.
-constexpr std::size_t kChunk = 16384;
+// Chunks of 4096 rows (about 0.1 ms of work each), handed out dynamically so that a thread
+// slowed by other work on the machine does not hold up the pass. Threads start only from 32
+// chunks (n >= 131072): below that a pass lasts a few milliseconds at most, and on a loaded
+// machine waking and waiting for a second thread costs more than it saves.
+constexpr std::size_t kChunk = 4096;
+constexpr std::size_t kMinChunksForThreads = 32;
 
 template <bool D>
 void EvalScaleLawChunked(const double* y, const double* cens, const double* upper, const double* x,
@@ -433,8 +450,7 @@ void EvalScaleLawChunked(const double* y, const double* cens, const double* uppe
   std::vector<Accum> parts;
   if constexpr (D) parts.assign(nChunks, Accum(p + 1));
   const long long nc = static_cast<long long>(nChunks);
-  // threads only where there is enough work to pay for them (n >= 8 chunks)
-#pragma omp parallel for schedule(static) if (nChunks >= 8)
+#pragma omp parallel for schedule(dynamic, 1) if (nChunks >= kMinChunksForThreads)
   for (long long c = 0; c < nc; ++c) {
     const std::size_t c0 = static_cast<std::size_t>(c) * kChunk;
     const std::size_t len = std::min(kChunk, n - c0);

@@ -39,8 +39,9 @@
 // 1 - exp(-e^z) by expm1, log phi analytically); mathematically they are the formulas above.
 //
 // Cost: one pass over the data, O(n (p + k)^2) with derivatives, O(n p) without; no allocation
-// proportional to n. Weibull and log-normal passes run in parallel (OpenMP) over fixed chunks of
-// 16384 rows whose sums are added in chunk order: identical results for any number of threads.
+// proportional to n. Weibull and log-normal passes are cut into fixed chunks of 4096 rows whose
+// sums are added in chunk order, in parallel (OpenMP) from n = 131072 on: identical results for
+// any number of threads.
 // The exponential law's carried terms make its pass sequential.
 #pragma once
 

@@ -25,6 +25,7 @@ std::vector<OptionDef> CommonOptions() {
           {"--svg", "FILE.svg", "write the charts as SVG (several charts: FILE-NAME.svg)", ""},
           {"--xlsx", "FILE.xlsx", "write a workbook: one sheet per table, native charts", ""},
           {"--timing", "", "print the wall time of each phase to stderr", ""},
+          {"--quiet", "", "no progress indicator on stderr (errors and warnings still shown)", ""},
           {"--help", "", "this help", ""}};
 }
 

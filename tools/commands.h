@@ -80,6 +80,25 @@ class PhaseTimer {
   double last_, libStart_ = 0, lib_ = 0;
 };
 
+// Progress of long library work (bootstrap, cross-validation) on standard error, rewritten in
+// place: "velkor cox: bootstrap replicates 48/200 (24%)". Shown only when standard error is a
+// terminal and --quiet is not given; erased when the object goes out of scope.
+bool ProgressWanted(const Args& a);
+class Progress {
+ public:
+  Progress(std::string cmd, bool enabled);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+  // velkor_progress_fn of cox_validation.h; `self` is the Progress. Never asks to stop.
+  static int Callback(int phase, long long done, long long total, void* self);
+
+ private:
+  std::string cmd_;
+  bool on_;
+  bool shown_ = false;
+};
+
 // Options shared by every analysis command.
 std::vector<OptionDef> CommonOptions();
 

@@ -3,12 +3,14 @@
 // per level after the first, in ascending label order; a factor enters and leaves the selection
 // as a whole) and leave out rows with a missing value in any column used.
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "commands.h"
+#include "cox_validation.h"
 #include "velkor/VELKORLI1M.h"
 
 namespace velkor_cli {
@@ -17,7 +19,10 @@ const Command kCoxCommand{
     "cox",
     "Cox proportional hazards regression: coefficients and hazard ratios with limits, model\n"
     "  criteria, likelihood-ratio / score / Wald tests, optional strata and forward or backward\n"
-    "  selection of covariates (factors enter and leave as a whole).",
+    "  selection of covariates (factors enter and leave as a whole); after the fit: baseline\n"
+    "  survival, residuals, concordance and quality indices, cross-validation, bootstrap and\n"
+    "  the proportional-hazards test. --cv, --bootstrap and --ph-test refit the final model\n"
+    "  with centred covariates (and the true Efron correction under --ties efron).",
     "FILE.csv --time COL --status COL --covariates COL[,COL...] [options]",
     {{"--time", "COL", "observation times", ""},
      {"--status", "COL", "status column: the event code is an event, other values censored", ""},
@@ -32,7 +37,28 @@ const Command kCoxCommand{
      {"--threshold", "P", "selection p-value threshold", "0.05"},
      {"--back-statistic", "S", "backward removal statistic: wald or lr", "wald"},
      {"--max-iter", "N", "iteration limit", "100"},
-     {"--tol", "T", "convergence tolerance", "1e-9"}}};
+     {"--tol", "T", "convergence tolerance", "1e-9"},
+     {"--baseline", "",
+      "baseline survival S0(t) (raw covariates) and survival at the mean covariates, per "
+      "stratum and distinct time; chart",
+      ""},
+     {"--residuals", "",
+      "martingale, deviance, Schoenfeld and score residuals per row (sorted by stratum, time)", ""},
+     {"--concordance", "",
+      "concordance index (strict: tied predictors and equal times not counted) and quality "
+      "indices",
+      ""},
+     {"--cv", "K", "K-fold cross-validation of the quality indices", ""},
+     {"--bootstrap", "B", "B bootstrap replicates of the coefficients and concordance", ""},
+     {"--seed", "S", "seed of the folds and resamples (0 to 4294967295)", "1"},
+     {"--refit-tol", "T",
+      "relative log-likelihood tolerance of the refits of --cv, --bootstrap and --ph-test (finer "
+      "values can end a converged refit with 'no gain' and fail it)",
+      "1e-6"},
+     {"--ph-test", "G",
+      "proportional-hazards test (Grambsch-Therneau) on time transform identity, log, rank or "
+      "km; Schoenfeld residual charts",
+      ""}}};
 
 const Command kSurvregCommand{
     "survreg",
@@ -161,6 +187,46 @@ std::vector<double> Pick(const std::vector<double>& v, const std::vector<std::si
   return out;
 }
 
+// Options of the Cox model after the fit.
+struct CoxExtras {
+  bool baseline = false, residuals = false, concordance = false;
+  int cv = 0, bootstrap = 0, phTest = -1;  // phTest: -1 none, else the time transform code
+  unsigned seed = 1;
+  std::string error;
+};
+
+CoxExtras ParseCoxExtras(const Args& a) {
+  CoxExtras e;
+  e.baseline = a.has("--baseline");
+  e.residuals = a.has("--residuals");
+  e.concordance = a.has("--concordance");
+  auto whole = [&](const char* o, double lo, double hi, const char* what) {
+    const double v = a.number(o);
+    if (!(v >= lo && v <= hi && v == std::floor(v))) e.error = std::string(o) + " must be " + what;
+    return v;
+  };
+  if (a.has("--cv")) e.cv = static_cast<int>(whole("--cv", 2, 1e6, "a whole number >= 2"));
+  if (a.has("--bootstrap"))
+    e.bootstrap =
+        static_cast<int>(whole("--bootstrap", 1, 1e7, "a whole number between 1 and 10000000"));
+  e.seed = static_cast<unsigned>(
+      whole("--seed", 0, 4294967295.0, "a whole number between 0 and 4294967295"));
+  if (!(a.number("--refit-tol") > 0)) e.error = "--refit-tol must be a positive number";
+  if (a.has("--ph-test")) {
+    const std::string& g = a.get("--ph-test");
+    e.phTest = g == "identity" ? 0 : g == "log" ? 1 : g == "rank" ? 2 : g == "km" ? 3 : -1;
+    if (e.phTest < 0) e.error = "--ph-test must be identity, log, rank or km, not '" + g + "'";
+  }
+  return e;
+}
+
+// A term name usable in a file name and a worksheet name.
+std::string ChartSafe(std::string s) {
+  for (char& c : s)
+    if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_' && c != '.') c = '_';
+  return s;
+}
+
 }  // namespace
 
 int RunCox(const Args& a) {
@@ -177,6 +243,11 @@ int RunCox(const Args& a) {
     Fail(cmd,
          "--selection must be none|forward|backward, --ties breslow|efron, "
          "--back-statistic wald|lr (velkor cox --help)");
+    return kExitUsage;
+  }
+  const CoxExtras ex = ParseCoxExtras(a);
+  if (!ex.error.empty()) {
+    Fail(cmd, ex.error + " (velkor cox --help)");
     return kExitUsage;
   }
   CsvTable csv;
@@ -214,21 +285,50 @@ int RunCox(const Args& a) {
     m = static_cast<int>(levels.size());
   }
   const int V = static_cast<int>(d.varCoefs.size());
+  // The survival outputs have one column per distinct time of a stratum (censoring-only times
+  // included), in the order RunCoxReg sorts the rows: stratum key, then time, ties as given.
+  const bool postFit = ex.baseline || ex.residuals || ex.phTest >= 0;
+  std::vector<std::size_t> order(static_cast<std::size_t>(n));
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_sort(order.begin(), order.end(), [&](std::size_t i, std::size_t j) {
+    const double si = strata.empty() ? 0 : strata[i], sj = strata.empty() ? 0 : strata[j];
+    return si < sj || (si == sj && time[i] < time[j]);
+  });
+  std::vector<int> stratumOf(static_cast<std::size_t>(n), 0);
+  std::vector<std::vector<double>> distinct(static_cast<std::size_t>(m));
+  for (std::size_t r = 0; r < order.size(); ++r) {
+    const std::size_t i = order[r];
+    const int s = strata.empty() ? 0 : static_cast<int>(strata[i]) - 1;
+    stratumOf[r] = s;
+    std::vector<double>& dt = distinct[static_cast<std::size_t>(s)];
+    if (dt.empty() || dt.back() != time[i]) dt.push_back(time[i]);
+  }
+  int K = 0;
+  for (const auto& dt : distinct) K = std::max(K, static_cast<int>(dt.size()));
+  const std::size_t up = static_cast<std::size_t>(p), um = static_cast<std::size_t>(m),
+                    uK = static_cast<std::size_t>(K), un = static_cast<std::size_t>(n);
+  std::vector<double> baseSurv, meanSurv, resid;
+  if (postFit) {
+    baseSurv.assign(um * uK, VELKOR_MISSING);
+    meanSurv.assign(um * uK, VELKOR_MISSING);
+    resid.assign(un * (4 + 2 * up), VELKOR_MISSING);
+  }
   int maxIter = static_cast<int>(a.number("--max-iter")), nFinal = 0;
   double z = 0;
   std::vector<double> beta(static_cast<std::size_t>(p)), stats(12), tests(9),
       coef(static_cast<std::size_t>(p) * 9), steps(static_cast<std::size_t>(V) * 4, VELKOR_MISSING);
   std::vector<int> varStep(static_cast<std::size_t>(V));
-  const int st =
-      RunCoxReg(time.data(), status.data(), weights.empty() ? nullptr : weights.data(), d.x.data(),
-                strata.empty() ? nullptr : strata.data(), nullptr, n, p, m, ties == "efron" ? 1 : 0,
-                &maxIter, a.number("--tol"),
-                sel == "forward"    ? 0
-                : sel == "backward" ? 1
-                                    : -1,
-                a.number("--threshold"), back == "wald" ? 0 : 1, V, d.varCoefs.data(),
-                a.number("--alpha"), 0, 0, beta.data(), stats.data(), tests.data(), coef.data(), &z,
-                steps.data(), varStep.data(), &nFinal, nullptr, nullptr, nullptr, nullptr);
+  const int st = RunCoxReg(time.data(), status.data(), weights.empty() ? nullptr : weights.data(),
+                           d.x.data(), strata.empty() ? nullptr : strata.data(), nullptr, n, p, m,
+                           ties == "efron" ? 1 : 0, &maxIter, a.number("--tol"),
+                           sel == "forward"    ? 0
+                           : sel == "backward" ? 1
+                                               : -1,
+                           a.number("--threshold"), back == "wald" ? 0 : 1, V, d.varCoefs.data(),
+                           a.number("--alpha"), postFit ? -1 : 0, postFit ? K : 0, beta.data(),
+                           stats.data(), tests.data(), coef.data(), &z, steps.data(),
+                           varStep.data(), &nFinal, postFit ? baseSurv.data() : nullptr, nullptr,
+                           postFit ? meanSurv.data() : nullptr, postFit ? resid.data() : nullptr);
   if (st != 0) {
     Fail(cmd, st == -1   ? "a status value lies outside [0, 1] (library status -1)"
               : st == -2 ? "fewer than two rows (library status -2)"
@@ -240,10 +340,14 @@ int RunCox(const Args& a) {
   Report r;
   r.command = cmd;
   r.title = "Cox regression of " + a.file;
-  for (const char* o : {"--time", "--status", "--event-code", "--covariates", "--factors",
-                        "--strata", "--weight", "--ties", "--selection", "--threshold",
-                        "--back-statistic", "--max-iter", "--tol", "--alpha"})
-    if (a.has(o)) r.options.emplace_back(o + 2, a.get(o));
+  for (const char* o :
+       {"--time",      "--status", "--event-code", "--covariates", "--factors",        "--strata",
+        "--weight",    "--ties",   "--selection",  "--threshold",  "--back-statistic", "--max-iter",
+        "--tol",       "--alpha",  "--baseline",   "--residuals",  "--concordance",    "--cv",
+        "--bootstrap", "--seed",   "--refit-tol",  "--ph-test"})
+    if (a.has(o) && ((std::string(o) != "--seed" && std::string(o) != "--refit-tol") ||
+                     ex.cv >= 2 || ex.bootstrap >= 1 || ex.phTest >= 0))
+      r.options.emplace_back(o + 2, a.get(o));
   r.notes.push_back(std::to_string(n) + " rows used, " +
                     std::to_string(csv.rows() - d.rows.size()) + " left out (missing values); " +
                     std::to_string(m) + " strat" + (m == 1 ? "um" : "a") + "; " +
@@ -294,6 +398,199 @@ int RunCox(const Args& a) {
       for (int c = 0; c < 3; ++c) stp.columns[static_cast<std::size_t>(c) + 1].v.push_back(s(c));
     }
     r.tables.push_back(std::move(stp));
+  }
+
+  // ---- After the fit. The final model: the columns in the model (coefficient table column 8).
+  std::vector<std::size_t> inModel;
+  for (std::size_t j = 0; j < up; ++j)
+    if (coef[7 * up + j] == 1.0) inModel.push_back(j);
+  const std::size_t q = inModel.size();
+  std::vector<double> xq, bq;
+  for (std::size_t j : inModel) {
+    xq.insert(xq.end(), d.x.begin() + static_cast<std::ptrdiff_t>(j * un),
+              d.x.begin() + static_cast<std::ptrdiff_t>((j + 1) * un));
+    bq.push_back(beta[j]);
+  }
+  std::vector<std::string> stratumNames(um, "all");
+  if (a.has("--strata")) {
+    const int sc = csv.column(a.get("--strata"));
+    for (std::size_t r2 = 0; r2 < un; ++r2)
+      stratumNames[static_cast<std::size_t>(stratumOf[r2])] =
+          std::string(csv.field(d.rows[order[r2]], static_cast<std::size_t>(sc)));
+  }
+  if (ex.baseline) {
+    Table bt{"baseline", "Baseline survival (Breslow) and survival at the mean covariates", {}};
+    if (m > 1) bt.text("stratum");
+    bt.num("time", 4);
+    bt.num("baseline survival", 6);
+    bt.num("survival at means", 6);
+    const std::size_t c0 = m > 1 ? 1 : 0;
+    Column &tc = bt.columns[c0], &bs = bt.columns[c0 + 1], &ms2 = bt.columns[c0 + 2];
+    Chart ch("baseline", "Cox model: survival at the mean covariates", "Time",
+             "Survival probability");
+    ch.unitY = true;
+    for (std::size_t s2 = 0; s2 < um; ++s2) {
+      Series curve{m > 1 ? a.get("--strata") + "=" + stratumNames[s2] : "survival at means",
+                   {0.0},
+                   {1.0},
+                   static_cast<int>(s2),
+                   true,
+                   false,
+                   false,
+                   false,
+                   m > 1,
+                   {},
+                   {}};
+      for (std::size_t k = 0; k < distinct[s2].size(); ++k) {
+        if (m > 1) bt.columns[0].s.push_back(stratumNames[s2]);
+        tc.v.push_back(distinct[s2][k]);
+        bs.v.push_back(baseSurv[s2 + k * um]);
+        const double sm = meanSurv[s2 + k * um];
+        ms2.v.push_back(sm);
+        if (IsMissingValue(sm)) continue;
+        curve.x.push_back(distinct[s2][k]);
+        curve.y.push_back(curve.y.back());
+        curve.x.push_back(distinct[s2][k]);
+        curve.y.push_back(sm);
+      }
+      ch.series.push_back(std::move(curve));
+    }
+    r.tables.push_back(std::move(bt));
+    r.charts.push_back(std::move(ch));
+  }
+  if (ex.residuals) {
+    Table rt{"residuals", "Residuals (rows sorted by stratum and time)", {}};
+    rt.num("line", 0);
+    if (m > 1) rt.text("stratum");
+    const std::size_t first = rt.columns.size();
+    for (const char* h : {"time", "status", "martingale", "deviance"}) rt.num(h, 4);
+    for (const std::string& kind : {std::string("Schoenfeld "), std::string("score ")})
+      for (const std::string& c : d.columnNames) rt.num(kind + c, 4);
+    for (std::size_t r2 = 0; r2 < un; ++r2) {
+      rt.columns[0].v.push_back(static_cast<double>(csv.line_of(d.rows[order[r2]])));
+      if (m > 1) rt.columns[1].s.push_back(stratumNames[static_cast<std::size_t>(stratumOf[r2])]);
+      for (std::size_t c = 0; c < 4 + 2 * up; ++c)
+        rt.columns[first + c].v.push_back(resid[c * un + r2]);
+    }
+    r.tables.push_back(std::move(rt));
+  }
+  if (q == 0 && (ex.concordance || ex.cv >= 2 || ex.bootstrap >= 1 || ex.phTest >= 0))
+    Warn(cmd, "no covariate is left in the final model: concordance and validation skipped");
+  const char* qualityHeads[5] = {"R-square", "rescaled R-square", "-2 log L reduction",
+                                 "concordance", "Somers' D"};
+  if (ex.concordance && q > 0) {
+    double c = 0, concordant = 0, comparable = 0;
+    std::vector<double> quality(5, VELKOR_MISSING);
+    int st2 = Cpp_ConcordIndex(time.data(), status.data(), xq.data(), bq.data(), n,
+                               static_cast<int>(q), &c, &concordant, &comparable);
+    if (st2 == 0)
+      st2 = Cpp_ComputeCVTable(time.data(), status.data(), xq.data(), bq.data(), n,
+                               static_cast<int>(q), stats[8], stats[2], stats.data(), 1, 1,
+                               quality.data());
+    if (st2 != 0) {
+      Fail(cmd, "concordance failed (library status " + std::to_string(st2) + ")");
+      return ExitForStatus(st2);
+    }
+    Table cc{"concordance", "Concordance of the linear predictor", {}};
+    cc.num("concordance index", 4).v = {c};
+    cc.num("concordant pairs", 0).v = {concordant};
+    cc.num("comparable pairs", 0).v = {comparable};
+    r.tables.push_back(std::move(cc));
+    Table qt{"quality", "Quality indices of the model", {}};
+    qt.text("rows").s = {"all rows"};
+    for (int k = 0; k < 5; ++k)
+      qt.num(qualityHeads[k], 4).v = {quality[static_cast<std::size_t>(k)]};
+    r.tables.push_back(std::move(qt));
+  }
+  if ((ex.cv >= 2 || ex.bootstrap >= 1 || ex.phTest >= 0) && q > 0) {
+    const std::size_t k = static_cast<std::size_t>(std::min(ex.cv, n));
+    std::vector<double> ph((q + 1) * 3), cvt((k + 2) * 5), boot((q + 1) * 6);
+    int completed = 1;
+    int st2 = 0;
+    {
+      Progress progress(cmd, ProgressWanted(a));
+      st2 = velkor_cox_validation(
+          time.data(), status.data(), weights.empty() ? nullptr : weights.data(), xq.data(),
+          strata.empty() ? nullptr : strata.data(), n, static_cast<int>(q), ties == "efron" ? 1 : 0,
+          static_cast<int>(a.number("--max-iter")), a.number("--refit-tol"), a.number("--alpha"),
+          ex.phTest, ex.cv, ex.bootstrap, ex.seed, &Progress::Callback, &progress, ph.data(),
+          cvt.data(), boot.data(), &completed);
+    }
+    if (st2 != 0) {
+      Fail(cmd, st2 == -5 ? "the refit of the final model for validation failed (library status "
+                            "-5); a larger --refit-tol may help"
+                          : "validation failed (library status " + std::to_string(st2) + ")");
+      return ExitForStatus(st2);
+    }
+    std::vector<std::string> terms;
+    for (std::size_t j : inModel) terms.push_back(d.columnNames[j]);
+    if (ex.phTest >= 0) {
+      static const char* kTransforms[4] = {"identity", "log", "rank", "km"};
+      Table pt{"ph_test",
+               std::string("Proportional-hazards test (Grambsch-Therneau, time transform ") +
+                   kTransforms[ex.phTest] + ")",
+               {}};
+      pt.text("term").s = terms;
+      pt.columns[0].s.push_back("global");
+      const char* heads[3] = {"chi-square", "df", "p-value"};
+      for (std::size_t c = 0; c < 3; ++c) {
+        Column& col = pt.num(heads[c], c == 1 ? 0 : 4);
+        col.pvalue = c == 2;
+        col.v.assign(ph.begin() + static_cast<std::ptrdiff_t>(c * (q + 1)),
+                     ph.begin() + static_cast<std::ptrdiff_t>((c + 1) * (q + 1)));
+      }
+      r.tables.push_back(std::move(pt));
+      // Schoenfeld residuals of the event rows against time, one chart per term: a trend away
+      // from the zero line is what the test detects.
+      for (std::size_t jj = 0; jj < q; ++jj) {
+        const std::size_t j = inModel[jj];
+        Chart ch("schoenfeld-" + ChartSafe(d.columnNames[j]),
+                 "Schoenfeld residuals: " + d.columnNames[j], "Time", "Schoenfeld residual");
+        Series pts{d.columnNames[j], {}, {}, 0, false, true, false, false, false, {}, {}};
+        double lo = 0, hi = 0;
+        for (std::size_t r2 = 0; r2 < un; ++r2) {
+          if (resid[un + r2] != 1.0) continue;
+          pts.x.push_back(resid[r2]);
+          pts.y.push_back(resid[(4 + j) * un + r2]);
+          lo = pts.x.size() == 1 ? pts.x.back() : std::min(lo, pts.x.back());
+          hi = std::max(hi, pts.x.back());
+        }
+        ch.series.push_back(std::move(pts));
+        ch.series.push_back(
+            Series{"zero", {lo, hi}, {0.0, 0.0}, -1, true, false, true, true, false, {}, {}});
+        r.charts.push_back(std::move(ch));
+      }
+    }
+    if (ex.cv >= 2) {
+      Table ct2{"cross_validation",
+                std::to_string(k) + "-fold cross-validation of the quality indices",
+                {}};
+      Column& rows = ct2.text("rows");
+      rows.s.push_back("all rows");
+      for (std::size_t f = 1; f <= k; ++f) rows.s.push_back("fold " + std::to_string(f));
+      rows.s.push_back("mean of folds");
+      for (std::size_t c = 0; c < 5; ++c)
+        ct2.num(qualityHeads[c], 4)
+            .v.assign(cvt.begin() + static_cast<std::ptrdiff_t>(c * (k + 2)),
+                      cvt.begin() + static_cast<std::ptrdiff_t>((c + 1) * (k + 2)));
+      r.tables.push_back(std::move(ct2));
+    }
+    if (ex.bootstrap >= 1) {
+      Table bt{"bootstrap",
+               std::to_string(ex.bootstrap) + " bootstrap replicates (seed " +
+                   std::to_string(ex.seed) + ")",
+               {}};
+      bt.text("term").s = terms;
+      bt.columns[0].s.push_back("concordance");
+      const std::string heads[6] = {"estimate",       "bootstrap mean", "std. error",
+                                    "lower " + level, "upper " + level, "replicates used"};
+      for (std::size_t c = 0; c < 6; ++c)
+        bt.num(heads[c], c == 5 ? 0 : 4)
+            .v.assign(boot.begin() + static_cast<std::ptrdiff_t>(c * (q + 1)),
+                      boot.begin() + static_cast<std::ptrdiff_t>((c + 1) * (q + 1)));
+      r.tables.push_back(std::move(bt));
+    }
+    if (!completed) Warn(cmd, "validation stopped before the end; missing rows stay empty");
   }
   return Emit(cmd, a, r);
 }

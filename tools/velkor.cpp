@@ -20,7 +20,10 @@ struct Entry {
 
 const Entry kEntries[] = {
     {&kKmCommand, RunKm, {"--alpha", "--event-code", "--na-variance", "--width"}},
-    {&kCoxCommand, RunCox, {"--alpha", "--event-code", "--threshold", "--max-iter", "--tol"}},
+    {&kCoxCommand,
+     RunCox,
+     {"--alpha", "--event-code", "--threshold", "--max-iter", "--tol", "--cv", "--bootstrap",
+      "--seed", "--refit-tol"}},
     {&kSurvregCommand,
      RunSurvreg,
      {"--alpha", "--event-code", "--p-enter", "--p-remove", "--max-iter", "--tol"}},
@@ -36,9 +39,11 @@ void Usage(std::FILE* out) {
   std::fprintf(out,
                "usage: velkor <command> FILE.csv [options]      (velkor <command> --help)\n"
                "commands:\n");
-  for (const Entry& e : kEntries)
-    std::fprintf(out, "  %-15s %s\n", e.command->name.c_str(),
-                 e.command->summary.substr(0, e.command->summary.find_first_of(":,(\n")).c_str());
+  for (const Entry& e : kEntries) {
+    std::string summary = e.command->summary.substr(0, e.command->summary.find_first_of(":,(\n"));
+    while (!summary.empty() && summary.back() == ' ') summary.pop_back();
+    std::fprintf(out, "  %-15s %s\n", e.command->name.c_str(), summary.c_str());
+  }
   std::fprintf(out,
                "  selftest        build containers over OLE Automation arrays through the exports\n"
                "  version         print the version\n"
@@ -47,8 +52,10 @@ void Usage(std::FILE* out) {
                "Exit codes: 0 success (data warnings go to stderr); 2 usage error; 3 input error\n"
                "(file, column, cell); 4 a report file cannot be written; 10 + |s| when the\n"
                "library stops on data condition s (11: status out of range, 12: too few\n"
-               "observations, 15: fit failed); 20 + s for an internal failure s (21 out of\n"
-               "memory, 22 internal error, 23 null array).\n");
+               "observations, 13: no event for cox, 15: fit failed); 20 + s for an internal\n"
+               "failure s (21 out of memory, 22 internal error, 23 null array).\n"
+               "Long work (cox --cv, --bootstrap) shows its progress on stderr when it is a\n"
+               "terminal; --quiet turns it off.\n");
 }
 
 // Builds a two-column record array as a spreadsheet macro would and reads it back through the

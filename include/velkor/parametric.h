@@ -52,14 +52,28 @@ VELKOR_API int Cpp_ComputeLogLikeDerivativesParam(const double* times, int n, in
                                                   const double* weights, int dist, double* loglik,
                                                   double* grad, double* hess);
 
-/* Newton-Raphson maximum-likelihood fit with step halving (up to 10 halvings, then a diagonal
- * Hessian) from least-squares starting values (intercept = mean time, + 0.572 for the Weibull
- * law, without covariates; scale = variance of the times, for the Weibull law
- * 0.5 ln(4 var / 1.64) when positive). Where the Hessian is not negative definite the step uses
- * H - lambda diag|H| (Levenberg-Marquardt) instead of H; a path that fails (singular Hessian,
- * non-finite log-likelihood, a point where the 700 exponent guard makes the log-likelihood
- * unbounded) or stalls (three iterations of failed halvings in a row) is restarted once from the
- * null-model estimate, and run to the limit as it is when that does not converge either.
+/* Newton-Raphson maximum-likelihood fit with step halving from the starting values below, and
+ * nothing else: no modified Hessian, no restart from other values.
+ * Start: without covariates the intercept is the weighted mean time (+ 0.572 for the Weibull law);
+ * with covariates intercept and coefficients are the weighted least-squares fit of the times on
+ * the design; the scale is the weighted variance of the times (log-normal law) or, for the Weibull
+ * law, 0.5 ln(4 var / 1.64) when that is positive and the variance otherwise.
+ * Iteration: the Newton step theta - H^-1 g; a non-positive scale becomes 1e-12; the point is
+ * accepted when the log-likelihood rises by more than 2.220446049250313e-16, else the step is
+ * halved up to 10 times; after 10 failed halvings the Hessian is replaced by its diagonal, the
+ * last parameter keeps its last halved value (the log-likelihood is re-evaluated there; the
+ * gradient and the diagonal stay those of the point before) and the iteration goes on. The fit
+ * stops at the iteration limit or when an accepted step changes the log-likelihood by less than
+ * tol.
+ * Fixed intercept (a choice of this library): the intercept is held at interceptValue and the
+ * step is the Newton step of the free parameters, -H_ff^-1 g_f over their block of the Hessian,
+ * so the fit ends at the maximum with the intercept held (moving the free parameters by their
+ * entries of the full H^-1 g would stop short of it).
+ * Where the log-likelihood is not concave between the start and the estimate (a start scale far
+ * below the estimate, as the Weibull formula gives on small data sets such as ovarian), the path
+ * can leave for a region where the 700 exponent guard makes the Weibull log-likelihood unbounded
+ * and end at the iteration limit with a singular Hessian: that is reported (iterations = limit,
+ * status -2 when the last step met a singular Hessian), never replaced by another algorithm.
  *   iterations  in/out, 1: in the maximum number of iterations, out the number used;
  *   tol         convergence tolerance on the absolute change of log-likelihood;
  *   fixIntercept flag; interceptValue: the intercept held fixed when the flag is set;

@@ -69,6 +69,47 @@ def library() -> ctypes.CDLL:
     return _lib
 
 
+_frontdoor: ctypes.CDLL | None = None
+
+PROGRESS_FN = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_int, ctypes.c_longlong, ctypes.c_longlong,
+                               ctypes.c_void_p)
+"""C type of the progress callback of velkor_cox_validation (phase, done, total, context)."""
+
+
+def frontdoor() -> ctypes.CDLL:
+    """The validation helper of the front doors (libvelkor_frontdoor.so, built with the velkor
+    tool and placed beside the library): Cox cross-validation, bootstrap and proportional-hazards
+    test through the library's object interface, which ctypes cannot call directly."""
+    global _frontdoor
+    if _frontdoor is None:
+        lib = library()
+        name = "velkor_frontdoor.dll" if sys.platform == "win32" else "libvelkor_frontdoor.so"
+        tried = []
+        env = os.environ.get("VELKOR_FRONTDOOR_LIBRARY")
+        for path in ([pathlib.Path(env)] if env else []) + [pathlib.Path(lib._name).resolve().parent / name]:
+            if path.is_file():
+                _frontdoor = ctypes.CDLL(str(path))
+                break
+            tried.append(str(path))
+        else:
+            raise OSError("validation helper not found (build the velkor tool, or set "
+                          "VELKOR_FRONTDOOR_LIBRARY). Tried: " + ", ".join(tried))
+        _frontdoor.velkor_cox_validation.argtypes = [
+            ctypes.c_void_p, ctypes.c_void_p, ctypes.c_void_p, ctypes.c_void_p, ctypes.c_void_p,
+            ctypes.c_int, ctypes.c_int, ctypes.c_int, ctypes.c_int, ctypes.c_double, ctypes.c_double,
+            ctypes.c_int, ctypes.c_int, ctypes.c_int, ctypes.c_uint, PROGRESS_FN, ctypes.c_void_p,
+            ctypes.c_void_p, ctypes.c_void_p, ctypes.c_void_p, ctypes.POINTER(ctypes.c_int)]
+    return _frontdoor
+
+
+def choice(option: str, value, choices):
+    """The code of `value` among `choices` (a dict), or a ValueError naming the valid values."""
+    try:
+        return choices[value]
+    except (KeyError, TypeError):
+        raise ValueError(f"{option} must be one of {', '.join(map(repr, choices))}, not {value!r}") from None
+
+
 def darray(values, length: int | None = None) -> np.ndarray:
     """A contiguous float64 copy (NaN and None become the missing-value marker)."""
     a = np.array(values if values is not None else [], dtype=np.float64, copy=True).ravel()

@@ -10,7 +10,10 @@ import ctypes
 
 import numpy as np
 
-from ._native import MISSING, as_column, check, library, ptr, table, to_nan
+import sys
+import warnings
+
+from ._native import PROGRESS_FN, MISSING, as_column, check, choice, frontdoor, library, ptr, table, to_nan
 
 _c_int = ctypes.c_int
 _c_double = ctypes.c_double
@@ -200,6 +203,7 @@ def roc(status, markers, data=None, positive="1", weight=None, side: int = 1, se
     (as text, or as the same number). markers: one column name / array, or a list of them.
     """
     lib = library()
+    se_code, tail_code = choice("se_method", se_method, _SE), choice("tail", tail, _TAIL)
     if isinstance(markers, (str, np.ndarray)) or not isinstance(markers, (list, tuple)):
         markers = [markers]
     names = [m if isinstance(m, str) else f"marker{k + 1}" for k, m in enumerate(markers)]
@@ -247,8 +251,8 @@ def roc(status, markers, data=None, positive="1", weight=None, side: int = 1, se
         res = np.zeros(9)
         optimal = np.zeros(R * 4)
         counts = (ctypes.c_int * 3)()
-        st = lib.Cpp_ComputeROC(ptr(st_arr), ptr(v), ptr(wts), n, side, _c_double(alpha), _SE[se_method],
-                                _TAIL[tail], interval, 0, _c_double(prior), None, 0, ptr(cv), ptr(ts),
+        st = lib.Cpp_ComputeROC(ptr(st_arr), ptr(v), ptr(wts), n, side, _c_double(alpha), se_code,
+                                tail_code, interval, 0, _c_double(prior), None, 0, ptr(cv), ptr(ts),
                                 ptr(costs), ptr(res), ptr(optimal), counts)
         check("Cpp_ComputeROC", st)
         auc_t["marker"].append(name)
@@ -337,14 +341,15 @@ def bland_altman(x, y, data=None, type: str = "diff", loa_ci: str = "exact", alp
     lib = library()
     xa, ya = _xy(data, x, y)
     n = len(xa)
-    t = {"diff": 0, "relative": 1, "ratio": 2}[type]
+    t = choice("type", type, {"diff": 0, "relative": 1, "ratio": 2})
+    exact = choice("loa_ci", loa_ci, {"approx": 0, "exact": 1})
     diffs, means = np.full(n, MISSING), np.full(n, MISSING)
     sc = [_c_double(0) for _ in range(6)]
     check("Cpp_BlandAltman", lib.Cpp_BlandAltman(ptr(xa), ptr(ya), n, t, _c_double(alpha), ptr(diffs),
                                                  ptr(means), *[ctypes.byref(v) for v in sc]))
     limits = np.zeros(6)
     check("Cpp_BlandAltmanLoACI", lib.Cpp_BlandAltmanLoACI(ptr(xa), ptr(ya), n, t, _c_double(alpha),
-                                                           _c_double(alpha_ci), 0 if loa_ci == "approx" else 1,
+                                                           _c_double(alpha_ci), exact,
                                                            ptr(limits)))
     bias, sd, bl, bh, ll, lh = (v.value for v in sc)
     cols = _estimates(["bias", "lower limit of agreement", "upper limit of agreement"], [bias, ll, lh],
@@ -379,7 +384,7 @@ def passing_bablok(x, y, data=None, method: str = "standard", allow_negative: bo
     n = len(xa)
     sc = [_c_double(0) for _ in range(9)]
     fit, res, dif, dist = (np.zeros(n) for _ in range(4))
-    fn = lib.Cpp_Passing_Bablok if method == "standard" else lib.Cpp_PassingBablokBIS
+    fn = choice("method", method, {"standard": lib.Cpp_Passing_Bablok, "equivariant": lib.Cpp_PassingBablokBIS})
     refs = [ctypes.byref(v) for v in sc]
     st = fn(ptr(xa), n, ptr(ya), 3 if allow_negative else 1, _c_double(alpha), *refs[:6], ptr(fit), ptr(res),
             ptr(dif), ptr(dist), *refs[6:])
@@ -476,11 +481,69 @@ def _design(data, n, covariates, factors, required, text_required=()):
     return rows, x, names, var_coefs, var_names
 
 
+_PH_TRANSFORMS = {"identity": 0, "log": 1, "rank": 2, "km": 3}
+_QUALITY = ["R-square", "rescaled R-square", "-2 log L reduction", "concordance", "Somers' D"]
+
+
+def _whole(option, value, low, high):
+    if isinstance(value, bool) or not isinstance(value, (int, np.integer)) or not low <= value <= high:
+        raise ValueError(f"{option} must be a whole number between {low} and {high}, not {value!r}")
+    return int(value)
+
+
+def _progress_callback(progress):
+    """The C progress callback for `progress`: None draws on stderr when it is a terminal, False
+    nothing, a callable is called as progress(phase, done, total) and stops the work when it
+    returns False. Returns the callback and a function that erases the line drawn."""
+    names = {1: "cross-validation folds", 2: "bootstrap replicates"}
+    draw = progress is None and sys.stderr is not None and sys.stderr.isatty()
+    shown = [False]
+
+    def call(phase, done, total, _context):
+        if callable(progress):
+            return 0 if progress(names.get(phase, "work"), int(done), int(total)) is False else 1
+        if draw and total > 0:
+            sys.stderr.write(f"\r\033[Kvelkor.cox: {names.get(phase, 'work')} {done}/{total} ({100 * done // total}%)")
+            sys.stderr.flush()
+            shown[0] = True
+        return 1
+
+    def erase():
+        if shown[0]:
+            sys.stderr.write("\r\033[K")
+            sys.stderr.flush()
+    return PROGRESS_FN(call), erase
+
+
 def cox(time, status, covariates=None, factors=None, data=None, event_code: float = 1, strata=None,
         weight=None, ties: str = "breslow", selection: str = "none", threshold: float = 0.05,
-        back_statistic: str = "wald", max_iter: int = 100, tol: float = 1e-9, alpha: float = 0.05):
-    """Cox regression (`velkor cox`): tables coefficients, model, tests (and selection)."""
+        back_statistic: str = "wald", max_iter: int = 100, tol: float = 1e-9, alpha: float = 0.05,
+        baseline: bool = False, residuals: bool = False, concordance: bool = False, cv: int | None = None,
+        bootstrap: int | None = None, seed: int = 1, ph_test: str | None = None, refit_tol: float = 1e-6,
+        progress=None):
+    """Cox regression (`velkor cox`): tables coefficients, model, tests (and selection).
+
+    After the fit, as the tool's options of the same names: `baseline` (table baseline: Breslow
+    baseline survival and survival at the mean covariates per stratum and distinct time),
+    `residuals` (martingale, deviance, Schoenfeld and score residuals, rows sorted by stratum and
+    time, `line` the CSV line of the row), `concordance` (tables concordance and quality),
+    `cv=K` (table cross_validation), `bootstrap=B` with `seed` (table bootstrap) and
+    `ph_test` in "identity", "log", "rank", "km" (table ph_test, Grambsch-Therneau). The last
+    three refit the final model through libvelkor_frontdoor (centred covariates, true Efron
+    correction when ties="efron", relative tolerance `refit_tol`). `progress`: None shows progress on stderr when it is a
+    terminal, False never, or a callable progress(phase, done, total) returning False to stop."""
     lib = library()
+    ties_code = choice("ties", ties, {"breslow": 0, "efron": 1})
+    sel = choice("selection", selection, {"none": -1, "forward": 0, "backward": 1})
+    back = choice("back_statistic", back_statistic, {"wald": 0, "lr": 1})
+    ph_code = -1 if ph_test is None else choice("ph_test", ph_test, _PH_TRANSFORMS)
+    cv = None if cv is None else _whole("cv", cv, 2, 10**6)
+    bootstrap = None if bootstrap is None else _whole("bootstrap", bootstrap, 1, 10**7)
+    seed = _whole("seed", seed, 0, 2**32 - 1)
+    if not 0 < alpha < 1:
+        raise ValueError(f"alpha must lie in (0, 1), not {alpha!r}")
+    if not refit_tol > 0:
+        raise ValueError(f"refit_tol must be positive, not {refit_tol!r}")
     t = np.asarray(as_column(data, time), dtype=np.float64)
     s = np.asarray(as_column(data, status), dtype=np.float64)
     req = [t, s] + ([] if weight is None else [np.asarray(as_column(data, weight), dtype=np.float64)])
@@ -505,13 +568,24 @@ def cox(time, status, covariates=None, factors=None, data=None, event_code: floa
     beta, stats, tests, coef = np.zeros(p), np.zeros(12), np.zeros(9), np.zeros(p * 9)
     steps = np.full(V * 4, MISSING)
     var_step = np.zeros(V, dtype=np.int32)
-    sel = {"none": -1, "forward": 0, "backward": 1}[selection]
+    # Survival outputs: one column per distinct time of a stratum, rows in RunCoxReg's order
+    # (stratum key, then time, ties as given; lexsort is stable).
+    post_fit = baseline or residuals or ph_code >= 0
+    keys = np.zeros(n) if st_keys is None else st_keys
+    order = np.lexsort((tt, keys))
+    stratum_of = keys[order].astype(int) - (0 if st_keys is None else 1)
+    distinct = [np.unique(tt[order][stratum_of == k]) for k in range(m)]
+    K = max(len(d) for d in distinct)
+    base = np.full(m * K, MISSING) if post_fit else None
+    mean = np.full(m * K, MISSING) if post_fit else None
+    resid = np.full(n * (4 + 2 * p), MISSING) if post_fit else None
     st = lib.RunCoxReg(ptr(tt), ptr(ss), None if w is None else ptr(w), ptr(x),
-                       None if st_keys is None else ptr(st_keys), None, n, p, m, 1 if ties == "efron" else 0,
+                       None if st_keys is None else ptr(st_keys), None, n, p, m, ties_code,
                        ctypes.byref(iters), _c_double(tol), sel, _c_double(threshold),
-                       0 if back_statistic == "wald" else 1, V, ptr(vc), _c_double(alpha), 0, 0, ptr(beta),
-                       ptr(stats), ptr(tests), ptr(coef), ctypes.byref(z), ptr(steps), ptr(var_step),
-                       ctypes.byref(nfinal), None, None, None, None)
+                       back, V, ptr(vc), _c_double(alpha), -1 if post_fit else 0, K if post_fit else 0,
+                       ptr(beta), ptr(stats), ptr(tests), ptr(coef), ctypes.byref(z), ptr(steps), ptr(var_step),
+                       ctypes.byref(nfinal), ptr(base) if post_fit else None, None,
+                       ptr(mean) if post_fit else None, ptr(resid) if post_fit else None)
     check("RunCoxReg", st)
     level = round(100 * (1 - alpha))
     c = coef.reshape(9, p)
@@ -532,6 +606,83 @@ def cox(time, status, covariates=None, factors=None, data=None, event_code: floa
         var = [var_names[int(v) - 1] if v > MISSING and 1 <= int(v) <= V else "(final)" for v in sp[3, :k]]
         out["selection"] = table({"variable": np.array(var, dtype=object), "variables in model": to_nan(sp[0, :k]),
                                   "statistic": to_nan(sp[1, :k]), "p-value": to_nan(sp[2, :k])})
+
+    # ---- After the fit, on the final model (the columns in the model).
+    in_model = [j for j in range(p) if c[7, j] == 1.0]
+    q = len(in_model)
+    terms = [names[j] for j in in_model]
+    xq = np.ascontiguousarray(x.reshape(p, n)[in_model].ravel()) if q else np.zeros(0)
+    bq = np.ascontiguousarray(beta[in_model])
+    stratum_names = ["all"] * m
+    if strata is not None:
+        stratum_names = levels
+    if baseline:
+        cols = {}
+        bs, ms = base.reshape(K, m), mean.reshape(K, m)
+        if m > 1:
+            cols["stratum"] = np.array([stratum_names[k] for k in range(m) for _ in distinct[k]], dtype=object)
+        cols["time"] = np.concatenate(distinct)
+        cols["baseline survival"] = to_nan(np.concatenate([bs[:len(distinct[k]), k] for k in range(m)]))
+        cols["survival at means"] = to_nan(np.concatenate([ms[:len(distinct[k]), k] for k in range(m)]))
+        out["baseline"] = table(cols)
+    if residuals:
+        r = resid.reshape(4 + 2 * p, n)
+        cols = {"line": rows[order] + 2.0}
+        if m > 1:
+            cols["stratum"] = np.array([stratum_names[k] for k in stratum_of], dtype=object)
+        for k, h in enumerate(["time", "status", "martingale", "deviance"]):
+            cols[h] = to_nan(r[k])
+        for j, nm in enumerate(names):
+            cols[f"Schoenfeld {nm}"] = to_nan(r[4 + j])
+        for j, nm in enumerate(names):
+            cols[f"score {nm}"] = to_nan(r[4 + p + j])
+        out["residuals"] = table(cols)
+    if not q and (concordance or cv or bootstrap or ph_code >= 0):
+        warnings.warn("no covariate is left in the final model: concordance and validation skipped", stacklevel=2)
+    if concordance and q:
+        cidx, ncon, ncomp = _c_double(0), _c_double(0), _c_double(0)
+        quality = np.full(5, MISSING)
+        check("Cpp_ConcordIndex", lib.Cpp_ConcordIndex(ptr(tt), ptr(ss), ptr(xq), ptr(bq), n, q, ctypes.byref(cidx),
+                                                       ctypes.byref(ncon), ctypes.byref(ncomp)))
+        check("Cpp_ComputeCVTable", lib.Cpp_ComputeCVTable(ptr(tt), ptr(ss), ptr(xq), ptr(bq), n, q,
+                                                           _c_double(stats[8]), _c_double(stats[2]), ptr(stats),
+                                                           1, 1, ptr(quality)))
+        out["concordance"] = table({"concordance index": to_nan(np.array([cidx.value])),
+                                    "concordant pairs": np.array([ncon.value]),
+                                    "comparable pairs": np.array([ncomp.value])})
+        out["quality"] = table({"rows": np.array(["all rows"], dtype=object),
+                                **{h: to_nan(quality[k:k + 1]) for k, h in enumerate(_QUALITY)}})
+    if (cv or bootstrap or ph_code >= 0) and q:
+        folds = min(cv or 0, n)
+        ph, cvt, boot = np.zeros((q + 1) * 3), np.zeros((folds + 2) * 5), np.zeros((q + 1) * 6)
+        completed = ctypes.c_int(1)
+        callback, erase = _progress_callback(progress)
+        try:
+            st = frontdoor().velkor_cox_validation(
+                tt.ctypes.data, ss.ctypes.data, None if w is None else w.ctypes.data, xq.ctypes.data,
+                None if st_keys is None else st_keys.ctypes.data, n, q, ties_code, int(max_iter), refit_tol, alpha,
+                ph_code, cv or 0, bootstrap or 0, seed, callback, None, ph.ctypes.data, cvt.ctypes.data,
+                boot.ctypes.data, ctypes.byref(completed))
+        finally:
+            erase()
+        check("velkor_cox_validation", st)
+        if not completed.value:
+            warnings.warn("validation stopped before the end; the rows not computed are NaN", stacklevel=2)
+        if ph_code >= 0:
+            pt = ph.reshape(3, q + 1)
+            out["ph_test"] = table({"term": np.array(terms + ["global"], dtype=object), "chi-square": to_nan(pt[0]),
+                                    "df": to_nan(pt[1]), "p-value": to_nan(pt[2])})
+        if cv:
+            ct = cvt.reshape(5, folds + 2)
+            labels = ["all rows"] + [f"fold {f}" for f in range(1, folds + 1)] + ["mean of folds"]
+            out["cross_validation"] = table({"rows": np.array(labels, dtype=object),
+                                             **{h: to_nan(ct[k]) for k, h in enumerate(_QUALITY)}})
+        if bootstrap:
+            bt = boot.reshape(6, q + 1)
+            bheads = ["estimate", "bootstrap mean", "std. error", f"lower {level}%", f"upper {level}%",
+                      "replicates used"]
+            out["bootstrap"] = table({"term": np.array(terms + ["concordance"], dtype=object),
+                                      **{h: to_nan(bt[k]) for k, h in enumerate(bheads)}})
     return out
 
 
@@ -552,7 +703,7 @@ def survreg(time, status, covariates=None, factors=None, data=None, event_code: 
     up = tt if time2 is None else np.asarray(as_column(data, time2), dtype=np.float64)[rows]
     up = np.where(np.isnan(up), tt, up)
     bounds = np.ascontiguousarray(np.concatenate([tt, up]))
-    dcode = {"exponential": 1, "weibull": 2, "lognormal": 3}[dist]
+    dcode = choice("dist", dist, {"exponential": 1, "weibull": 2, "lognormal": 3})
     k = 1 if dcode == 1 else 2
     q = p + k
     iters, nkept = _c_int(int(max_iter)), _c_int(0)
@@ -560,7 +711,7 @@ def survreg(time, status, covariates=None, factors=None, data=None, event_code: 
     ptable, tests = np.zeros(q * 6), np.zeros(9)
     history = np.full(max(p, 1) * 4, MISSING)
     resid, kept = np.zeros(n * 4), np.zeros(max(p, 1))
-    sel = {"none": -1, "forward": 0, "backward": 1}[selection]
+    sel = choice("selection", selection, {"none": -1, "forward": 0, "backward": 1})
     st = lib.Cpp_RunParamReg(ptr(tt), n, p, ptr(cc), ptr(bounds), ptr(x) if p else None,
                              None if w is None else ptr(w), dcode, sel, _c_double(p_enter), _c_double(p_remove),
                              ctypes.byref(iters), _c_double(tol), 0, _c_double(0.0), -1, _c_double(alpha),

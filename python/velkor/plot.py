@@ -108,3 +108,44 @@ def regression(result, ax=None):
     ax.set_ylabel("method 2")
     ax.legend()
     return ax
+
+
+def cox_survival(result, ax=None):
+    """Survival at the mean covariates of `velkor.cox(..., baseline=True)`, one step curve per
+    stratum (the tool's baseline chart)."""
+    import matplotlib.pyplot as plt  # noqa: PLC0415
+    ax = ax or plt.figure().gca()
+    b = result["baseline"]
+    strata = _col(b, "stratum") if "stratum" in b else np.full(len(_col(b, "time")), "all", dtype=object)
+    for k, g in enumerate(dict.fromkeys(strata)):
+        m = strata == g
+        s = _col(b, "survival at means")[m].astype(float)
+        ok = ~np.isnan(s)
+        ax.step(np.concatenate([[0.0], _col(b, "time")[m][ok].astype(float)]), np.concatenate([[1.0], s[ok]]),
+                where="post", label=str(g), color=f"C{k}")
+    ax.set_xlabel("Time")
+    ax.set_ylabel("Survival probability")
+    ax.set_ylim(0, 1.02)
+    if len(dict.fromkeys(strata)) > 1:
+        ax.legend()
+    return ax
+
+
+def schoenfeld(result, term, ax=None):
+    """Schoenfeld residuals of one term against time, event rows only, with the zero line, from
+    `velkor.cox(..., residuals=True)` (the tool's charts of --ph-test)."""
+    import matplotlib.pyplot as plt  # noqa: PLC0415
+    ax = ax or plt.figure().gca()
+    r = result["residuals"]
+    key = f"Schoenfeld {term}"
+    if key not in r:
+        raise KeyError(f"no Schoenfeld residuals of {term!r} (terms: "
+                       + ", ".join(k[len("Schoenfeld "):] for k in r if str(k).startswith("Schoenfeld ")) + ")")
+    ev = _col(r, "status").astype(float) == 1.0
+    t = _col(r, "time").astype(float)[ev]
+    ax.plot(t, _col(r, key).astype(float)[ev], "o", markersize=3, alpha=0.6, color="C0")
+    ax.axhline(0.0, color="0.5", linestyle="--", linewidth=0.8)
+    ax.set_xlabel("Time")
+    ax.set_ylabel("Schoenfeld residual")
+    ax.set_title(f"Schoenfeld residuals: {term}")
+    return ax

@@ -72,6 +72,25 @@ TEST(CoxPostApi, BaselineAndMeanSurvivalMatchR) {
   }
 }
 
+TEST(CoxPostApi, SurvivalOutputsAreOptional) {
+  // Null survival outputs are skipped, not a null-array failure: the n x K row table may be too
+  // large to ask for, and the other outputs are unchanged without it.
+  const int K = static_cast<int>(sizeof(kLungBaseHaz) / sizeof(double));
+  const LungRun full(K);
+  std::vector<double> beta(kP), base(static_cast<std::size_t>(K)), res(full.res.size());
+  std::vector<double> ms(12), gt(9), ct(kP * 9), st(kP * 4);
+  std::vector<int> vs(kP);
+  int iters = 50, nf = 0;
+  double z = 0;
+  ASSERT_EQ(RunCoxReg(kLungTime, kLungStatus, nullptr, kLungX, nullptr, nullptr, kLungN, kP, 1, 0,
+                      &iters, 1e-12, -1, 0.05, 0, 0, nullptr, 0.05, -1, K, beta.data(), ms.data(),
+                      gt.data(), ct.data(), &z, st.data(), vs.data(), &nf, base.data(), nullptr,
+                      nullptr, res.data()),
+            0);
+  EXPECT_EQ(base, full.base);
+  EXPECT_EQ(res, full.res);
+}
+
 TEST(CoxPostApi, ResidualsMatchR) {
   LungRun r(1);
   ASSERT_EQ(r.rc, 0);

@@ -189,8 +189,8 @@ TEST(ParamLikelihood, ValuesMatchTheFormulasEvaluatedInR) {
 #endif
 
 TEST(ParamLikelihood, ChunkedPassesAddUpAndIgnoreTheThreadCount) {
-  // 140000 rows span nine chunks, enough for the pass to use threads: the totals equal the sum of
-  // the pieces evaluated separately, and one thread or two give the same bits.
+  // 140000 rows span 35 chunks of 4096, enough for the pass to use threads: the totals equal the
+  // sum of the pieces evaluated separately, and one thread or two give the same bits.
   std::vector<double> codes;
   for (int i = 0; i < 140000; ++i) codes.push_back(static_cast<double>((i * 7) % 4));
   Sample s = MakeSample(codes, true);

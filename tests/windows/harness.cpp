@@ -4,8 +4,8 @@
 //
 // REFERENCE_DIR is tests/reference (a Unix path works under Wine); EXPORTS_FILE lists the flat
 // entry points of the headers one a line (scripts/gen-vba --list): each must resolve through
-// GetProcAddress. VELKORLI1M.dll is loaded from the program's own folder. Exit status 0 when
-// every check passed.
+// GetProcAddress, and each must be fetched (so called) by some family. VELKORLI1M.dll is loaded
+// from the program's own folder. Exit status 0 when every check passed.
 #include "windows/harness.h"
 
 #include <cxxabi.h>
@@ -217,18 +217,15 @@ Csv read_csv(const std::string& relative) {
   return csv;
 }
 
-// Every flat entry point of the headers resolves under its plain name.
-void check_export_list(Library& lib, const char* list_path) {
+// The flat entry points of the headers (one name a line); a failed check when unreadable.
+std::vector<std::string> read_export_list(const char* list_path) {
+  std::vector<std::string> names;
   std::ifstream in(list_path);
   if (!check(static_cast<bool>(in), std::string("cannot read ") + list_path, __FILE__, __LINE__))
-    return;
+    return names;
   std::string name;
-  int n = 0;
-  while (in >> name) {
-    lib.symbol(name.c_str());
-    ++n;
-  }
-  std::printf("[exports] %d flat entry points resolved by GetProcAddress\n", n);
+  while (in >> name) names.push_back(name);
+  return names;
 }
 
 }  // namespace wintest
@@ -253,8 +250,13 @@ int wmain(int argc, wchar_t** argv) {
     return 1;
   }
 
+  // Every flat entry point of the headers resolves under its plain name.
   g_family = "exports";
-  if (argc >= 3) check_export_list(lib, narrow(argv[2]).c_str());
+  const std::vector<std::string> flat =
+      argc >= 3 ? read_export_list(narrow(argv[2]).c_str()) : std::vector<std::string>{};
+  for (const std::string& name : flat) lib.symbol(name.c_str());
+  if (argc >= 3)
+    std::printf("[exports] %zu flat entry points resolved by GetProcAddress\n", flat.size());
 
   auto families = registry();
   std::sort(families.begin(), families.end(),
@@ -266,6 +268,16 @@ int wmain(int argc, wchar_t** argv) {
     std::printf("[%s] %d passed, %d failed\n", f.name.c_str(), passed() - before_p,
                 failed() - before_f);
   }
+  // ... and every one of them is called by some family (a family fetches only what it calls).
+  g_family = "exports";
+  int uncalled = 0;
+  for (const std::string& name : flat)
+    if (!check(lib.requested().count(name) == 1,
+               "flat entry point " + name + " is called by no family", __FILE__, __LINE__))
+      ++uncalled;
+  if (argc >= 3)
+    std::printf("[exports] %zu of %zu flat entry points called\n", flat.size() - uncalled,
+                flat.size());
   std::printf("%d passed, %d failed\n", passed(), failed());
   return failed() == 0 ? 0 : 1;
 }

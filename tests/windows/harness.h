@@ -16,7 +16,10 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
+#include <set>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -52,6 +55,39 @@ bool check_eq(const A& got, const B& want, const char* what, const char* file, i
   return check(got == want, std::string(what) + " (got " + show(got) + ")", file, line);
 }
 
+// ---- guarded output buffers --------------------------------------------------------------------
+// An output array of n cells with kPad guard cells on each side holding a canary value, so that a
+// write before or after the caller's cells is seen (no address sanitizer runs under Wine, and a
+// stray write inside one allocation escapes one anyway).
+template <class T>
+struct Guarded {
+  static constexpr std::size_t kPad = 4;
+  std::vector<T> v;
+  std::size_t n;
+  T init, canary;
+  explicit Guarded(std::size_t size, T init_value = T(0), T canary_value = T(-12345))
+      : v(size + 2 * kPad, canary_value), n(size), init(init_value), canary(canary_value) {
+    std::fill(v.begin() + kPad, v.begin() + static_cast<std::ptrdiff_t>(kPad + size), init);
+  }
+  T* data() { return v.data() + kPad; }
+  T& operator[](std::size_t i) { return v[kPad + i]; }
+  const T& operator[](std::size_t i) const { return v[kPad + i]; }
+  // The guard cells hold the canary.
+  bool intact() const {
+    for (std::size_t i = 0; i < v.size(); ++i)
+      if ((i < kPad || i >= kPad + n) && v[i] != canary) return false;
+    return true;
+  }
+  // Guards intact and every cell still holds its initial value: nothing was written.
+  bool untouched() const {
+    for (std::size_t i = 0; i < n; ++i)
+      if (v[kPad + i] != init) return false;
+    return intact();
+  }
+};
+using GuardedD = Guarded<double>;
+using GuardedI = Guarded<int>;
+
 // ---- the DLL ----------------------------------------------------------------------------------
 class Library {
  public:
@@ -63,10 +99,14 @@ class Library {
   bool loaded() const { return module_ != nullptr; }
   // GetProcAddress; a missing name is a failed check and gives null.
   void* symbol(const char* name);
+  // A function by its exported name, typed; the name is recorded as requested by a family.
   template <class F>
   F fn(const char* name) {
+    requested_.insert(name);
     return reinterpret_cast<F>(reinterpret_cast<void (*)()>(symbol(name)));
   }
+  // Exported names fetched through fn() so far.
+  const std::set<std::string>& requested() const { return requested_; }
   // A C++ export by its qualified name: the one entry of the DLL's export table whose demangled
   // name is `qualified(...)`; a failed check and null when there is none or more than one. The
   // mangled name found is then fetched with GetProcAddress.
@@ -80,6 +120,7 @@ class Library {
 
  private:
   HMODULE module_ = nullptr;
+  std::set<std::string> requested_;
 };
 
 // A flat entry point by its plain exported name, typed by its declaration in the public header:

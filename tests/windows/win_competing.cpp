@@ -1,10 +1,12 @@
 // Competing risks through VELKORLI1M.dll against R's cmprsk (the fixture of the Linux tests): the
 // whole path on mgus2 with raw cause codes 7 and 3 (Cpp_CheckStatusFormat, Cpp_ReorganizeDataCum,
-// RunLife per sex, Cpp_CumIncCalc per cause and sex), Gray's test, and bad input.
+// RunLife per sex, Cpp_CumIncCalc per cause and sex), Gray's test, the same path through the
+// exported C++ workers on matrix<double> containers built by this program, and bad input.
 #include <cmath>
 #include <vector>
 
 #include "velkor/VELKORLI1M.h"
+#include "velkor/competing_objects.h"
 #include "windows/harness.h"
 
 namespace {
@@ -86,5 +88,17 @@ VELKOR_WIN_FAMILY(competing) {
   WCHECK_EQ(reorganize(t, 1, s, a, gr, sz, 1, &mx), VELKOR_E_TOO_FEW);
   WCHECK_EQ(a[0], 9.0);
   WCHECK_EQ(reorganize(nullptr, 2, s, a, gr, sz, 1, &mx), VELKOR_E_NULL_ARRAY);
+  {
+    // In/out arrays are not reordered when the call fails on a null array.
+    wintest::GuardedD times_io(2, 0.0), status_io(2, 0.0), causes(2, 9.0);
+    times_io[0] = 2;
+    times_io[1] = 1;
+    status_io[0] = 1;
+    double mx2 = -1;
+    WCHECK_EQ(reorganize(times_io.data(), 2, status_io.data(), causes.data(), nullptr, sz, 1, &mx2),
+              VELKOR_E_NULL_ARRAY);
+    WCHECK(times_io[0] == 2 && times_io[1] == 1 && times_io.intact() && status_io[0] == 1 &&
+           status_io.intact() && causes.untouched() && mx2 == -1);
+  }
   WCHECK_EQ(gray(t, s, gr, nullptr, 1, 0, 0.0, 1, 2, tests.data(), nullptr, nullptr), -2);
 }

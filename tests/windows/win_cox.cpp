@@ -1,6 +1,7 @@
 // Cox regression through VELKORLI1M.dll against R's coxph (the fixture of the Linux tests): the
 // flat RunCoxReg (Breslow ties, strata), and the front end's object entry Cpp_COX_Compute_ST fed
-// with record arrays of real OLE Automation columns (Efron ties).
+// with record arrays of real OLE Automation columns (Efron ties), a qualitative covariate passed
+// as a record array of BSTR labels among them.
 #include <cmath>
 #include <map>
 #include <string>
@@ -120,6 +121,36 @@ VELKOR_WIN_FAMILY(cox) {
     WCHECK_NEAR(res.logLik, f->loglik, 1e-10);
     WCHECK(factors.designNames.size() == static_cast<std::size_t>(f->p) &&
            factors.designNames[0] == u16(f->names[0]));
+  }
+
+  // A qualitative covariate as the front end passes it: veteran's cell type as a record array of
+  // BSTR labels beside the numeric record array; treatment coding, first level the reference.
+  {
+    const CoxFixture& f = veteran_celltype_efron;
+    std::vector<std::u16string> labels;
+    for (int i = 0; i < f.n; ++i) labels.push_back(u16(veteran_celltype_labels[i]));
+    RecordArray numeric({{u"time", {VT_R8, doubles({f.time, f.time + f.n})}},
+                         {u"status", {VT_R8, doubles({f.status, f.status + f.n})}},
+                         {u"karno", {VT_R8, doubles({f.x, f.x + f.n})}},
+                         {u"age", {VT_R8, doubles({f.x + f.n, f.x + 2 * f.n})}}});
+    RecordArray text({{u"celltype", {VT_BSTR, strings(labels)}}});
+    COX_Param param;
+    param.ties = 1;
+    param.tolerance = 1e-9;
+    cCOX_Results res;
+    cST_FactorsInfo factors;
+    factors.quantitative = {2, 3};
+    factors.qualitative = {0};
+    VELKORInfo info;
+    WCHECK_EQ(compute(numeric.psa, text.psa, param, res, factors, info), 0);
+    if (WCHECK_EQ(res.beta.count, static_cast<std::uint32_t>(f.p)))
+      for (int j = 0; j < f.p; ++j) {
+        WCHECK_NEAR(res.beta.data[j], f.coef[j], 1e-7);
+        WCHECK_NEAR(res.coefTable.data[f.p + j], f.se[j], 1e-7);
+      }
+    WCHECK(factors.designNames ==
+           std::vector<std::u16string>(
+               {u"karno", u"age", u"celltype=large", u"celltype=smallcell", u"celltype=squamous"}));
   }
 
   // The error record of a failed object call: no event at all.

@@ -1,7 +1,7 @@
 // Method comparison through VELKORLI1M.dll against R (the fixture of the Linux tests): Bland-Altman
 // with the limits of agreement and their confidence limits, repeatability, Passing-Bablok (both
-// procedures), Deming (closed form and replicated), one C++ worker found by its demangled name,
-// and bad input.
+// procedures), Deming (closed form and replicated), the C++ workers found by their demangled
+// names on matrix<double> containers of this program, and bad input.
 #include <cmath>
 #include <vector>
 
@@ -121,5 +121,43 @@ VELKOR_WIN_FAMILY(methodcomp) {
     WCHECK_EQ(passing_bablok(nullptr, 17, ny.data(), 1, 0.05, &s[0], &s[1], &s[2], &s[3], &s[4],
                              &s[5], f.data(), r.data(), d.data(), dist.data(), &s[6], &s[7], &s[8]),
               VELKOR_E_NULL_ARRAY);
+  }
+
+  // The replicated Deming fit and Passing-Bablok through the C++ workers.
+  auto new_deming_w = VELKOR_CPP_PROC(lib, NewDemingRegression);
+  auto passing_bablok_w = VELKOR_CPP_PROC(lib, PassingBablok);
+  if (new_deming_w && passing_bablok_w) {
+    const Vec x = stacked(pefr_w1, pefr_w2), y = stacked(pefr_m1, pefr_m2);
+    Vec subject;
+    for (int r = 0; r < 2; ++r)
+      for (int i = 1; i <= 17; ++i) subject.push_back(i);
+    matrix<double> mx(34, 1, const_cast<double*>(x.data()), 0),
+        my(34, 1, const_cast<double*>(y.data()), 0), ms(34, 1, subject.data(), 0), coef(8, 1),
+        info(3, 1), fitted(34, 1), resid(34, 1);
+    WCHECK_EQ(
+        new_deming_w(&mx, &my, 34, &ms, 0, 0.0, 0.05, 100, 1e-12, &coef, &info, &fitted, &resid),
+        0);
+    check_all(Vec(coef.data, coef.data + 8), dem_rep, 1e-10, "replicated Deming worker", __LINE__);
+    WCHECK_NEAR(info.data[0], dem_rep_lambda[0], 1e-13);
+
+    matrix<double> px(17, 1, const_cast<double*>(pefr_w1.data()), 0),
+        py(17, 1, const_cast<double*>(pefr_m1.data()), 0), f(17, 1), r(17, 1), d(17, 1),
+        dist(17, 1);
+    Vec sc(9);
+    WCHECK_EQ(passing_bablok_w(&px, 17, &py, 1, 0.05, sc[0], sc[1], sc[2], sc[3], sc[4], sc[5], &f,
+                               &r, &d, &dist, sc[6], sc[7], sc[8]),
+              0);
+    check_all(sc, Vec(pb_pefr_scalars.begin(), pb_pefr_scalars.begin() + 9), 1e-12,
+              "Passing-Bablok worker", __LINE__);
+  }
+
+  // A null array with a positive length: status 3, no output written.
+  {
+    constexpr double kInit = 2.75;
+    wintest::GuardedD diffs(17, kInit), means(17, kInit), s(6, kInit);
+    WCHECK_EQ(bland_altman(pefr_w1.data(), nullptr, 17, 0, 0.05, diffs.data(), means.data(), &s[0],
+                           &s[1], &s[2], &s[3], &s[4], &s[5]),
+              VELKOR_E_NULL_ARRAY);
+    WCHECK(diffs.untouched() && means.untouched() && s.untouched());
   }
 }

@@ -1,12 +1,15 @@
 // ROC analysis through VELKORLI1M.dll, on aSAH against pROC and R (the fixture of the Linux tests):
 // the contingency table from status labels passed as real OLE Automation arrays (BSTR and VARIANT
 // elements, text and numeric positive labels), the classification statistics, the curve with its
-// area and standard errors, and the paired DeLong comparison.
+// area and standard errors, and the paired DeLong comparison; the same analyses through the
+// exported C++ workers on matrix containers (labels read back from the BSTR array with oleaut32);
+// a null array given to the flat entry.
 #include <cmath>
 #include <string>
 #include <vector>
 
 #include "velkor/VELKORLI1M.h"
+#include "velkor/roc_objects.h"
 #include "windows/harness.h"
 #include "windows/ole.h"
 
@@ -122,5 +125,76 @@ VELKOR_WIN_FAMILY(roc) {
     double only_one[] = {1, 1, 1};
     WCHECK_EQ(compare(only_one, values.data(), nullptr, 3, 3, 1, 0.05, aucs, cov, global, pairs),
               -2);
+  }
+
+  // Null values with a positive length: status 3, no output written.
+  {
+    constexpr double kInit = 0.125;
+    wintest::GuardedD curve((n + 1) * 3, kInit), auc(9, kInit);
+    wintest::GuardedI counts(3, -7);
+    WCHECK_EQ(roc(asah::status.data(), nullptr, nullptr, n, 1, 0.05, 2, 0, 0, 0, 0.0, nullptr, 0,
+                  curve.data(), nullptr, nullptr, auc.data(), nullptr, counts.data()),
+              VELKOR_E_NULL_ARRAY);
+    WCHECK(curve.untouched() && auc.untouched() && counts.untouched());
+  }
+
+  // The exported C++ workers on containers of this program.
+  auto table_w = VELKOR_CPP_PROC(lib, CreateROCContingencyTable);
+  auto stats_w = VELKOR_CPP_PROC(lib, GetROCStats);
+  auto roc_w = VELKOR_CPP_PROC(lib, ComputeROC);
+  auto compare_w = VELKOR_CPP_PROC(lib, ComputeROCComparisonsDep);
+  if (!table_w || !stats_w || !roc_w || !compare_w) return;
+  const auto un = static_cast<std::uint32_t>(n);
+  {
+    // Labels read back from the BSTR array, as a caller holding a worksheet range does.
+    matrix<std::u16string> labels(un, 1);
+    LONG lower = 0;
+    SafeArrayGetLBound(bstrs.psa, 1, &lower);
+    for (LONG i = 0; i < n; ++i) {
+      LONG idx = lower + i;
+      BSTR b = nullptr;
+      if (SUCCEEDED(SafeArrayGetElement(bstrs.psa, &idx, &b)) && b) {
+        labels.data[i] = std::u16string(reinterpret_cast<const char16_t*>(b), SysStringLen(b));
+        SysFreeString(b);
+      }
+    }
+    matrix<double> values(un, 1, const_cast<double*>(asah::s100b.data()), 0), none(0, 1);
+    matrix<double> table(2, 2);
+    WCHECK_EQ(table_w(&labels, n, &poor.v, &values, 0, 0.205, 3, &none, &table), 0);
+    for (int k = 0; k < 4; ++k) WCHECK_EQ(table.data[k], expected_table[k]);
+    matrix<double> stats(13, 3), props(3, 3);
+    WCHECK_EQ(stats_w(&table, 0.05, 0, 0, 0.0, &stats, &props), 0);
+    for (int k = 0; k < 39; ++k) WCHECK_NEAR(stats.data[k], asah::stats_method0[k], 1e-12);
+  }
+  {
+    matrix<double> status(un, 1, const_cast<double*>(asah::status.data()), 0);
+    matrix<double> values(un, 1, const_cast<double*>(asah::s100b.data()), 0), none(0, 1);
+    matrix<double> curve(un + 1, 3), auc(9, 1);
+    matrix<int> counts(3, 1);
+    WCHECK_EQ(roc_w(&status, &values, &none, n, 1, 0.05, 2, 0, 0, 0, 0.0, nullptr, &curve, nullptr,
+                    nullptr, &auc, nullptr, &counts),
+              0);
+    WCHECK_NEAR(auc.data[0], asah::s100b_auc, 1e-12);
+    WCHECK_NEAR(auc.data[1] * auc.data[1], asah::s100b_var_delong, 1e-12);
+    if (WCHECK_EQ(static_cast<std::size_t>(counts.data[0] + 1), asah::s100b_fpr.size()))
+      for (int i = 0; i <= counts.data[0]; ++i) {
+        WCHECK_NEAR(curve.data[i], asah::s100b_fpr[i], 1e-14);
+        WCHECK_NEAR(curve.data[n + 1 + i], asah::s100b_tpr[i], 1e-14);
+      }
+    WCHECK_EQ(roc_w(nullptr, &values, &none, n, 1, 0.05, 2, 0, 0, 0, 0.0, nullptr, &curve, nullptr,
+                    nullptr, &auc, nullptr, &counts),
+              VELKOR_E_NULL_ARRAY);
+
+    std::vector<double> all;
+    for (const auto* v : {&asah::s100b, &asah::ndka, &asah::wfns})
+      all.insert(all.end(), v->begin(), v->end());
+    matrix<double> three(un, 3, all.data(), 0), aucs(3, 4), cov(3, 3), global(3, 1), pairs(3, 8);
+    WCHECK_EQ(compare_w(&status, &three, &none, n, 3, 1, 0.05, &aucs, &cov, &global, &pairs), 0);
+    for (int p = 0; p < 3; ++p) {
+      WCHECK_NEAR(pairs.data[6 * 3 + p], asah::pair_z[p], 1e-10);
+      WCHECK_NEAR(pairs.data[7 * 3 + p], asah::pair_p[p], 1e-10);
+    }
+    WCHECK_NEAR(global.data[0], asah::global_chi2, 1e-10);
+    WCHECK_NEAR(global.data[2], asah::global_p, 1e-10);
   }
 }

@@ -139,6 +139,12 @@ VELKOR_WIN_FAMILY(survival) {
     WCHECK_EQ(reorganize(t, 3, none, w, g, sizes, 1, 0, &maxTime), VELKOR_W_NO_EVENT);
     WCHECK_EQ(maxTime, 3.0);
     WCHECK_EQ(reorganize(nullptr, 3, s, w, g, sizes, 1, 0, &maxTime), VELKOR_E_NULL_ARRAY);
+    // A null status array given to the table builder: status 3, no output written.
+    wintest::GuardedD table(4 * 12, 0.5), lastRow(1, 0.5), total(1, 0.5);
+    WCHECK_EQ(run_life(t, nullptr, w, 3, sizes, 1, 0, 1, 0, 0.0, 4, table.data(), lastRow.data(),
+                       total.data()),
+              VELKOR_E_NULL_ARRAY);
+    WCHECK(table.untouched() && lastRow.untouched() && total.untouched());
     double codes[3] = {0}, recoded[3] = {0};
     unsigned nCodes = 0;
     double multi[] = {2, 0, 1};
