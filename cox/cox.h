@@ -73,17 +73,20 @@ struct FitResult {
 // Flat form, on the raw design given row by row (n x q, row i at rowMajor[i q]):
 // cNewtonRaphson step on the LU inverse, halvings that may run out, stop on the iteration limit,
 // on a converged step after iteration 10, or on |L - L0| < tol. maxIter < 1 counts as 1.
-FitResult FitFlat(const CoxProblem& prob, std::vector<double> rowMajor, int q, int maxIter,
+// The design is read in place (never copied or written) and must hold n x q values.
+FitResult FitFlat(const CoxProblem& prob, const double* rowMajor, int q, int maxIter, double tol);
+FitResult FitFlat(const CoxProblem& prob, const std::vector<double>& rowMajor, int q, int maxIter,
                   double tol);
 
 // The listed columns (0-based) of a row-major n x p design, row-major.
-std::vector<double> RowMajorColumns(const std::vector<double>& rows, int p, std::size_t n,
+std::vector<double> RowMajorColumns(const double* rows, int p, std::size_t n,
                                     const std::vector<int>& cols);
 
 // Object form, on the centred design given row by row (n x q, row i at rowMajor[i q]); the fit
 // fails (-1) when the inversion fails or ten halvings find no gain; stops when
 // |1 - L / L0| <= tol or at the iteration limit (notConverged).
-FitResult FitObject(const CoxProblem& prob, std::vector<double> rowMajor, int q, int maxIter,
+FitResult FitObject(const CoxProblem& prob, const double* rowMajor, int q, int maxIter, double tol);
+FitResult FitObject(const CoxProblem& prob, const std::vector<double>& rowMajor, int q, int maxIter,
                     double tol);
 
 // ---- Selection -----------------------------------------------------------------------------

@@ -33,12 +33,11 @@ struct Fitter {
   FitResult r;
   std::vector<double> prev, step, aliased;
 
-  std::vector<double> rows;  // the design row by row, built once per fit
+  const double* rows;  // the design row by row (n x q), the caller's, read only
   RiskWorkspace work;
 
-  Fitter(const CoxProblem& pr, std::vector<double> rowMajor, int nq)
-      : prob(pr), X(nullptr), ldx(pr.layout->n), q(nq), rows(std::move(rowMajor)) {
-    X = rows.data();  // read through the row-major path only
+  Fitter(const CoxProblem& pr, const double* rowMajor, int nq)
+      : prob(pr), X(rowMajor), ldx(pr.layout->n), q(nq), rows(rowMajor) {
     const auto uq = static_cast<std::size_t>(q < 0 ? 0 : q);
     r.beta.assign(uq, 0.0);
     r.se.assign(uq, 0.0);
@@ -54,7 +53,7 @@ struct Fitter {
 
   void Evaluate() {
     EvaluateRiskSets(*prob.layout, X, ldx, q, prob.w, r.beta.data(), prob.terms, r.loglik,
-                     r.grad.data(), r.hess.data(), rows.data(), &work);
+                     r.grad.data(), r.hess.data(), rows, &work);
   }
 
   // Step halving (k = -1 .. -10): returns true when a point gaining more than epsilon over
@@ -79,9 +78,13 @@ struct Fitter {
 
 }  // namespace
 
-FitResult FitFlat(const CoxProblem& prob, std::vector<double> rowMajor, int q, int maxIter,
+FitResult FitFlat(const CoxProblem& prob, const std::vector<double>& rowMajor, int q, int maxIter,
                   double tol) {
-  Fitter f(prob, std::move(rowMajor), q);
+  return FitFlat(prob, rowMajor.data(), q, maxIter, tol);
+}
+
+FitResult FitFlat(const CoxProblem& prob, const double* rowMajor, int q, int maxIter, double tol) {
+  Fitter f(prob, rowMajor, q);
   if (maxIter < 1) maxIter = 1;
   const int nq = q < 0 ? 0 : q;
   matrix<double> beta = View(f.r.beta, nq, 1), grad = View(f.r.grad, nq, 1);
@@ -139,9 +142,14 @@ int CoxNewtonStep(std::vector<double>& beta, int q, const std::vector<double>& a
 
 }  // namespace
 
-FitResult FitObject(const CoxProblem& prob, std::vector<double> rowMajor, int q, int maxIter,
+FitResult FitObject(const CoxProblem& prob, const std::vector<double>& rowMajor, int q, int maxIter,
                     double tol) {
-  Fitter f(prob, std::move(rowMajor), q);
+  return FitObject(prob, rowMajor.data(), q, maxIter, tol);
+}
+
+FitResult FitObject(const CoxProblem& prob, const double* rowMajor, int q, int maxIter,
+                    double tol) {
+  Fitter f(prob, rowMajor, q);
   if (maxIter < 1) maxIter = 1;
   bool accepted = false;
   for (int i = 1;; ++i) {
@@ -192,7 +200,7 @@ FitResult FitObject(const CoxProblem& prob, std::vector<double> rowMajor, int q,
 
 namespace velkor::cox {
 
-std::vector<double> RowMajorColumns(const std::vector<double>& rows, int p, std::size_t n,
+std::vector<double> RowMajorColumns(const double* rows, int p, std::size_t n,
                                     const std::vector<int>& cols) {
   const auto up = static_cast<std::size_t>(p), q = cols.size();
   std::vector<double> sub(n * q);

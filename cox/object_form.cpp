@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <memory>
 
 #include "core/numeric.h"
 #include "cox/run.h"
@@ -25,16 +26,27 @@ std::vector<double> CentredColumns(const cCOX_Results& res, const std::vector<in
                                    bool columnMajor = false) {
   const auto n = static_cast<std::size_t>(res.n);
   const std::size_t q = cols.size();
-  std::vector<double> x(n * q);
+  std::vector<double> x(n * q), mean(q, 0.0);
   for (std::size_t j = 0; j < q; ++j) {
     const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
     double s = 0.0;
     for (std::size_t i = 0; i < n; ++i) s += src[i];
-    const double mean = n > 0 ? s / static_cast<double>(n) : 0.0;
-    if (columnMajor) {
-      for (std::size_t i = 0; i < n; ++i) x[j * n + i] = src[i] - mean;
-    } else {
-      for (std::size_t i = 0; i < n; ++i) x[i * q + j] = src[i] - mean;
+    mean[j] = n > 0 ? s / static_cast<double>(n) : 0.0;
+  }
+  if (columnMajor) {
+    for (std::size_t j = 0; j < q; ++j) {
+      const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
+      for (std::size_t i = 0; i < n; ++i) x[j * n + i] = src[i] - mean[j];
+    }
+    return x;
+  }
+  // Row by row, in blocks of rows: the q column passes over a block write to memory in cache.
+  constexpr std::size_t kBlock = 4096;
+  for (std::size_t i0 = 0; i0 < n; i0 += kBlock) {
+    const std::size_t i1 = std::min(n, i0 + kBlock);
+    for (std::size_t j = 0; j < q; ++j) {
+      const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
+      for (std::size_t i = i0; i < i1; ++i) x[i * q + j] = src[i] - mean[j];
     }
   }
   return x;
@@ -182,8 +194,10 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   }
   const int p = static_cast<int>(names.size());
 
-  // Complete rows; a present status outside [0, 1] is an error.
+  // Complete rows; a present status outside [0, 1] is an error. `keep` lists the complete rows
+  // only when some row is left out; otherwise every row is used as it stands.
   std::vector<std::size_t> keep;
+  bool allRows = true;
   for (std::size_t i = 0; i < n0; ++i) {
     const double s = status->data[i];
     if (Present(s) && !(s >= 0.0 && s <= 1.0)) return -1;
@@ -192,21 +206,41 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
     if (strata) ok = ok && Present(strata->data[i]);
     for (const VectD* c : quant) ok = ok && Present(c->data[i]);
     for (const Quali& q : qualis) ok = ok && q.level.count(q.info->values->data[i]) > 0;
-    if (ok) keep.push_back(i);
+    if (!ok && allRows) {
+      allRows = false;
+      keep.reserve(n0);
+      for (std::size_t k = 0; k < i; ++k) keep.push_back(k);
+    }
+    if (ok && !allRows) keep.push_back(i);
   }
-  const auto n = static_cast<std::uint32_t>(keep.size());
+  const auto n = static_cast<std::uint32_t>(allRows ? n0 : keep.size());
 
-  // The shared preparation sorts time, status, stratum key and the data-set row number (carried
-  // as its second column); the design is then gathered in sorted order, column by column.
+  // The shared preparation orders the complete rows by stratum key then time (SortedRowOrder,
+  // the order cReorganizeDataCox applies), the block tables are read off the sorted time and
+  // status (FillBlockTables), and every per-row vector and design column is gathered once in
+  // sorted order. SortedRowOrder only reads time, status and key: with every row complete they
+  // are the data set's own columns, otherwise copies of the complete rows. Buffers that are
+  // written completely get no initial fill.
   const auto up = static_cast<std::uint32_t>(p);
-  matrix<double> t(n, 1), st(n, 1), row(n, 1), key(n, 1), noX(n, 0);
-  for (std::uint32_t r = 0; r < n; ++r) {
-    const std::size_t i = keep[r];
-    t.data[r] = time->data[i];
-    st.data[r] = status->data[i];
-    key.data[r] = strata ? strata->data[i] : 0.0;
-    row.data[r] = static_cast<double>(i);
+  std::unique_ptr<double[]> tCopy, sCopy, kCopy;
+  double* tSrc = time->data;
+  double* sSrc = status->data;
+  double* kSrc = strata ? strata->data : nullptr;
+  if (!allRows) {
+    tCopy.reset(new double[n + 1]);
+    sCopy.reset(new double[n + 1]);
+    for (std::uint32_t r = 0; r < n; ++r) tCopy[r] = time->data[keep[r]];
+    for (std::uint32_t r = 0; r < n; ++r) sCopy[r] = status->data[keep[r]];
+    tSrc = tCopy.get();
+    sSrc = sCopy.get();
+    if (strata) {
+      kCopy.reset(new double[n + 1]);
+      for (std::uint32_t r = 0; r < n; ++r) kCopy[r] = strata->data[keep[r]];
+      kSrc = kCopy.get();
+    }
   }
+  // Without strata the key is never read (one stratum) and every row's key is 0.
+  matrix<double> t(n, 1, tSrc, 1), st(n, 1, sSrc, 1), key(kSrc ? n : 0, 1, kSrc, 1);
   // Strata: distinct keys in ascending order and their row counts.
   std::vector<double> sizes;
   if (strata) {
@@ -225,42 +259,67 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   const auto K = static_cast<std::uint32_t>(std::max(1.0, largest));
   matrix<double> sizeM(static_cast<std::uint32_t>(m), 1, sizes.data(), 0);
   const auto um = static_cast<std::uint32_t>(m);
-  matrix<int> nTimes(um, 1), nCens(um, 1), bStart(um, K), bSize(um, K), bEvents(um, K);
+  // Block tables without a fill: only their first nTimes entries per stratum are written and read.
+  matrix<int> nTimes(um, 1), nCens(um, 1), bStart(um, K, nullptr, 0), bSize(um, K, nullptr, 0),
+      bEvents(um, K, nullptr, 0);
   int maxTimes = 0;
-  const int rc =
-      cReorganizeDataCox(&t, static_cast<int>(n), 0, &st, &row, nullptr, &noX, &key, &sizeM, m,
-                         &nTimes, &nCens, &bStart, &bSize, &bEvents, &maxTimes);
+  std::vector<std::uint32_t> order;
+  std::vector<std::size_t> first, size;
+  const int rc = SortedRowOrder(&t, static_cast<int>(n), &st, &key, &sizeM, m, order, first, size);
   if (rc != 0) return rc;
 
   res.n = static_cast<int>(n);
   res.p = p;
   res.nStrata = m;
-  res.time = VectD(t.data, n);
-  res.status = VectD(st.data, n);
+  res.time = VectD(n);
+  res.status = VectD(n);
+  res.strataKey = VectD(n);
   res.rowIndex = VectI(n);
   res.weights = VectD(n);
   res.eventWeights = VectD(n);
-  for (std::uint32_t r = 0; r < n; ++r) {
-    const auto i = static_cast<std::size_t>(row.data[r]);
-    res.rowIndex.data[r] = static_cast<int>(i);
-    res.weights.data[r] = weight ? weight->data[i] : 1.0;
-    res.eventWeights.data[r] = res.weights.data[r] * res.status.data[r];
+  // One vector per loop: each loop reads a single source in random order, which keeps that
+  // source in cache far better than reading all of them row by row.
+  const std::uint32_t* o = order.data();
+  for (std::uint32_t r = 0; r < n; ++r) res.time.data[r] = tSrc[o[r]];
+  for (std::uint32_t r = 0; r < n; ++r) res.status.data[r] = sSrc[o[r]];
+  if (kSrc)
+    for (std::uint32_t r = 0; r < n; ++r) res.strataKey.data[r] = kSrc[o[r]];
+  if (allRows) {
+    for (std::uint32_t r = 0; r < n; ++r) res.rowIndex.data[r] = static_cast<int>(o[r]);
+  } else {
+    for (std::uint32_t r = 0; r < n; ++r) res.rowIndex.data[r] = static_cast<int>(keep[o[r]]);
   }
-  res.strataKey = VectD(key.data, n);
+  if (weight) {
+    for (std::uint32_t r = 0; r < n; ++r)
+      res.weights.data[r] = weight->data[static_cast<std::size_t>(res.rowIndex.data[r])];
+  } else {
+    for (std::uint32_t r = 0; r < n; ++r) res.weights.data[r] = 1.0;
+  }
+  for (std::uint32_t r = 0; r < n; ++r)
+    res.eventWeights.data[r] = res.weights.data[r] * res.status.data[r];
+  {
+    matrix<double> tSorted(n, 1, res.time.data, 1), sSorted(n, 1, res.status.data, 1);
+    FillBlockTables(&tSorted, &sSorted, nullptr, first, size, &nTimes, &nCens, &bStart, &bSize,
+                    &bEvents, &maxTimes);
+  }
   res.strataSizes = VectD(sizes.data(), um);
+  // The design, column by column in sorted order (each column's reads stay within one source
+  // column).
   res.design = VectD(n * up);
   {
     double* out = res.design.data;
+    const int* rowIndex = res.rowIndex.data;
     std::size_t j = 0;
     for (const VectD* c : quant) {
       double* col = out + (j++) * n;
-      for (std::uint32_t r = 0; r < n; ++r) col[r] = c->data[res.rowIndex.data[r]];
+      const double* src = c->data;
+      for (std::uint32_t r = 0; r < n; ++r) col[r] = src[rowIndex[r]];
     }
     for (const Quali& q : qualis) {
       const auto levels = q.level.size();
       if (levels < 2) continue;
       for (std::uint32_t r = 0; r < n; ++r) {
-        const int lev = q.level.at(q.info->values->data[res.rowIndex.data[r]]);
+        const int lev = q.level.at(q.info->values->data[rowIndex[r]]);
         for (std::size_t l = 1; l < levels; ++l)
           out[(j + l - 1) * n + r] = static_cast<int>(l) == lev ? 1.0 : 0.0;
       }

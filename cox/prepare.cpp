@@ -60,8 +60,12 @@ int SortedRowOrder(matrix<double>* time, int n, matrix<double>* status, matrix<d
   for (std::size_t s = 0; s < first.size(); ++s) {
     if (size[s] < 2) continue;
     if (identity && first[s] == 0) {  // rows still in input order: sort the times where they are
-      const std::vector<std::uint32_t> by_time = SortOrder(time->data, size[s]);
-      std::copy(by_time.begin(), by_time.end(), order.begin());
+      std::vector<std::uint32_t> by_time = SortOrder(time->data, size[s]);
+      if (size[s] == rows) {
+        order.swap(by_time);  // the whole order: no copy
+      } else {
+        std::copy(by_time.begin(), by_time.end(), order.begin());
+      }
       continue;
     }
     block_times.resize(size[s]);

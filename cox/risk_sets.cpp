@@ -76,14 +76,17 @@ struct Evaluation {
   RiskWorkspace own;
   std::vector<double>& eta;              // x_i' beta
   std::vector<double>& ex;               // exp(eta_i) once row i is added to the risk sums
+  std::vector<double>& rangeEx;          // fused Efron pass: exp(eta) of the rows just added
   std::vector<double> xrow, grad, hess;  // hess: packed upper triangle
   double loglik = 0.0;
   Moments risk, tied;
   std::vector<double> mean;  // (A - f B) / (S - f T) of the current term
 
+  // With fused = true the linear predictors are not computed here: the fused cumulative pass
+  // (FusedStratum) forms them row by row as it adds the rows to the risk sums.
   Evaluation(const RiskLayout& l, const double* x, std::size_t ld, int np, const double* wt,
              const double* beta, TieTerms t, const double* rowMajor = nullptr,
-             RiskWorkspace* work = nullptr)
+             RiskWorkspace* work = nullptr, bool fused = false)
       : lay(l),
         X(x),
         ldx(ld),
@@ -93,12 +96,14 @@ struct Evaluation {
         terms(t),
         eta(work ? work->eta : own.eta),
         ex(work ? work->ex : own.ex),
+        rangeEx(work ? work->rangeEx : own.rangeEx),
         xrow(static_cast<std::size_t>(np), 0.0),
         grad(static_cast<std::size_t>(np), 0.0),
         hess(Moments::Packed(np), 0.0),
         risk(np),
         tied(np),
         mean(static_cast<std::size_t>(np), 0.0) {
+    if (fused) return;  // no per-row vector: the fused pass forms eta and exp(eta) per row
     eta.resize(lay.n);
     ex.resize(lay.n);
     if (rm) {
@@ -130,7 +135,7 @@ struct Evaluation {
   // (skipped, not clamped: exp(700) is the last value an accumulation over many rows can hold).
   void AddToRisk(std::size_t i) {
     if (!(eta[i] < kExpGuard)) {
-      ex[i] = 0.0;
+      ex[i] = -1.0;  // marks the row as left out (exp is never negative)
       return;
     }
     ex[i] = eta[i] == 0.0 ? 1.0 : std::exp(eta[i]);  // beta = 0, the first evaluation of a fit
@@ -142,7 +147,7 @@ struct Evaluation {
   // to the running sums.
   void AddRange(std::size_t from, std::size_t to) {
     for (std::size_t i = from; i < to; ++i)
-      ex[i] = !(eta[i] < kExpGuard) ? 0.0 : (eta[i] == 0.0 ? 1.0 : std::exp(eta[i]));
+      ex[i] = !(eta[i] < kExpGuard) ? -1.0 : (eta[i] == 0.0 ? 1.0 : std::exp(eta[i]));
     if (rm) {
       switch (p) {
         case 1:
@@ -185,14 +190,16 @@ struct Evaluation {
     for (int k = 0; k < kC; ++k) risk.c[static_cast<std::size_t>(k)] += c[k];
   }
 
-  // Tied-block sums T, B, E over the event rows of [from, to), as tied.Add row by row.
+  // Tied-block sums T, B, E over the event rows of [from, to), as tied.Add row by row. e0[i -
+  // from] is exp(eta_i) of row i, negative for a row the exponent guard left out.
   template <int P>
-  void TiedFixed(std::size_t from, std::size_t to) {
+  void TiedFixed(std::size_t from, std::size_t to, const double* e0) {
     constexpr int kC = P * (P + 1) / 2;
     double s = 0.0, a[P] = {}, c[kC] = {};
     for (std::size_t i = from; i < to; ++i) {
-      if (w[i] == 0.0 || !(eta[i] < kExpGuard)) continue;
-      const double e = w[i] * ex[i];
+      const double f = e0[i - from];
+      if (w[i] == 0.0 || f < 0.0) continue;
+      const double e = w[i] * f;
       const double* x = rm + i * P;
       s += e;
       int idx = 0;
@@ -238,34 +245,37 @@ struct Evaluation {
   }
 
   // The ties terms of block k (wsum = W_k) from the risk-set sums and, for Efron, the tied sums.
-  void TimeTerms(const TiedBlock& b, double wsum) {
+  // e0: exp(eta) of the block's rows from its first (negative when left out by the guard); null
+  // reads them from ex.
+  void TimeTerms(const TiedBlock& b, double wsum, const double* e0 = nullptr) {
     const int d = b.events;
     if (d <= 0) return;  // a time with only censored rows contributes nothing
     if (terms == TieTerms::EfronWeighted && d > 1) {  // f_1 = 0: a single event needs no T_k
       tied.Clear();
       const std::size_t from = b.start, to = from + b.size;
+      if (e0 == nullptr) e0 = ex.data() + from;
       switch (rm ? p : 0) {  // ex is current: the block's rows are in R_k
         case 1:
-          TiedFixed<1>(from, to);
+          TiedFixed<1>(from, to, e0);
           break;
         case 2:
-          TiedFixed<2>(from, to);
+          TiedFixed<2>(from, to, e0);
           break;
         case 3:
-          TiedFixed<3>(from, to);
+          TiedFixed<3>(from, to, e0);
           break;
         case 4:
-          TiedFixed<4>(from, to);
+          TiedFixed<4>(from, to, e0);
           break;
         case 5:
-          TiedFixed<5>(from, to);
+          TiedFixed<5>(from, to, e0);
           break;
         case 6:
-          TiedFixed<6>(from, to);
+          TiedFixed<6>(from, to, e0);
           break;
         default:
           for (std::size_t i = from; i < to; ++i)
-            if (w[i] != 0.0 && eta[i] < kExpGuard) tied.Add(Row(i), w[i] * ex[i]);
+            if (w[i] != 0.0 && !(e0[i - from] < 0.0)) tied.Add(Row(i), w[i] * e0[i - from]);
       }
     }
     const double S = risk.s;
@@ -345,6 +355,104 @@ struct Evaluation {
   }
 };
 
+// The cumulative pass of one stratum with eta_i = x_i' beta and exp(eta_i) formed as each row
+// is added, for a row-major design with P columns: one sweep over the design per evaluation
+// instead of three (linear predictors, exponentials, sums). The sums are taken in exactly the
+// order of the unfused pass (rows from the last to the first, each run of new rows into local
+// accumulators that are then added to the running sums), so the values are the same bit for bit.
+// The exponentials of a run are formed in short chunks before the run's rows are accumulated, so
+// that the accumulators stay in registers across the calls to exp. With kKeep (Efron) the
+// exponentials of the whole run are kept (the run starts with the block's own rows) for the
+// tied-block sums of TimeTerms, which then need no per-row vector of the data set's length.
+template <int P, bool kKeep>
+void FusedStratum(Evaluation& ev, const RiskWorkspace& ws, const StratumRange& st,
+                  const double* beta) {
+  constexpr int kC = P * (P + 1) / 2;
+  constexpr std::size_t kChunk = 64;
+  const double* rm = ev.rm;
+  double b[P];
+  for (int j = 0; j < P; ++j) b[j] = beta[j];
+  Moments& risk = ev.risk;
+  risk.Clear();
+  double chunk[kChunk];
+  std::size_t lo = static_cast<std::size_t>(st.first) + st.rows;
+  for (std::uint32_t k = st.blockEnd; k-- > st.blockBegin;) {
+    const TiedBlock& blk = ev.lay.blocks[k];
+    if (lo > blk.start) {
+      const std::size_t from = blk.start;
+      // Efron keeps the factors of the whole run [from, lo), which begins with the block's own
+      // rows; Breslow needs only those of the current chunk.
+      double* keep = nullptr;
+      if constexpr (kKeep) {
+        if (ev.rangeEx.size() < lo - from) ev.rangeEx.resize(lo - from);
+        keep = ev.rangeEx.data();
+      }
+      double s = 0.0, a[P] = {}, c[kC] = {};
+      for (std::size_t hi = lo; hi > from;) {
+        const std::size_t clo = hi - from > kChunk ? hi - kChunk : from;
+        double* e = kKeep ? keep + (clo - from) : chunk;
+        for (std::size_t i = hi; i-- > clo;) {  // descending: one backward stream
+          const double* x = rm + i * P;
+          double v = 0.0;
+          for (int j = 0; j < P; ++j) v += x[j] * b[j];
+          // The exponent guard: a row with eta >= 700 (or NaN) is left out, not clamped; its
+          // factor is marked negative, which exp never is.
+          e[i - clo] = !(v < kExpGuard) ? -1.0 : (v == 0.0 ? 1.0 : std::exp(v));
+        }
+        for (std::size_t i = hi; i-- > clo;) {
+          const double f = e[i - clo];
+          if (f < 0.0) continue;
+          const double* x = rm + i * P;
+          s += f;
+          int idx = 0;
+          for (int col = 0; col < P; ++col) {
+            const double fx = f * x[col];
+            a[col] += fx;
+            for (int r = 0; r <= col; ++r) c[idx++] += fx * x[r];
+          }
+        }
+        hi = clo;
+      }
+      risk.s += s;
+      for (int j = 0; j < P; ++j) risk.a[static_cast<std::size_t>(j)] += a[j];
+      for (int j = 0; j < kC; ++j) risk.c[static_cast<std::size_t>(j)] += c[j];
+      lo = blk.start;
+      ev.TimeTerms(blk, ws.blockWeight[k], keep);
+      continue;
+    }
+    // No new row (an empty block): for Efron its tied rows are none, the factors are unused.
+    ev.TimeTerms(blk, ws.blockWeight[k], kKeep ? ev.rangeEx.data() : nullptr);
+  }
+}
+
+// The fused pass for the stratum's column count, when it has a fixed-size kernel.
+template <bool kKeep>
+bool FusedStratumFor(Evaluation& ev, const RiskWorkspace& ws, const StratumRange& st,
+                     const double* beta) {
+  switch (ev.p) {
+    case 1:
+      FusedStratum<1, kKeep>(ev, ws, st, beta);
+      return true;
+    case 2:
+      FusedStratum<2, kKeep>(ev, ws, st, beta);
+      return true;
+    case 3:
+      FusedStratum<3, kKeep>(ev, ws, st, beta);
+      return true;
+    case 4:
+      FusedStratum<4, kKeep>(ev, ws, st, beta);
+      return true;
+    case 5:
+      FusedStratum<5, kKeep>(ev, ws, st, beta);
+      return true;
+    case 6:
+      FusedStratum<6, kKeep>(ev, ws, st, beta);
+      return true;
+    default:
+      return false;
+  }
+}
+
 void Zero(int p, double& loglik, double* grad, double* hess) {
   loglik = 0.0;
   for (int j = 0; j < p; ++j) grad[j] = 0.0;
@@ -391,9 +499,28 @@ void EvaluateRiskSets(const RiskLayout& layout, const double* X, std::size_t ldx
   }
   Zero(p, loglik, grad, hess);
   if (terms == TieTerms::Nothing) return;
-  Evaluation ev(layout, X, ldx, p, w, beta, terms, rowMajor, work);
+  // The fused pass applies to a row-major design of up to 6 columns whose strata all have
+  // ascending block starts.
+  // Efron's tied-block sums read the factors of the rows the pass has just added, so its blocks
+  // must not overlap (true of every table cReorganizeDataCox builds).
+  bool fused = rowMajor != nullptr && p <= 6;
+  for (const StratumRange& st : layout.strata) {
+    fused = fused && st.ascending;
+    for (std::uint32_t k = st.blockBegin;
+         fused && terms == TieTerms::EfronWeighted && k + 1 < st.blockEnd; ++k)
+      fused = static_cast<std::size_t>(layout.blocks[k].start) + layout.blocks[k].size <=
+              layout.blocks[k + 1].start;
+  }
+  Evaluation ev(layout, X, ldx, p, w, beta, terms, rowMajor, work, fused);
   const RiskWorkspace& ws = EventWorkspace(ev, work);
   ev.LinearTerms(ws, beta);
+  if (fused) {
+    const bool keep = terms == TieTerms::EfronWeighted;
+    for (const StratumRange& st : layout.strata)
+      keep ? FusedStratumFor<true>(ev, ws, st, beta) : FusedStratumFor<false>(ev, ws, st, beta);
+    ev.Write(loglik, grad, hess);
+    return;
+  }
   for (const StratumRange& st : layout.strata) {
     if (!st.ascending) {
       DirectStratum(ev, ws, st);

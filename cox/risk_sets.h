@@ -22,6 +22,11 @@
 // times (the direct sums over each risk set cost O(n p^2) per distinct time). Both give the same
 // values to rounding. Blocks whose starts are not ascending (a caller-built table) fall back to
 // the direct sums, so any table gives the direct-sum result.
+// With a row-major design of at most 6 columns (what the fits pass) the pass is fused: each row's
+// eta_i and exp(eta_i) are formed as the row is added, so an evaluation reads the design once and
+// keeps no per-row vector (Efron keeps exp(eta) of the rows just added for its tied-block sums).
+// The fused pass adds in the same order as the three-pass evaluation it replaced (linear
+// predictors, exponentials, sums): its values are the same bit for bit.
 #pragma once
 
 #include <cstdint>
@@ -120,6 +125,7 @@ RiskLayout MakeRiskLayout(std::size_t n, int nStrata, StrataRows strataRows, NTi
 // evaluation and reused by the later ones.
 struct RiskWorkspace {
   std::vector<double> eta, ex;
+  std::vector<double> rangeEx;  // fused Efron pass: exp(eta) of the rows the pass last added
   bool eventTermsReady = false;
   std::vector<double> blockWeight;  // W_k per block of the layout
   std::vector<double> eventSum;     // p: sum of w_i x_i over the event rows

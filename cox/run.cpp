@@ -2,6 +2,7 @@
 // family, survival function and residuals).
 #include <algorithm>
 #include <cmath>
+#include <memory>
 
 #include "companion/linalg.h"
 #include "companion/sorting.h"
@@ -17,9 +18,9 @@ TieTerms FlatTerms(int ties) {
   return (ties == 0 || ties == 1) ? TieTerms::BreslowCount : TieTerms::Nothing;
 }
 
-ColumnFit FlatColumnFit(const CoxProblem& prob, const std::vector<double>& rows, std::size_t n,
-                        int p, int maxIter, double tol) {
-  return [&prob, &rows, n, p, maxIter, tol](const std::vector<int>& cols) {
+ColumnFit FlatColumnFit(const CoxProblem& prob, const double* rows, std::size_t n, int p,
+                        int maxIter, double tol) {
+  return [&prob, rows, n, p, maxIter, tol](const std::vector<int>& cols) {
     const int q = static_cast<int>(cols.size());
     if (q == p) return FitFlat(prob, rows, p, maxIter, tol);
     return FitFlat(prob, RowMajorColumns(rows, p, n, cols), q, maxIter, tol);
@@ -35,6 +36,34 @@ double NullLogLik(const CoxProblem& prob, const double* rowMajor, std::size_t n,
                    h.data(), rowMajor);
   return ll;
 }
+
+namespace {
+
+// The rows in sorted order (order[r] = input row of sorted row r): time, status, event weights
+// (weight x status; only with case weights, see the caller) and the column-major design X
+// (leading dimension ldx, p columns) as rows of p values. Each source is read on its own (a
+// random read of one column stays far better in cache than of all at once), and the design is
+// filled in blocks of rows so that the p column passes over a block write to memory in cache.
+void GatherSorted(const std::vector<std::uint32_t>& order, const double* time, const double* status,
+                  const double* weight, const double* X, std::size_t ldx, std::size_t p, double* t,
+                  double* s, double* ew, double* design) {
+  const std::size_t n = order.size();
+  const std::uint32_t* o = order.data();
+  for (std::size_t r = 0; r < n; ++r) t[r] = time[o[r]];
+  for (std::size_t r = 0; r < n; ++r) s[r] = status[o[r]];
+  if (weight)
+    for (std::size_t r = 0; r < n; ++r) ew[r] = weight[o[r]] * s[r];
+  constexpr std::size_t kBlock = 4096;
+  for (std::size_t r0 = 0; r0 < n; r0 += kBlock) {
+    const std::size_t r1 = std::min(n, r0 + kBlock);
+    for (std::size_t j = 0; j < p; ++j) {
+      const double* col = X + j * ldx;
+      for (std::size_t r = r0; r < r1; ++r) design[r * p + j] = col[o[r]];
+    }
+  }
+}
+
+}  // namespace
 
 int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* weights,
                matrix<double>* X, matrix<double>* strata, matrix<double>* strataSizes, int n, int p,
@@ -87,22 +116,28 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   std::vector<std::size_t> first, size;
   const int prep = SortedRowOrder(time, n, status, strata, sizes, strataCount, order, first, size);
   if (prep != 0) return prep;
-  ApplyRowPermutation(time, 0, order);
-  ApplyRowPermutation(status, 0, order);
-  // Event weights: the case weight of an event row, 0 for a censored row, so that censored rows
-  // never enter the event terms.
+  // One gather in sorted order: time, status, the event weights (the case weight of an event
+  // row, 0 for a censored row, so that censored rows never enter the event terms) and the design
+  // row by row. Every element is written, so the buffers need no initial fill.
   const auto up = static_cast<std::size_t>(p);
-  std::vector<double> ew(rows), design(rows * up);
-  for (std::size_t r = 0; r < rows; ++r) {
-    const std::size_t i = order[r];
-    ew[r] = (weighted ? weights->data[i] : 1.0) * status->data[r];
-    for (std::size_t j = 0; j < up; ++j) design[r * up + j] = X->data[j * X->rows + i];
-  }
+  std::unique_ptr<double[]> sortedTime(new double[rows]), sortedStatus(new double[rows]);
+  // Without case weights the event weight 1 x status is the sorted status itself.
+  std::unique_ptr<double[]> ewBuf(weighted ? new double[rows] : nullptr);
+  std::unique_ptr<double[]> designBuf(new double[rows * up + 1]);
+  GatherSorted(order, time->data, status->data, weighted ? weights->data : nullptr, X->data,
+               X->rows, up, sortedTime.get(), sortedStatus.get(), ewBuf.get(), designBuf.get());
+  // The sorted time and status replace the caller's copies for everything that follows.
+  matrix<double> timeSorted(static_cast<std::uint32_t>(rows), 1, sortedTime.get(), 1);
+  matrix<double> statusSorted(static_cast<std::uint32_t>(rows), 1, sortedStatus.get(), 1);
+  time = &timeSorted;
+  status = &statusSorted;
+  const double* ew = weighted ? ewBuf.get() : sortedStatus.get();
+  const double* design = designBuf.get();
   FillBlockTables(time, status, nullptr, first, size, &nTimes, &nCensored, &bStart, &bSize,
                   &bEvents, &maxTimes);
   const RiskLayout layout =
       LayoutFromTables(rows, strataCount, sizes, &nTimes, &bStart, &bSize, &bEvents);
-  CoxProblem prob{&layout, ew.data(), FlatTerms(ties)};
+  CoxProblem prob{&layout, ew, FlatTerms(ties)};
   const int limit = maxIter ? *maxIter : 1;
 
   // Variables: nVars runs of varCoefs columns, or one variable per column.
@@ -117,14 +152,12 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
 
   SelectionResult sel;
   if (selection == 0 || selection == 1) {
-    sel = selection == 0
-              ? Forward(fit, coefs, p, threshold, NullLogLik(prob, design.data(), rows, p))
-              : Backward(fit, coefs, p, threshold, backStatistic);
+    sel = selection == 0 ? Forward(fit, coefs, p, threshold, NullLogLik(prob, design, rows, p))
+                         : Backward(fit, coefs, p, threshold, backStatistic);
     if (sel.status < 0) return -5;
   } else {
     for (int j = 0; j < p; ++j) sel.columns.push_back(j);
-    sel.fit = survRes == -1 ? FitFlat(prob, design, p, limit, tol)
-                            : FitFlat(prob, std::move(design), p, limit, tol);
+    sel.fit = FitFlat(prob, design, p, limit, tol);
     sel.variableStep.assign(coefs.size(), 0);
   }
 
@@ -192,8 +225,8 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
     for (std::size_t i = 0; i < rows; ++i)
       for (std::size_t j = 0; j < up; ++j) xMean[j] += design[i * up + j];
     for (std::size_t j = 0; j < up; ++j) xMean[j] /= static_cast<double>(rows);
-    PostFitOutputs(layout, design.data(), p, finalBeta.data(), xMean.data(), time->data,
-                   status->data, survCols, baseSurvival, rowSurvival, meanSurvival, residuals);
+    PostFitOutputs(layout, design, p, finalBeta.data(), xMean.data(), time->data, status->data,
+                   survCols, baseSurvival, rowSurvival, meanSurvival, residuals);
   }
   return 0;
 }

@@ -14,8 +14,8 @@ TieTerms FlatTerms(int ties);
 
 // Fits of column subsets of the row-major design `rows` (n x p) with the flat Newton-Raphson
 // scheme; `rows` must outlive the returned function.
-ColumnFit FlatColumnFit(const CoxProblem& prob, const std::vector<double>& rows, std::size_t n,
-                        int p, int maxIter, double tol);
+ColumnFit FlatColumnFit(const CoxProblem& prob, const double* rows, std::size_t n, int p,
+                        int maxIter, double tol);
 
 // Log-likelihood at beta = 0 of a row-major design (0 when p < 1: nothing is accumulated).
 double NullLogLik(const CoxProblem& prob, const double* rowMajor, std::size_t n, int p);

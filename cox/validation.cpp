@@ -205,9 +205,27 @@ int ResCox_ST(COX_Param& /*param*/, cCOX_Results& res) {
 int ConcordIndex_ST(cCOX_Results& res) {
   res.concordance = kMissing;
   if (!Prepared(res)) return -1;
-  const ModelDesign d = MakeModelDesign(res);
-  const std::vector<double> eta = Eta(d.x, d.n, d.q, d.beta.data());
-  res.concordance = ConcordanceFenwick(d.n, res.time.data, res.status.data, eta.data());
+  // eta = centred x' beta of the model's columns, accumulated column by column straight from the
+  // prepared design: the same sums, in the same order, as over MakeModelDesign's centred copy,
+  // without building that copy.
+  const auto n = static_cast<std::size_t>(res.n);
+  std::vector<double> eta(n, 0.0);
+  std::uint32_t c = 0;
+  for (std::uint32_t j = 0; j < static_cast<std::uint32_t>(res.p < 0 ? 0 : res.p); ++j) {
+    if (!(j < res.inModel.count && res.inModel.data[j] == 1)) continue;
+    const double b = c < res.beta.count ? res.beta.data[c] : 0.0;
+    ++c;
+    const std::size_t off = static_cast<std::size_t>(j) * n;
+    const double* src = res.design.data + off;
+    double s = 0.0, mean = 0.0;
+    if (off + n <= res.design.count) {
+      for (std::size_t i = 0; i < n; ++i) s += src[i];
+      mean = s / static_cast<double>(n);
+    }
+    for (std::size_t i = 0; i < n; ++i)
+      eta[i] += (off + n <= res.design.count ? src[i] - mean : 0.0) * b;
+  }
+  res.concordance = ConcordanceFenwick(n, res.time.data, res.status.data, eta.data());
   return 0;
 }
 

@@ -162,7 +162,7 @@ int RunSelection(bool forward, int p, matrix<double>* w, matrix<double>* X, int 
                                                                                 : 0);
   const std::vector<double> rows = velkor::cox::RowMajorCopy(fp.x.data(), fp.n, fp.n, fp.p);
   const velkor::cox::ColumnFit fit =
-      velkor::cox::FlatColumnFit(fp.prob, rows, fp.n, fp.p, maxIter ? *maxIter : 1, tol);
+      velkor::cox::FlatColumnFit(fp.prob, rows.data(), fp.n, fp.p, maxIter ? *maxIter : 1, tol);
   const velkor::cox::SelectionResult sel =
       forward ? velkor::cox::Forward(fit, coefs, fp.p, threshold,
                                      velkor::cox::NullLogLik(fp.prob, rows.data(), fp.n, fp.p))

@@ -288,4 +288,31 @@ TEST(CoxLikelihood, UnorderedCallerTablesFallBackToDirectSums) {
   EXPECT_EQ(a, b);
 }
 
+TEST(CoxLikelihood, OverlappingCallerBlocksKeepTheirEfronTiedSums) {
+  // Ascending blocks whose tied rows run into the next block (a caller's table, never built by
+  // the preparation): the row-major evaluation must still read every tied row's exp(eta), as the
+  // direct sums do.
+  const std::vector<double> x = {0.1, 0.4,  -0.3, 0.9, 0.2, -0.5,  // column 1
+                                 1.0, -0.2, 0.3,  0.0, 0.7, 0.4};  // column 2
+  const std::vector<double> w = {1, 0.5, 2, 1, 1, 1.5};
+  velkor::cox::RiskLayout lay;
+  lay.n = 6;
+  lay.blocks = {{0, 3, 3}, {2, 2, 2}, {4, 2, 2}};
+  velkor::cox::StratumRange st;
+  st.rows = 6;
+  st.blockEnd = 3;
+  lay.strata = {st};
+  const std::vector<double> beta = {0.7, -0.4};
+  const std::vector<double> rows = velkor::cox::RowMajorCopy(x.data(), 6, 6, 2);
+  double a = 0, b = 0, ga[2], gb[2], ha[4], hb[4];
+  velkor::cox::RiskWorkspace work;
+  velkor::cox::EvaluateRiskSets(lay, x.data(), 6, 2, w.data(), beta.data(), TieTerms::EfronWeighted,
+                                a, ga, ha, rows.data(), &work);
+  velkor::cox::EvaluateRiskSetsDirect(lay, x.data(), 6, 2, w.data(), beta.data(),
+                                      TieTerms::EfronWeighted, b, gb, hb);
+  EXPECT_NEAR(a, b, 1e-14 * std::fabs(b));
+  for (int k = 0; k < 2; ++k) EXPECT_NEAR(ga[k], gb[k], 1e-14);
+  for (int k = 0; k < 4; ++k) EXPECT_NEAR(ha[k], hb[k], 1e-14);
+}
+
 }  // namespace

@@ -214,6 +214,84 @@ TEST(CoxApiReference, ObjectFormWithBreslowTiesMatchesCoxphBreslow) {
   CompareObject(veteran_breslow, d, factors, false);
 }
 
+// Rows with a missing cell (time, covariate, stratum key or weight) are left out exactly: the run
+// on the data with such rows inserted (after some complete rows, adjacent, at the end) equals, bit
+// for bit, the run on the complete rows alone, strata and case weights included; only the data-set
+// row numbers of the sorted rows differ.
+TEST(CoxApiReference, IncompleteRowsAreLeftOutBitForBit) {
+  const CoxFixture& f = lung_strata_efron;
+  const auto n = static_cast<std::size_t>(f.n);
+  const auto up = static_cast<std::size_t>(f.p);
+  struct Columns {
+    std::vector<double> time, status, stratum, weight;
+    std::vector<std::vector<double>> x;
+    std::vector<int> source;  // fixture row of each row, -1 for an inserted incomplete row
+  };
+  auto build = [&](bool withIncomplete) {
+    Columns c;
+    c.x.resize(up);
+    auto push = [&](int i, int missingCell) {
+      const double nan = std::numeric_limits<double>::quiet_NaN();
+      const auto k = static_cast<std::size_t>(i < 0 ? 0 : i);
+      c.time.push_back(missingCell == 0 ? nan : f.time[k]);
+      c.status.push_back(f.status[k]);
+      c.stratum.push_back(missingCell == 1 ? nan : f.strata[k]);
+      c.weight.push_back(missingCell == 2 ? VELKOR_MISSING
+                                          : 0.5 + 0.25 * static_cast<double>(k % 4));
+      for (std::size_t j = 0; j < up; ++j)
+        c.x[j].push_back(missingCell == 3 && j == up - 1 ? nan : f.x[j * n + k]);
+      c.source.push_back(i);
+    };
+    for (std::size_t i = 0; i < n; ++i) {
+      if (withIncomplete && (i == 5 || i == 17 || i == 18 || i == 101))
+        push(-1 - static_cast<int>(i % 4), static_cast<int>(i % 4));
+      push(static_cast<int>(i), -1);
+    }
+    if (withIncomplete) push(-9, 3);
+    return c;
+  };
+  auto run = [&](Columns& c, cCOX_Results& res) {
+    cST_DataSet d;
+    const auto rows = static_cast<std::uint32_t>(c.time.size());
+    d.add(u"time", c.time.data(), rows);
+    d.add(u"status", c.status.data(), rows);
+    d.add(u"stratum", c.stratum.data(), rows);
+    d.add(u"w", c.weight.data(), rows);
+    cST_FactorsInfo factors;
+    for (std::size_t j = 0; j < up; ++j) {
+      d.add(U16(f.names[j]), c.x[j].data(), rows);
+      factors.quantitative.push_back(4 + static_cast<int>(j));
+    }
+    COX_Param par;
+    par.strataColumn = 2;
+    par.weightColumn = 3;
+    VELKORInfo info;
+    return COX_Compute_ST(d, par, res, factors, info);
+  };
+  Columns clean = build(false), holes = build(true);
+  cCOX_Results a, b;
+  ASSERT_EQ(run(clean, a), 0);
+  ASSERT_EQ(run(holes, b), 0);
+  ASSERT_EQ(a.n, f.n);
+  ASSERT_EQ(b.n, f.n);
+  auto same = [](const VectD& x, const VectD& y, const char* what) {
+    ASSERT_EQ(x.count, y.count) << what;
+    EXPECT_EQ(0, std::memcmp(x.data, y.data, x.count * sizeof(double))) << what;
+  };
+  same(a.time, b.time, "time");
+  same(a.strataKey, b.strataKey, "strata");
+  same(a.eventWeights, b.eventWeights, "event weights");
+  same(a.design, b.design, "design");
+  same(a.beta, b.beta, "beta");
+  same(a.modelStats, b.modelStats, "model statistics");
+  same(a.coefTable, b.coefTable, "coefficient table");
+  same(a.cvTable, b.cvTable, "quality row");
+  same(a.residuals, b.residuals, "residuals");
+  for (int r = 0; r < f.n; ++r)
+    EXPECT_EQ(clean.source[static_cast<std::size_t>(a.rowIndex.data[r])],
+              holes.source[static_cast<std::size_t>(b.rowIndex.data[r])]);
+}
+
 TEST(CoxApiReference, QualitativeVariablesUseTreatmentCodingLikeR) {
   {
     // veteran: karno, age, then celltype (levels adeno < large < smallcell < squamous; adeno is
