@@ -8,6 +8,7 @@
 
 #include "companion/distributions.h"
 #include "companion/sorting.h"
+#include "core/frame_memory.h"
 #include "core/numeric.h"
 
 namespace velkor::cox {
@@ -190,7 +191,7 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
   // Dense ranks of eta (1-based); NaN above every number, never "lower" than another row. The
   // shared stable sort orders NaN last.
   const std::vector<std::uint32_t> byEta = SortOrder(eta, n);
-  std::vector<std::uint32_t> rank(n, 0);
+  frame_memory::ScratchVector<std::uint32_t> rank(n, 0);
   std::uint32_t r = 0;
   for (std::size_t k = 0; k < n; ++k) {
     const std::uint32_t i = byEta[k];
@@ -204,15 +205,17 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
   bool ascending = true;
   for (std::size_t k = 0; k < n && ascending; ++k)
     ascending = !std::isnan(time[k]) && (k == 0 || !(time[k] < time[k - 1]));
-  std::vector<std::uint32_t> byTime;
-  if (ascending) {
-    byTime.resize(n);
-    for (std::size_t k = 0; k < n; ++k) byTime[k] = static_cast<std::uint32_t>(k);
-  } else {
-    byTime = SortOrder(time, n);
-  }
-  while (!byTime.empty() && std::isnan(time[byTime.back()])) byTime.pop_back();
-  std::reverse(byTime.begin(), byTime.end());
+  std::vector<std::uint32_t> sorted;
+  if (!ascending) sorted = SortOrder(time, n);
+  // Rows with a time (NaN last in the ascending order), visited from the last: row(k) is the
+  // k-th row in descending time.
+  std::size_t timed = ascending ? n : sorted.size();
+  while (!ascending && timed > 0 && std::isnan(time[sorted[timed - 1]])) --timed;
+  const std::uint32_t* asc = ascending ? nullptr : sorted.data();
+  auto row = [&](std::size_t k) -> std::uint32_t {
+    const std::size_t at = timed - 1 - k;
+    return asc ? asc[at] : static_cast<std::uint32_t>(at);
+  };
   // Counts of the ranks of the rows with a strictly greater time, in two levels: the count of
   // each rank, and a Fenwick tree over superblocks of 64 consecutive ranks. The number of
   // inserted rows ranked below rank k is the tree's prefix over the superblocks below k's plus
@@ -221,14 +224,15 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
   // tree over all n ranks misses at most of its log2(n) levels. Exact integer counts: the same
   // result as the one-level tree. Counts fit in 32 bits (n < 2^32 rows).
   constexpr unsigned kShift = 6;
-  std::vector<std::uint32_t> count(static_cast<std::size_t>(r) + 1, 0);
+  frame_memory::ScratchVector<std::uint32_t> count(static_cast<std::size_t>(r) + 1, 0);
   std::vector<std::uint32_t> tree((static_cast<std::size_t>(r) >> kShift) + 2, 0);
   std::uint64_t inserted = 0, concordant = 0, comparable = 0;
-  for (std::size_t g = 0; g < byTime.size();) {
+  for (std::size_t g = 0; g < timed;) {
     std::size_t e = g;
-    while (e < byTime.size() && time[byTime[e]] == time[byTime[g]]) ++e;
+    const double tg = time[row(g)];
+    while (e < timed && time[row(e)] == tg) ++e;
     for (std::size_t k = g; k < e; ++k) {
-      const std::uint32_t i = byTime[k];
+      const std::uint32_t i = row(k);
       if (status[i] != 1.0) continue;
       comparable += inserted;
       if (std::isnan(eta[i])) continue;
@@ -239,7 +243,7 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
       concordant += below;
     }
     for (std::size_t k = g; k < e; ++k) {
-      const std::size_t ri = rank[byTime[k]];
+      const std::size_t ri = rank[row(k)];
       ++count[ri];
       for (std::size_t q = (ri >> kShift) + 1; q < tree.size(); q += q & (~q + 1)) ++tree[q];
       ++inserted;

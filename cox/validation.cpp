@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "companion/random.h"
+#include "core/frame_memory.h"
 #include "core/numeric.h"
 #include "cox/post_fit.h"
 #include "cox/run.h"
@@ -209,7 +210,7 @@ int ConcordIndex_ST(cCOX_Results& res) {
   // prepared design: the same sums, in the same order, as over MakeModelDesign's centred copy,
   // without building that copy.
   const auto n = static_cast<std::size_t>(res.n);
-  std::vector<double> eta(n, 0.0);
+  frame_memory::ScratchVector<double> eta(n, 0.0);
   std::uint32_t c = 0;
   for (std::uint32_t j = 0; j < static_cast<std::uint32_t>(res.p < 0 ? 0 : res.p); ++j) {
     if (!(j < res.inModel.count && res.inModel.data[j] == 1)) continue;
