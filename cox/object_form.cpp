@@ -6,9 +6,9 @@
 #include <map>
 #include <memory>
 
-#include "core/frame_memory.h"
 #include "core/numeric.h"
 #include "cox/run.h"
+#include "cox/scratch.h"
 
 namespace velkor::cox {
 namespace {
@@ -24,13 +24,12 @@ VectD ToVect(const std::vector<double>& v) {
 // The listed design columns, each centred on its mean over the rows, stored row by row (n x q)
 // or, with columnMajor, column by column.
 // The copy comes from the frame's block cache (memory of an earlier call reused) and is written
-// completely.
-frame_memory::ScratchVector<double> CentredColumns(const cCOX_Results& res,
-                                                   const std::vector<int>& cols,
-                                                   bool columnMajor = false) {
+// completely, so it gets no initial fill.
+FilledLaterVector<double> CentredColumns(const cCOX_Results& res,
+                                         const std::vector<int>& cols, bool columnMajor = false) {
   const auto n = static_cast<std::size_t>(res.n);
   const std::size_t q = cols.size();
-  frame_memory::ScratchVector<double> x(n * q);
+  FilledLaterVector<double> x(n * q);
   std::vector<double> mean(q, 0.0);
   for (std::size_t j = 0; j < q; ++j) {
     const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
@@ -363,7 +362,7 @@ int ComputeLogLikeDerivativesCox_ST(const VectD& beta, const std::vector<int>& c
   for (int c : cols)
     if (c < 0 || c >= res.p) return -1;
   const RiskLayout layout = ObjectLayout(res);
-  const frame_memory::ScratchVector<double> x = CentredColumns(res, cols, true);
+  const FilledLaterVector<double> x = CentredColumns(res, cols, true);
   const auto q = cols.size();
   std::vector<double> b(q, 0.0), g(q), h(q * q);
   for (std::size_t j = 0; j < q && j < beta.count; ++j) b[j] = beta.data[j];
@@ -438,7 +437,7 @@ int Select(COX_Param& param, cCOX_Results& res, bool forward) {
   SelectionResult sel;
   if (forward) {
     const std::vector<int> all = AllColumns(res.p);
-    const frame_memory::ScratchVector<double> x = CentredColumns(res, all);
+    const FilledLaterVector<double> x = CentredColumns(res, all);
     CoxProblem prob{&layout, res.eventWeights.data, ObjectTerms(param.ties)};
     sel = Forward(fit, VariableCoefs(res), res.p, param.entryThreshold,
                   NullLogLik(prob, x.data(), static_cast<std::size_t>(res.n), res.p));

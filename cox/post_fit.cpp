@@ -10,6 +10,7 @@
 #include "companion/sorting.h"
 #include "core/frame_memory.h"
 #include "core/numeric.h"
+#include "cox/scratch.h"
 
 namespace velkor::cox {
 
@@ -191,7 +192,7 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
   // Dense ranks of eta (1-based); NaN above every number, never "lower" than another row. The
   // shared stable sort orders NaN last.
   const std::vector<std::uint32_t> byEta = SortOrder(eta, n);
-  frame_memory::ScratchVector<std::uint32_t> rank(n, 0);
+  FilledLaterVector<std::uint32_t> rank(n);  // every row gets its rank below
   std::uint32_t r = 0;
   for (std::size_t k = 0; k < n; ++k) {
     const std::uint32_t i = byEta[k];
