@@ -2,6 +2,7 @@
 #include "cox/post_fit.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <numeric>
@@ -189,15 +190,20 @@ void FillResiduals(const RiskLayout& lay, const BreslowBaseline& bl, const doubl
 
 double ConcordanceFenwick(std::size_t n, const double* time, const double* status,
                           const double* eta, double* num, double* den) {
-  // Dense ranks of eta (1-based); NaN above every number, never "lower" than another row. The
-  // shared stable sort orders NaN last.
+  // Every row's position in the stable ascending order of eta (NaN last, above every number) and
+  // the first position of its group of equal eta (a NaN is equal to nothing): the rows with eta
+  // below row i's are exactly those placed before i's group. Positions are unique, so the rows
+  // already counted form a set of positions held as a bitset.
   const std::vector<std::uint32_t> byEta = SortOrder(eta, n);
-  FilledLaterVector<std::uint32_t> rank(n);  // every row gets its rank below
-  std::uint32_t r = 0;
+  struct Place {
+    std::uint32_t pos, low;
+  };
+  FilledLaterVector<Place> place(n);  // every row gets its place below
   for (std::size_t k = 0; k < n; ++k) {
     const std::uint32_t i = byEta[k];
-    if (k == 0 || std::isnan(eta[i]) || eta[i] != eta[byEta[k - 1]]) ++r;
-    rank[i] = r;
+    const auto pk = static_cast<std::uint32_t>(k);
+    const bool newGroup = k == 0 || std::isnan(eta[i]) || eta[i] != eta[byEta[k - 1]];
+    place[i] = {pk, newGroup ? pk : place[byEta[k - 1]].low};
   }
   // Rows by time, descending (the ascending order read backwards); a NaN time is never
   // comparable.
@@ -217,19 +223,14 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
     const std::size_t at = timed - 1 - k;
     return asc ? asc[at] : static_cast<std::uint32_t>(at);
   };
-  // Counts of the ranks of the rows with a strictly greater time, in three levels: the count of
-  // each rank, the count of each group of 8 consecutive ranks, and a Fenwick tree over superblocks
-  // of 64 ranks. The number of inserted rows ranked below rank k is the tree's prefix over the
-  // superblocks below k's, plus the group counts of k's superblock below k's group, plus the rank
-  // counts of k's group below k: at most 7 + 7 additions besides the tree, where a scan of the
-  // superblock's rank counts takes up to 63. The tree (n / 64 entries) and the group counts
-  // (n / 8) stay in cache far better than a Fenwick tree over all n ranks. Exact integer counts:
-  // the same result as any other exact count. Counts fit in 32 bits (n < 2^32 rows).
-  constexpr unsigned kShift = 6;
-  constexpr unsigned kGroup = 3;
-  frame_memory::ScratchVector<std::uint32_t> count(static_cast<std::size_t>(r) + 1, 0);
-  std::vector<std::uint32_t> group((static_cast<std::size_t>(r) >> kGroup) + 1, 0);
-  std::vector<std::uint32_t> tree((static_cast<std::size_t>(r) >> kShift) + 2, 0);
+  // The positions of the rows with a strictly greater time: one bit per position in words of
+  // 64, and a Fenwick tree of the number of bits set in each word. The number of counted rows
+  // placed before position q is the tree's prefix over the words below q's plus the bits of q's
+  // word below q. The bitset (n / 8 bytes) and the tree (n / 16 bytes) stay in cache where one
+  // count per row would not. Exact integer counts, so the result does not depend on how they
+  // are kept. Counts fit in 32 bits (n < 2^32 rows).
+  std::vector<std::uint64_t> bits((n >> 6) + 1, 0);
+  std::vector<std::uint32_t> tree(bits.size() + 1, 0);
   std::uint64_t inserted = 0, concordant = 0, comparable = 0;
   for (std::size_t g = 0; g < timed;) {
     std::size_t e = g;
@@ -240,19 +241,17 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
       if (status[i] != 1.0) continue;
       comparable += inserted;
       if (std::isnan(eta[i])) continue;
-      const std::size_t ri = rank[i], block = ri >> kShift;
+      const std::size_t low = place[i].low, word = low >> 6;
       std::uint64_t below = 0;  // rows of greater time with eta_j < eta_i
-      for (std::size_t q = block; q > 0; q -= q & (~q + 1)) below += tree[q];
-      const std::size_t gi = ri >> kGroup;
-      for (std::size_t q = block << (kShift - kGroup); q < gi; ++q) below += group[q];
-      for (std::size_t q = gi << kGroup; q < ri; ++q) below += count[q];
+      for (std::size_t q = word; q > 0; q -= q & (~q + 1)) below += tree[q];
+      const std::uint64_t under = (std::uint64_t{1} << (low & 63)) - 1;
+      below += static_cast<std::uint64_t>(std::popcount(bits[word] & under));
       concordant += below;
     }
     for (std::size_t k = g; k < e; ++k) {
-      const std::size_t ri = rank[row(k)];
-      ++count[ri];
-      ++group[ri >> kGroup];
-      for (std::size_t q = (ri >> kShift) + 1; q < tree.size(); q += q & (~q + 1)) ++tree[q];
+      const std::size_t pos = place[row(k)].pos;
+      bits[pos >> 6] |= std::uint64_t{1} << (pos & 63);
+      for (std::size_t q = (pos >> 6) + 1; q < tree.size(); q += q & (~q + 1)) ++tree[q];
       ++inserted;
     }
     g = e;
