@@ -35,6 +35,9 @@ struct KeyIndex {
 std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
   velkor::frame_memory::Block blockA(n * sizeof(KeyIndex));
   auto* a = static_cast<KeyIndex*>(blockA.get());
+  // The second array of the radix passes; it lives as long as the first, since the sorted keys
+  // may end in either.
+  velkor::frame_memory::Block blockB(n < 512 ? 0 : n * sizeof(KeyIndex));
   for (std::size_t i = 0; i < n; ++i) a[i] = {order_key(key[i]), static_cast<std::uint32_t>(i)};
   if (n < 512) {
     std::stable_sort(a, a + n,
@@ -50,7 +53,6 @@ std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
         ++count[pass * kBuckets + ((e.key >> (kBits * pass)) & (kBuckets - 1))];
       }
     }
-    velkor::frame_memory::Block blockB(n * sizeof(KeyIndex));
     auto* b = static_cast<KeyIndex*>(blockB.get());
     for (int pass = 0; pass < kPasses; ++pass) {
       const int shift = kBits * pass;
