@@ -40,8 +40,7 @@ std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
   velkor::frame_memory::Block blockB(n < 512 ? 0 : n * sizeof(KeyIndex));
   for (std::size_t i = 0; i < n; ++i) a[i] = {order_key(key[i]), static_cast<std::uint32_t>(i)};
   if (n < 512) {
-    std::stable_sort(a, a + n,
-                     [](const KeyIndex& x, const KeyIndex& y) { return x.key < y.key; });
+    std::stable_sort(a, a + n, [](const KeyIndex& x, const KeyIndex& y) { return x.key < y.key; });
   } else {
     constexpr int kBits = 11;
     constexpr int kPasses = 6;

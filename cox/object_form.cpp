@@ -25,8 +25,8 @@ VectD ToVect(const std::vector<double>& v) {
 // or, with columnMajor, column by column.
 // The copy comes from the frame's block cache (memory of an earlier call reused) and is written
 // completely, so it gets no initial fill.
-FilledLaterVector<double> CentredColumns(const cCOX_Results& res,
-                                         const std::vector<int>& cols, bool columnMajor = false) {
+FilledLaterVector<double> CentredColumns(const cCOX_Results& res, const std::vector<int>& cols,
+                                         bool columnMajor = false) {
   const auto n = static_cast<std::size_t>(res.n);
   const std::size_t q = cols.size();
   FilledLaterVector<double> x(n * q);

@@ -291,7 +291,7 @@ TEST(CoxApiReference, IncompleteRowsAreLeftOutBitForBit) {
   // times, which are reported as 0 (nothing of the memory's earlier contents).
   int pastEnd = 0;
   for (const auto* t : {&a.blockStart, &a.blockSize, &a.blockEvents}) {
-    const VectI& other = t == &a.blockStart ? b.blockStart
+    const VectI& other = t == &a.blockStart  ? b.blockStart
                          : t == &a.blockSize ? b.blockSize
                                              : b.blockEvents;
     ASSERT_EQ(t->count, other.count);
