@@ -28,6 +28,16 @@ struct KeyIndex {
 // costs about 2 + 2 x (passes that move) sweeps of the data: linear in n and stable by
 // construction. Short inputs use std::stable_sort, which is cheaper there.
 std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
+  // Keys already in order (a block sorted by an earlier step, as each group's times are after
+  // the data preparation) keep their order: a stable sort of them is the identity, found in one
+  // pass that stops at the first descent.
+  std::size_t sorted = 1;
+  while (sorted < n && order_key(key[sorted - 1]) <= order_key(key[sorted])) ++sorted;
+  if (n == 0 || sorted == n) {
+    std::vector<std::uint32_t> identity(n);
+    std::iota(identity.begin(), identity.end(), std::uint32_t{0});
+    return identity;
+  }
   std::vector<KeyIndex> a(n);
   for (std::size_t i = 0; i < n; ++i) a[i] = {order_key(key[i]), static_cast<std::uint32_t>(i)};
   if (n < 512) {
@@ -116,6 +126,9 @@ void SortQ(matrix<double>* key, int first, int last, std::initializer_list<matri
   std::size_t offset = 0, len = 0;
   if (!clip_block(key, first, last, offset, len)) return;
   const std::vector<std::uint32_t> order = SortOrder(key->data + offset, len);
+  bool identity = true;
+  for (std::size_t r = 0; r < len && identity; ++r) identity = order[r] == r;
+  if (identity) return;  // already in order: nothing moves
   std::vector<double> scratch;
   for (matrix<double>* m : carried) {
     if (m != key) permute_rows(m, offset, order, scratch);
