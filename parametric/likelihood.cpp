@@ -16,6 +16,7 @@
 #include <cmath>
 #include <vector>
 
+#include "companion/normal_tail.h"
 #include "core/numeric.h"
 
 namespace velkor::param {
@@ -23,17 +24,6 @@ namespace {
 
 constexpr double kLogSqrt2Pi = 0.91893853320467274178;  // log sqrt(2 pi)
 constexpr double kInvSqrt2Pi = 0.39894228040143267794;  // 1 / sqrt(2 pi)
-constexpr double kInvSqrt2 = 0.70710678118654752440;
-
-inline double NormPdf(double z) {
-  return kInvSqrt2Pi * std::exp(-0.5 * z * z);
-}
-inline double NormCdf(double z) {
-  return 0.5 * std::erfc(-z * kInvSqrt2);
-}
-inline double NormSurv(double z) {
-  return 0.5 * std::erfc(z * kInvSqrt2);
-}
 
 // Partial derivatives of one contribution with respect to (eta, sigma).
 struct Local {
@@ -116,20 +106,40 @@ inline double EvLogInterval(double zl, double zu, double& cl, double& dl, double
   return -el + std::log(q);
 }
 
-// log(Phi(zu) - Phi(zl)), the difference taken in the upper tail when both bounds lie above 0.
+// log(Phi(zu) - Phi(zl)), written as an upper-tail difference D = Q(s) - Q(t), s < t: (s, t) =
+// (zl, zu) when zl > 0, else (-zu, -zl), so that the difference never cancels two values near 1.
+// With the scaled tails R (companion/normal_tail.h) and s beyond 0.6629,
+//   D = e_s (R(s) - g R(t)),  g = e_t / e_s = exp(-(t - s)(t + s)/2),
+// so log D = -s^2/2 + log(R(s) - g R(t)), phi(s)/D = 1/(sqrt(2 pi) m) and phi(t)/D = g/(sqrt(2 pi)
+// m) with m = R(s) - g R(t): one exp for the row, and finite where both tails underflow.
 template <bool D>
 inline double NormLogInterval(double zl, double zu, double& cl, double& dl, double& cu,
                               double& du) {
-  const double diff = zl > 0.0 ? NormSurv(zl) - NormSurv(zu) : NormCdf(zu) - NormCdf(zl);
-  if constexpr (D) {
-    const double fu = NormPdf(zu), fl = NormPdf(zl);
+  const bool upperForm = zl > 0.0;
+  const double s = upperForm ? zl : -zu, t = upperForm ? zu : -zl;
+  double logd, cs, ct;
+  if (NormalScaledTailApplies(s) && NormalScaledTailApplies(t)) {
+    const double g = std::exp(-0.5 * (t - s) * (t + s));
+    const double m = NormalScaledTail(s) - g * NormalScaledTail(t);
+    logd = -0.5 * s * s + std::log(m);
+    const double im = kInvSqrt2Pi / m;
+    cs = im;
+    ct = g * im;
+  } else {
+    const NormalTailTerms ts = NormalTail<false>(s), tt = NormalTail<false>(t);
+    const double diff = ts.q - tt.q;
+    logd = std::log(diff);
     const double inv = 1.0 / diff;
-    cu = fu == 0.0 ? 0.0 : fu * inv;
-    du = fu == 0.0 ? 0.0 : -zu * cu;
-    cl = fl == 0.0 ? 0.0 : fl * inv;
-    dl = fl == 0.0 ? 0.0 : -zl * cl;
+    cs = ts.pdf == 0.0 ? 0.0 : ts.pdf * inv;
+    ct = tt.pdf == 0.0 ? 0.0 : tt.pdf * inv;
   }
-  return std::log(diff);
+  if constexpr (D) {
+    cl = upperForm ? cs : ct;
+    cu = upperForm ? ct : cs;
+    du = cu == 0.0 ? 0.0 : -zu * cu;
+    dl = cl == 0.0 ? 0.0 : -zl * cl;
+  }
+  return logd;
 }
 
 inline void Scale(Local& d, double v) {
@@ -196,21 +206,17 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
     return true;
   }
   if (code == 0.0) {
-    const double q = NormSurv(z);
-    ll += v * std::log(q);
-    if constexpr (D) {
-      const double lam = q == 0.0 ? 0.0 : NormPdf(z) / q;  // Mills ratio
-      FromZ(z, is, -v * lam, -v * lam * (lam - z), d);
-    }
+    double logQ, lam;  // log(1 - Phi(z)) and the Mills ratio phi(z)/(1 - Phi(z))
+    NormalLogTail(z, logQ, lam);
+    ll += v * logQ;
+    if constexpr (D) FromZ(z, is, -v * lam, -v * lam * (lam - z), d);
     return true;
   }
   if (code == 2.0) {  // subtracted on purpose
-    const double c = NormCdf(z);
-    ll -= v * std::log(c);
-    if constexpr (D) {
-      const double mu = c == 0.0 ? 0.0 : NormPdf(z) / c;
-      FromZ(z, is, -v * mu, v * mu * (z + mu), d);
-    }
+    double logC, mu;  // log Phi(z) = log Q(-z) and phi(z)/Phi(z)
+    NormalLogTail(-z, logC, mu);
+    ll -= v * logC;
+    if constexpr (D) FromZ(z, is, -v * mu, v * mu * (z + mu), d);
     return true;
   }
   if (code == 3.0) {

@@ -35,8 +35,12 @@
 //              previous event term plus w.
 // The gradient and Hessian are the exact analytic derivatives of that function, carried terms
 // included (a carried term depends on the parameters through the row that computed it).
-// Tail probabilities are computed in their stable forms (1 - Phi(z) as Phi(-z) by erfc,
-// 1 - exp(-e^z) by expm1, log phi analytically); mathematically they are the formulas above.
+// Tail probabilities are computed in their stable forms (1 - exp(-e^z) by expm1, log phi
+// analytically; the normal tails through the scaled tail R(z) = (1 - Phi(z)) exp(z^2/2) of
+// companion/normal_tail.h, so that log(1 - Phi(z)) = -z^2/2 + log R(z) and the Mills ratio
+// 1/(sqrt(2 pi) R(z)) need neither exp nor erfc); mathematically they are the formulas above.
+// Where 1 - Phi(z) or Phi(z) underflows (|z| > 38.5) the log-normal right and left terms and
+// their derivatives stay finite and exact instead of becoming log 0.
 //
 // Cost: one pass over the data, O(n (p + k)^2) with derivatives, O(n p) without; no allocation
 // proportional to n. Weibull and log-normal passes are cut into fixed chunks of 4096 rows whose
