@@ -135,4 +135,24 @@ inline void NormalLogTail(double z, double& log_q, double& mills) {
   mills = t.mills;
 }
 
+// log Q(z) as add + log(arg), with the Mills ratio, for callers that sum many logarithms
+// (arg > 0 in every case but z = +inf, arg = 0; NaN for NaN): above z = 0.6629 add = -z^2/2 and
+// arg = R(z) (no exp); elsewhere add = 0 and arg = Q(z), whose logarithm is then exact to an
+// absolute 1e-16 (log Q near 0 as Q -> 1 keeps only that absolute accuracy).
+inline void NormalLogTailParts(double z, double& add, double& arg, double& mills) {
+  using namespace normal_tail_detail;
+  const double x = z * kInvSqrt2;
+  if (x > kSmall) {
+    const double r = 0.5 * ErfcxPositive(x);
+    add = -0.5 * z * z;
+    arg = r;
+    mills = r > 0.0 ? kInvSqrt2Pi / r : 0.0;
+    return;
+  }
+  const NormalTailTerms t = NormalTail<false>(z);
+  add = 0.0;
+  arg = t.q;
+  mills = t.mills;
+}
+
 }  // namespace velkor
