@@ -451,7 +451,8 @@ inline double BlockSum(const double* a, std::size_t m) {
 
 // Weibull and log-normal laws, in blocks of rows: the linear predictor of a block is built column
 // by column (contiguous, vectorisable), then each row's contribution and its partial derivatives
-// (l_e, l_ee, l_es) are computed in row order (the log-likelihood is summed row by row), and the
+// (l_e, l_ee, l_es) are computed in row order (the log-likelihood is summed row by row, its
+// logarithms of tail probabilities through the chunk's LogSum, one log per chunk), and the
 // block's sums over the design columns, sum l_e x_j, sum l_es x_j and sum l_ee x_j x_c (packed
 // upper triangle), are dot products down contiguous columns (BlockDot).
 template <bool D>

@@ -45,7 +45,9 @@
 // Cost: one pass over the data, O(n (p + k)^2) with derivatives, O(n p) without; no allocation
 // proportional to n. Weibull and log-normal passes are cut into fixed chunks of 4096 rows whose
 // sums are added in chunk order, in parallel (OpenMP) from n = 131072 on: identical results for
-// any number of threads.
+// any number of threads. Within a chunk the logarithms of unit-weight tail terms are summed as
+// one exponent count and one product of mantissas (one log per chunk; the same sum to about
+// 1e-13 absolute per 512 rows, the rounding of adding the logarithms one by one).
 // The exponential law's carried terms make its pass sequential.
 #pragma once
 
