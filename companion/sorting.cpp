@@ -33,6 +33,16 @@ struct KeyIndex {
 // inputs reuse memory already faulted in. Every element is written before it is read (the keys
 // here, each pass's scatter fills all n), so nothing of an earlier call is ever seen.
 std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
+  // Keys already in order (a block sorted by an earlier step, as each group's times are after
+  // the data preparation) keep their order: a stable sort of them is the identity, found in one
+  // pass that stops at the first descent.
+  std::size_t sorted = 1;
+  while (sorted < n && order_key(key[sorted - 1]) <= order_key(key[sorted])) ++sorted;
+  if (n == 0 || sorted == n) {
+    std::vector<std::uint32_t> identity(n);
+    std::iota(identity.begin(), identity.end(), std::uint32_t{0});
+    return identity;
+  }
   velkor::frame_memory::Block blockA(n * sizeof(KeyIndex));
   auto* a = static_cast<KeyIndex*>(blockA.get());
   // The second array of the radix passes; it lives as long as the first, since the sorted keys
@@ -128,6 +138,9 @@ void SortQ(matrix<double>* key, int first, int last, std::initializer_list<matri
   std::size_t offset = 0, len = 0;
   if (!clip_block(key, first, last, offset, len)) return;
   const std::vector<std::uint32_t> order = SortOrder(key->data + offset, len);
+  bool identity = true;
+  for (std::size_t r = 0; r < len && identity; ++r) identity = order[r] == r;
+  if (identity) return;  // already in order: nothing moves
   std::vector<double> scratch;
   for (matrix<double>* m : carried) {
     if (m != key) permute_rows(m, offset, order, scratch);

@@ -13,9 +13,13 @@
 #include "parametric/likelihood.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
+#include <limits>
 #include <vector>
 
+#include "companion/normal_tail.h"
 #include "core/numeric.h"
 
 namespace velkor::param {
@@ -23,17 +27,6 @@ namespace {
 
 constexpr double kLogSqrt2Pi = 0.91893853320467274178;  // log sqrt(2 pi)
 constexpr double kInvSqrt2Pi = 0.39894228040143267794;  // 1 / sqrt(2 pi)
-constexpr double kInvSqrt2 = 0.70710678118654752440;
-
-inline double NormPdf(double z) {
-  return kInvSqrt2Pi * std::exp(-0.5 * z * z);
-}
-inline double NormCdf(double z) {
-  return 0.5 * std::erfc(-z * kInvSqrt2);
-}
-inline double NormSurv(double z) {
-  return 0.5 * std::erfc(z * kInvSqrt2);
-}
 
 // Partial derivatives of one contribution with respect to (eta, sigma).
 struct Local {
@@ -79,9 +72,9 @@ inline void FromInterval(double zl, double zu, double is, double cl, double dl, 
   d.lss = ass - ls * ls;
 }
 
-// log F(z) for the minimum extreme value law, F(z) = 1 - exp(-e^z), with g' and g''.
+// F(z) for the minimum extreme value law, F(z) = 1 - exp(-e^z), with g' and g'' of g = log F.
 template <bool D>
-inline double EvLogCdf(double z, double& g1, double& g2) {
+inline double EvCdf(double z, double& g1, double& g2) {
   const double e = std::exp(z);
   const double surv = std::exp(-e);
   // 1 - exp(-e) loses at most a few ulps to cancellation once exp(-e) < 0.61; expm1 (several
@@ -91,13 +84,20 @@ inline double EvLogCdf(double z, double& g1, double& g2) {
     g1 = surv == 0.0 ? 0.0 : e * surv / cdf;  // f/F; f = e^z exp(-e^z)
     g2 = g1 * (1.0 - e) - g1 * g1;            // f'/F - (f/F)^2, f' = f (1 - e^z)
   }
-  return std::log(cdf);
+  return cdf;
+}
+
+template <bool D>
+inline double EvLogCdf(double z, double& g1, double& g2) {
+  return std::log(EvCdf<D>(z, g1, g2));
 }
 
 // log(exp(-e^zl) - exp(-e^zu)), written as -e^zl + log(1 - exp(e^zl - e^zu)) so that it keeps
 // its precision when both survival values are tiny; c, d as in FromInterval.
+// Returned as the pair (-e^zl, 1 - exp(e^zl - e^zu)): log D = first + log(second).
 template <bool D>
-inline double EvLogInterval(double zl, double zu, double& cl, double& dl, double& cu, double& du) {
+inline double EvIntervalArg(double zl, double zu, double& add, double& cl, double& dl, double& cu,
+                            double& du) {
   const double el = std::exp(zl), eu = std::exp(zu);
   const double t = el - eu;
   // q = 1 - exp(t): from exp(t), which the derivatives use too, where the cancellation costs at
@@ -113,23 +113,53 @@ inline double EvLogInterval(double zl, double zu, double& cl, double& dl, double
     cu = r == 0.0 ? 0.0 : eu * r * iq;
     du = cu * (1.0 - eu);
   }
-  return -el + std::log(q);
+  add = -el;
+  return q;
 }
 
-// log(Phi(zu) - Phi(zl)), the difference taken in the upper tail when both bounds lie above 0.
 template <bool D>
-inline double NormLogInterval(double zl, double zu, double& cl, double& dl, double& cu,
+inline double EvLogInterval(double zl, double zu, double& cl, double& dl, double& cu, double& du) {
+  double add = 0.0;
+  const double q = EvIntervalArg<D>(zl, zu, add, cl, dl, cu, du);
+  return add + std::log(q);
+}
+
+// log(Phi(zu) - Phi(zl)), written as an upper-tail difference D = Q(s) - Q(t), s < t: (s, t) =
+// (zl, zu) when zl > 0, else (-zu, -zl), so that the difference never cancels two values near 1.
+// With the scaled tails R (companion/normal_tail.h) and s beyond 0.6629,
+//   D = e_s (R(s) - g R(t)),  g = e_t / e_s = exp(-(t - s)(t + s)/2),
+// so log D = -s^2/2 + log(R(s) - g R(t)), phi(s)/D = 1/(sqrt(2 pi) m) and phi(t)/D = g/(sqrt(2 pi)
+// m) with m = R(s) - g R(t): one exp for the row, and finite where both tails underflow.
+template <bool D>
+inline double NormIntervalArg(double zl, double zu, double& add, double& cl, double& dl, double& cu,
                               double& du) {
-  const double diff = zl > 0.0 ? NormSurv(zl) - NormSurv(zu) : NormCdf(zu) - NormCdf(zl);
-  if constexpr (D) {
-    const double fu = NormPdf(zu), fl = NormPdf(zl);
+  const bool upperForm = zl > 0.0;
+  const double s = upperForm ? zl : -zu, t = upperForm ? zu : -zl;
+  double arg, cs, ct;
+  if (NormalScaledTailApplies(s) && NormalScaledTailApplies(t)) {
+    const double g = std::exp(-0.5 * (t - s) * (t + s));
+    const double m = NormalScaledTail(s) - g * NormalScaledTail(t);
+    add = -0.5 * s * s;
+    arg = m;
+    const double im = kInvSqrt2Pi / m;
+    cs = im;
+    ct = g * im;
+  } else {
+    const NormalTailTerms ts = NormalTail<false>(s), tt = NormalTail<false>(t);
+    const double diff = ts.q - tt.q;
+    add = 0.0;
+    arg = diff;
     const double inv = 1.0 / diff;
-    cu = fu == 0.0 ? 0.0 : fu * inv;
-    du = fu == 0.0 ? 0.0 : -zu * cu;
-    cl = fl == 0.0 ? 0.0 : fl * inv;
-    dl = fl == 0.0 ? 0.0 : -zl * cl;
+    cs = ts.pdf == 0.0 ? 0.0 : ts.pdf * inv;
+    ct = tt.pdf == 0.0 ? 0.0 : tt.pdf * inv;
   }
-  return std::log(diff);
+  if constexpr (D) {
+    cl = upperForm ? cs : ct;
+    cu = upperForm ? ct : cs;
+    du = cu == 0.0 ? 0.0 : -zu * cu;
+    dl = cl == 0.0 ? 0.0 : -zl * cl;
+  }
+  return arg;
 }
 
 inline void Scale(Local& d, double v) {
@@ -140,11 +170,58 @@ inline void Scale(Local& d, double v) {
   d.lss *= v;
 }
 
+// Sum of logarithms of positive factors, kept as an exponent count and a product of mantissas:
+//   sum log x_i = E log 2 + log P,  x_i = m_i 2^(e_i), m_i in [1, 2), E = sum e_i, P = prod m_i,
+// with P renormalised every 512 factors (so P < 2^512). One log per block of rows instead of one
+// per row; its rounding (about 512 ulps of P, 1e-13 absolute) is that of adding 512 logarithms.
+// A factor that is not a positive normal number (0, subnormal, infinite, negative, NaN) takes its
+// logarithm directly, so log 0 = -inf and NaN propagate as before.
+struct LogSum {
+  static constexpr double kLn2Hi = 0x1.62e42fee00000p-1;  // E x kLn2Hi exact for |E| < 2^32
+  static constexpr double kLn2Lo = 0x1.a39ef35793c76p-33;
+  double prod = 1.0, direct = 0.0;
+  std::int64_t expo = 0;
+  int count = 0;
+  void Add(double x) {
+    if (x >= std::numeric_limits<double>::min() && x <= std::numeric_limits<double>::max()) {
+      prod *= Split(x);
+      if (++count == 512) {
+        prod = Split(prod);
+        count = 0;
+      }
+    } else {
+      direct += std::log(x);
+    }
+  }
+  // the mantissa of a positive normal x, its exponent added to expo
+  double Split(double x) {
+    const std::uint64_t b = std::bit_cast<std::uint64_t>(x);
+    expo += static_cast<std::int64_t>(b >> 52) - 1023;
+    return std::bit_cast<double>((b & 0x000FFFFFFFFFFFFFull) | 0x3FF0000000000000ull);
+  }
+  double Value() const {
+    const double e = static_cast<double>(expo);
+    return (e * kLn2Hi + (std::log(prod) + e * kLn2Lo)) + direct;
+  }
+};
+
+// Adds v (add + log arg) to the log-likelihood: through the sum of logarithms when v = 1 (the
+// unweighted case), directly otherwise.
+inline void AddLog(double v, double add, double arg, double& ll, LogSum& logs) {
+  if (v == 1.0) {
+    ll += add;
+    logs.Add(arg);
+  } else {
+    ll += v * (add + std::log(arg));
+  }
+}
+
 // Contribution of one observation under the Weibull (dist 2) or log-normal (dist 3) law.
 // Returns false when the code adds nothing. ll is updated in the order the terms are defined.
 template <bool D>
 inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, double v,
-                         double logS, double is, double& ll, Local& d) {
+                         double logS, double is, double& ll, LogSum& plus, LogSum& minus,
+                         Local& d) {
   const double z = (y - eta) * is;  // is = 1 / sigma: a product instead of a division per row
   double g1 = 0, g2 = 0;
   if (dist == 2) {
@@ -172,14 +249,17 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
       return true;
     }
     if (code == 2.0) {  // unweighted on purpose
-      ll += EvLogCdf<D>(z, g1, g2);
+      plus.Add(EvCdf<D>(z, g1, g2));
       if constexpr (D) FromZ(z, is, g1, g2, d);
       return true;
     }
     if (code == 3.0) {  // unweighted on purpose
       const double zu = (u - eta) * is;
       double cl = 0, dl = 0, cu = 0, du = 0;
-      ll += EvLogInterval<D>(z, zu, cl, dl, cu, du);
+      double add = 0;
+      const double arg = EvIntervalArg<D>(z, zu, add, cl, dl, cu, du);
+      ll += add;
+      plus.Add(arg);
       if constexpr (D) FromInterval(z, zu, is, cl, dl, cu, du, d);
       return true;
     }
@@ -196,27 +276,29 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
     return true;
   }
   if (code == 0.0) {
-    const double q = NormSurv(z);
-    ll += v * std::log(q);
-    if constexpr (D) {
-      const double lam = q == 0.0 ? 0.0 : NormPdf(z) / q;  // Mills ratio
-      FromZ(z, is, -v * lam, -v * lam * (lam - z), d);
-    }
+    double add, arg, lam;  // log(1 - Phi(z)) = add + log arg; the Mills ratio phi/(1 - Phi)
+    NormalLogTailParts(z, add, arg, lam);
+    AddLog(v, add, arg, ll, plus);
+    if constexpr (D) FromZ(z, is, -v * lam, -v * lam * (lam - z), d);
     return true;
   }
-  if (code == 2.0) {  // subtracted on purpose
-    const double c = NormCdf(z);
-    ll -= v * std::log(c);
-    if constexpr (D) {
-      const double mu = c == 0.0 ? 0.0 : NormPdf(z) / c;
-      FromZ(z, is, -v * mu, v * mu * (z + mu), d);
-    }
+  if (code == 2.0) {      // subtracted on purpose
+    double add, arg, mu;  // log Phi(z) = log Q(-z) = add + log arg; phi(z)/Phi(z)
+    NormalLogTailParts(-z, add, arg, mu);
+    ll -= add * v;  // -v (add + log arg), the logarithm through the subtracted sum
+    if (v == 1.0)
+      minus.Add(arg);
+    else
+      ll -= v * std::log(arg);
+    if constexpr (D) FromZ(z, is, -v * mu, v * mu * (z + mu), d);
     return true;
   }
   if (code == 3.0) {
     const double zu = (u - eta) * is;
     double cl = 0, dl = 0, cu = 0, du = 0;
-    ll += v * NormLogInterval<D>(z, zu, cl, dl, cu, du);
+    double add = 0;
+    const double arg = NormIntervalArg<D>(z, zu, add, cl, dl, cu, du);
+    AddLog(v, add, arg, ll, plus);
     if constexpr (D) {
       FromInterval(z, zu, is, cl, dl, cu, du, d);
       Scale(d, v);
@@ -369,7 +451,8 @@ inline double BlockSum(const double* a, std::size_t m) {
 
 // Weibull and log-normal laws, in blocks of rows: the linear predictor of a block is built column
 // by column (contiguous, vectorisable), then each row's contribution and its partial derivatives
-// (l_e, l_ee, l_es) are computed in row order (the log-likelihood is summed row by row), and the
+// (l_e, l_ee, l_es) are computed in row order (the log-likelihood is summed row by row, its
+// logarithms of tail probabilities through the chunk's LogSum, one log per chunk), and the
 // block's sums over the design columns, sum l_e x_j, sum l_es x_j and sum l_ee x_j x_c (packed
 // upper triangle), are dot products down contiguous columns (BlockDot).
 template <bool D>
@@ -382,6 +465,7 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
   const double is = 1.0 / s;
   double eta[kBlock], le[kBlock], lee[kBlock], les[kBlock], tmp[kBlock];
   const std::size_t P = static_cast<std::size_t>(p);
+  LogSum plus, minus;  // logarithms added and (log-normal left term) subtracted
   for (std::size_t i0 = 0; i0 < n; i0 += kBlock) {
     const std::size_t m = std::min(kBlock, n - i0);
     for (std::size_t i = 0; i < m; ++i) eta[i] = theta[p];
@@ -396,7 +480,7 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
       const double code = cens[r];
       const double u = code == 3.0 ? upper[r] : 0.0;
       Local d;
-      if (ScaleLawTerm<D>(dist, code, y[r], u, eta[i], v, logS, is, ll, d)) {
+      if (ScaleLawTerm<D>(dist, code, y[r], u, eta[i], v, logS, is, ll, plus, minus, d)) {
         if constexpr (D) {
           le[i] = d.le;
           lee[i] = d.lee;
@@ -425,6 +509,7 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
       acc->hbb[P * (P + 1) / 2 + P] += BlockSum(lee, m);
     }
   }
+  ll += plus.Value() - minus.Value();
 }
 
 // The rows are cut into chunks of a fixed size; each chunk is summed on its own (in parallel

@@ -86,3 +86,30 @@ TEST(SortOrder, RadixPathAgreesWithStableSortOnLargeInputs) {
   });
   EXPECT_EQ(order, ref);
 }
+
+// Keys already in order take the one-pass shortcut; keys out of order only at the very end, or
+// only through the zero/negative-zero and NaN mapping, must still come out as a stable sort.
+TEST(SortOrder, InputAlreadyInOrderAndNearlyInOrder) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  std::vector<double> v(5000);
+  for (std::size_t i = 0; i < v.size(); ++i) v[i] = static_cast<double>(i / 3);  // ties
+  v[4998] = nan;
+  v[4999] = nan;
+  std::vector<std::uint32_t> identity(v.size());
+  for (std::uint32_t i = 0; i < identity.size(); ++i) identity[i] = i;
+  EXPECT_EQ(SortOrder(v.data(), v.size()), identity);
+
+  const std::vector<double> zeros{-0.0, 0.0, -0.0, 1.0};  // equal keys: input order kept
+  EXPECT_EQ(SortOrder(zeros.data(), zeros.size()), (std::vector<std::uint32_t>{0, 1, 2, 3}));
+
+  v[4998] = 0.5;  // the last key but one descends: a full sort is needed
+  v[4999] = -1.0;
+  const auto order = SortOrder(v.data(), v.size());
+  EXPECT_EQ(order.front(), 4999u);
+  EXPECT_EQ(order[1], 0u);
+  EXPECT_EQ(order[4], 4998u);  // 0.5 after the three zeros and before the first 1.0
+  auto m = col({1.0, 2.0, 2.0, 3.0});
+  auto carried = col({10.0, 20.0, 21.0, 30.0});
+  SortQ(&m, 1, 4, {&carried}, true);
+  EXPECT_EQ(values(carried), (std::vector<double>{10.0, 20.0, 21.0, 30.0}));
+}
