@@ -1,5 +1,7 @@
 #include "companion/sorting.h"
 
+#include "core/frame_memory.h"
+
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -27,6 +29,9 @@ struct KeyIndex {
 // same for every key is skipped (the high digits of times on one scale usually are), so a sort
 // costs about 2 + 2 x (passes that move) sweeps of the data: linear in n and stable by
 // construction. Short inputs use std::stable_sort, which is cheaper there.
+// The two key arrays (16 bytes a row) come from the frame's block cache: repeated sorts of large
+// inputs reuse memory already faulted in. Every element is written before it is read (the keys
+// here, each pass's scatter fills all n), so nothing of an earlier call is ever seen.
 std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
   // Keys already in order (a block sorted by an earlier step, as each group's times are after
   // the data preparation) keep their order: a stable sort of them is the identity, found in one
@@ -38,22 +43,26 @@ std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
     std::iota(identity.begin(), identity.end(), std::uint32_t{0});
     return identity;
   }
-  std::vector<KeyIndex> a(n);
+  velkor::frame_memory::Block blockA(n * sizeof(KeyIndex));
+  auto* a = static_cast<KeyIndex*>(blockA.get());
+  // The second array of the radix passes; it lives as long as the first, since the sorted keys
+  // may end in either.
+  velkor::frame_memory::Block blockB(n < 512 ? 0 : n * sizeof(KeyIndex));
   for (std::size_t i = 0; i < n; ++i) a[i] = {order_key(key[i]), static_cast<std::uint32_t>(i)};
   if (n < 512) {
-    std::stable_sort(a.begin(), a.end(),
-                     [](const KeyIndex& x, const KeyIndex& y) { return x.key < y.key; });
+    std::stable_sort(a, a + n, [](const KeyIndex& x, const KeyIndex& y) { return x.key < y.key; });
   } else {
     constexpr int kBits = 11;
     constexpr int kPasses = 6;
     constexpr std::size_t kBuckets = std::size_t{1} << kBits;
     std::vector<std::uint32_t> count(kPasses * kBuckets, 0u);
-    for (const KeyIndex& e : a) {
+    for (std::size_t i = 0; i < n; ++i) {
+      const KeyIndex& e = a[i];
       for (int pass = 0; pass < kPasses; ++pass) {
         ++count[pass * kBuckets + ((e.key >> (kBits * pass)) & (kBuckets - 1))];
       }
     }
-    std::vector<KeyIndex> b(n);
+    auto* b = static_cast<KeyIndex*>(blockB.get());
     for (int pass = 0; pass < kPasses; ++pass) {
       const int shift = kBits * pass;
       std::uint32_t* c = count.data() + pass * kBuckets;
@@ -64,8 +73,11 @@ std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
         c[d] = sum;
         sum += t;
       }
-      for (const KeyIndex& e : a) b[c[(e.key >> shift) & (kBuckets - 1)]++] = e;
-      a.swap(b);
+      for (std::size_t i = 0; i < n; ++i) {
+        const KeyIndex& e = a[i];
+        b[c[(e.key >> shift) & (kBuckets - 1)]++] = e;
+      }
+      std::swap(a, b);
     }
   }
   std::vector<std::uint32_t> order(n);

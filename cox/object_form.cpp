@@ -8,6 +8,7 @@
 
 #include "core/numeric.h"
 #include "cox/run.h"
+#include "cox/scratch.h"
 
 namespace velkor::cox {
 namespace {
@@ -22,11 +23,14 @@ VectD ToVect(const std::vector<double>& v) {
 
 // The listed design columns, each centred on its mean over the rows, stored row by row (n x q)
 // or, with columnMajor, column by column.
-std::vector<double> CentredColumns(const cCOX_Results& res, const std::vector<int>& cols,
-                                   bool columnMajor = false) {
+// The copy comes from the frame's block cache (memory of an earlier call reused) and is written
+// completely, so it gets no initial fill.
+FilledLaterVector<double> CentredColumns(const cCOX_Results& res, const std::vector<int>& cols,
+                                         bool columnMajor = false) {
   const auto n = static_cast<std::size_t>(res.n);
   const std::size_t q = cols.size();
-  std::vector<double> x(n * q), mean(q, 0.0);
+  FilledLaterVector<double> x(n * q);
+  std::vector<double> mean(q, 0.0);
   for (std::size_t j = 0; j < q; ++j) {
     const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
     double s = 0.0;
@@ -63,7 +67,7 @@ FitResult FitColumns(COX_Param& param, cCOX_Results& res, const RiskLayout& layo
   CoxProblem prob{&layout, res.eventWeights.data, ObjectTerms(param.ties)};
   const double lim = param.maxIterations;
   const int limit = std::isfinite(lim) && lim < 2147483647.0 ? static_cast<int>(lim) : 2147483647;
-  return FitObject(prob, CentredColumns(res, cols), static_cast<int>(cols.size()), limit,
+  return FitObject(prob, CentredColumns(res, cols).data(), static_cast<int>(cols.size()), limit,
                    param.tolerance);
 }
 
@@ -302,6 +306,15 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
     FillBlockTables(&tSorted, &sSorted, nullptr, first, size, &nTimes, &nCens, &bStart, &bSize,
                     &bEvents, &maxTimes);
   }
+  // Cells past a stratum's own number of times (strata with fewer distinct times than the
+  // largest) were never written: they are reported as 0, not as whatever the memory held.
+  for (std::uint32_t s = 0; s < um; ++s)
+    for (int k = std::max(0, nTimes.data[s]); k < maxTimes; ++k) {
+      const std::size_t cell = static_cast<std::size_t>(k) * um + s;
+      bStart.data[cell] = 0;
+      bSize.data[cell] = 0;
+      bEvents.data[cell] = 0;
+    }
   res.strataSizes = VectD(sizes.data(), um);
   // The design, column by column in sorted order (each column's reads stay within one source
   // column).
@@ -349,7 +362,7 @@ int ComputeLogLikeDerivativesCox_ST(const VectD& beta, const std::vector<int>& c
   for (int c : cols)
     if (c < 0 || c >= res.p) return -1;
   const RiskLayout layout = ObjectLayout(res);
-  const std::vector<double> x = CentredColumns(res, cols, true);
+  const FilledLaterVector<double> x = CentredColumns(res, cols, true);
   const auto q = cols.size();
   std::vector<double> b(q, 0.0), g(q), h(q * q);
   for (std::size_t j = 0; j < q && j < beta.count; ++j) b[j] = beta.data[j];
@@ -424,7 +437,7 @@ int Select(COX_Param& param, cCOX_Results& res, bool forward) {
   SelectionResult sel;
   if (forward) {
     const std::vector<int> all = AllColumns(res.p);
-    const std::vector<double> x = CentredColumns(res, all);
+    const FilledLaterVector<double> x = CentredColumns(res, all);
     CoxProblem prob{&layout, res.eventWeights.data, ObjectTerms(param.ties)};
     sel = Forward(fit, VariableCoefs(res), res.p, param.entryThreshold,
                   NullLogLik(prob, x.data(), static_cast<std::size_t>(res.n), res.p));

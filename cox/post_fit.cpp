@@ -2,13 +2,16 @@
 #include "cox/post_fit.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <numeric>
 
 #include "companion/distributions.h"
 #include "companion/sorting.h"
+#include "core/frame_memory.h"
 #include "core/numeric.h"
+#include "cox/scratch.h"
 
 namespace velkor::cox {
 
@@ -187,15 +190,20 @@ void FillResiduals(const RiskLayout& lay, const BreslowBaseline& bl, const doubl
 
 double ConcordanceFenwick(std::size_t n, const double* time, const double* status,
                           const double* eta, double* num, double* den) {
-  // Dense ranks of eta (1-based); NaN above every number, never "lower" than another row. The
-  // shared stable sort orders NaN last.
+  // Every row's position in the stable ascending order of eta (NaN last, above every number) and
+  // the first position of its group of equal eta (a NaN is equal to nothing): the rows with eta
+  // below row i's are exactly those placed before i's group. Positions are unique, so the rows
+  // already counted form a set of positions held as a bitset.
   const std::vector<std::uint32_t> byEta = SortOrder(eta, n);
-  std::vector<std::uint32_t> rank(n, 0);
-  std::uint32_t r = 0;
+  struct Place {
+    std::uint32_t pos, low;
+  };
+  FilledLaterVector<Place> place(n);  // every row gets its place below
   for (std::size_t k = 0; k < n; ++k) {
     const std::uint32_t i = byEta[k];
-    if (k == 0 || std::isnan(eta[i]) || eta[i] != eta[byEta[k - 1]]) ++r;
-    rank[i] = r;
+    const auto pk = static_cast<std::uint32_t>(k);
+    const bool newGroup = k == 0 || std::isnan(eta[i]) || eta[i] != eta[byEta[k - 1]];
+    place[i] = {pk, newGroup ? pk : place[byEta[k - 1]].low};
   }
   // Rows by time, descending (the ascending order read backwards); a NaN time is never
   // comparable.
@@ -204,44 +212,46 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
   bool ascending = true;
   for (std::size_t k = 0; k < n && ascending; ++k)
     ascending = !std::isnan(time[k]) && (k == 0 || !(time[k] < time[k - 1]));
-  std::vector<std::uint32_t> byTime;
-  if (ascending) {
-    byTime.resize(n);
-    for (std::size_t k = 0; k < n; ++k) byTime[k] = static_cast<std::uint32_t>(k);
-  } else {
-    byTime = SortOrder(time, n);
-  }
-  while (!byTime.empty() && std::isnan(time[byTime.back()])) byTime.pop_back();
-  std::reverse(byTime.begin(), byTime.end());
-  // Counts of the ranks of the rows with a strictly greater time, in two levels: the count of
-  // each rank, and a Fenwick tree over superblocks of 64 consecutive ranks. The number of
-  // inserted rows ranked below rank k is the tree's prefix over the superblocks below k's plus
-  // the counts of k's superblock below k. The tree (n / 64 entries) stays in cache, so a row
-  // costs about one cache miss for its count and one for its superblock scan, where a Fenwick
-  // tree over all n ranks misses at most of its log2(n) levels. Exact integer counts: the same
-  // result as the one-level tree. Counts fit in 32 bits (n < 2^32 rows).
-  constexpr unsigned kShift = 6;
-  std::vector<std::uint32_t> count(static_cast<std::size_t>(r) + 1, 0);
-  std::vector<std::uint32_t> tree((static_cast<std::size_t>(r) >> kShift) + 2, 0);
+  std::vector<std::uint32_t> sorted;
+  if (!ascending) sorted = SortOrder(time, n);
+  // Rows with a time (NaN last in the ascending order), visited from the last: row(k) is the
+  // k-th row in descending time.
+  std::size_t timed = ascending ? n : sorted.size();
+  while (!ascending && timed > 0 && std::isnan(time[sorted[timed - 1]])) --timed;
+  const std::uint32_t* asc = ascending ? nullptr : sorted.data();
+  auto row = [&](std::size_t k) -> std::uint32_t {
+    const std::size_t at = timed - 1 - k;
+    return asc ? asc[at] : static_cast<std::uint32_t>(at);
+  };
+  // The positions of the rows with a strictly greater time: one bit per position in words of
+  // 64, and a Fenwick tree of the number of bits set in each word. The number of counted rows
+  // placed before position q is the tree's prefix over the words below q's plus the bits of q's
+  // word below q. The bitset (n / 8 bytes) and the tree (n / 16 bytes) stay in cache where one
+  // count per row would not. Exact integer counts, so the result does not depend on how they
+  // are kept. Counts fit in 32 bits (n < 2^32 rows).
+  std::vector<std::uint64_t> bits((n >> 6) + 1, 0);
+  std::vector<std::uint32_t> tree(bits.size() + 1, 0);
   std::uint64_t inserted = 0, concordant = 0, comparable = 0;
-  for (std::size_t g = 0; g < byTime.size();) {
+  for (std::size_t g = 0; g < timed;) {
     std::size_t e = g;
-    while (e < byTime.size() && time[byTime[e]] == time[byTime[g]]) ++e;
+    const double tg = time[row(g)];
+    while (e < timed && time[row(e)] == tg) ++e;
     for (std::size_t k = g; k < e; ++k) {
-      const std::uint32_t i = byTime[k];
+      const std::uint32_t i = row(k);
       if (status[i] != 1.0) continue;
       comparable += inserted;
       if (std::isnan(eta[i])) continue;
-      const std::size_t ri = rank[i], block = ri >> kShift;
+      const std::size_t low = place[i].low, word = low >> 6;
       std::uint64_t below = 0;  // rows of greater time with eta_j < eta_i
-      for (std::size_t q = block; q > 0; q -= q & (~q + 1)) below += tree[q];
-      for (std::size_t q = block << kShift; q < ri; ++q) below += count[q];
+      for (std::size_t q = word; q > 0; q -= q & (~q + 1)) below += tree[q];
+      const std::uint64_t under = (std::uint64_t{1} << (low & 63)) - 1;
+      below += static_cast<std::uint64_t>(std::popcount(bits[word] & under));
       concordant += below;
     }
     for (std::size_t k = g; k < e; ++k) {
-      const std::size_t ri = rank[byTime[k]];
-      ++count[ri];
-      for (std::size_t q = (ri >> kShift) + 1; q < tree.size(); q += q & (~q + 1)) ++tree[q];
+      const std::size_t pos = place[row(k)].pos;
+      bits[pos >> 6] |= std::uint64_t{1} << (pos & 63);
+      for (std::size_t q = (pos >> 6) + 1; q < tree.size(); q += q & (~q + 1)) ++tree[q];
       ++inserted;
     }
     g = e;

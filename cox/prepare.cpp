@@ -36,9 +36,7 @@ int SortedRowOrder(matrix<double>* time, int n, matrix<double>* status, matrix<d
 
   // One stable permutation: by stratum key (with more than one stratum), then by time inside each
   // stratum's run of rows.
-  order.assign(rows, 0);
-  for (std::size_t i = 0; i < rows; ++i) order[i] = static_cast<std::uint32_t>(i);
-  if (m > 1 && strataKey && strataKey->rows >= rows) order = SortOrder(strataKey->data, rows);
+  const bool identity = !(m > 1 && strataKey && strataKey->rows >= rows);
   const int nStrata = m < 1 ? 0 : m;
   first.assign(static_cast<std::size_t>(nStrata), 0);
   size.assign(first.size(), 0);
@@ -55,7 +53,18 @@ int SortedRowOrder(matrix<double>* time, int n, matrix<double>* status, matrix<d
       at += len;
     }
   }
-  const bool identity = !(m > 1 && strataKey && strataKey->rows >= rows);
+  // One stratum holding every row in input order: the order is the time order itself (no
+  // identity permutation to build first). Otherwise start from the identity or the key order.
+  if (identity && nStrata >= 1 && size[0] == rows && rows >= 2) {
+    order = SortOrder(time->data, rows);
+    return 0;
+  }
+  if (identity) {
+    order.resize(rows);
+    for (std::size_t i = 0; i < rows; ++i) order[i] = static_cast<std::uint32_t>(i);
+  } else {
+    order = SortOrder(strataKey->data, rows);
+  }
   std::vector<double> block_times;
   for (std::size_t s = 0; s < first.size(); ++s) {
     if (size[s] < 2) continue;

@@ -6,6 +6,7 @@
 
 #include "companion/linalg.h"
 #include "companion/sorting.h"
+#include "core/frame_memory.h"
 #include "core/numeric.h"
 #include "cox/cox.h"
 #include "cox/post_fit.h"
@@ -120,19 +121,26 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
   // row, 0 for a censored row, so that censored rows never enter the event terms) and the design
   // row by row. Every element is written, so the buffers need no initial fill.
   const auto up = static_cast<std::size_t>(p);
-  std::unique_ptr<double[]> sortedTime(new double[rows]), sortedStatus(new double[rows]);
+  // The buffers come from the frame's block cache (memory already faulted in by an earlier call
+  // is reused); each is written completely before it is read.
+  using frame_memory::Block;
+  Block sortedTime(rows * sizeof(double)), sortedStatus(rows * sizeof(double));
   // Without case weights the event weight 1 x status is the sorted status itself.
-  std::unique_ptr<double[]> ewBuf(weighted ? new double[rows] : nullptr);
-  std::unique_ptr<double[]> designBuf(new double[rows * up + 1]);
+  Block ewBuf(weighted ? rows * sizeof(double) : 0);
+  Block designBuf((rows * up + 1) * sizeof(double));
+  auto* tBuf = static_cast<double*>(sortedTime.get());
+  auto* sBuf = static_cast<double*>(sortedStatus.get());
+  auto* eBuf = static_cast<double*>(ewBuf.get());
+  auto* dBuf = static_cast<double*>(designBuf.get());
   GatherSorted(order, time->data, status->data, weighted ? weights->data : nullptr, X->data,
-               X->rows, up, sortedTime.get(), sortedStatus.get(), ewBuf.get(), designBuf.get());
+               X->rows, up, tBuf, sBuf, eBuf, dBuf);
   // The sorted time and status replace the caller's copies for everything that follows.
-  matrix<double> timeSorted(static_cast<std::uint32_t>(rows), 1, sortedTime.get(), 1);
-  matrix<double> statusSorted(static_cast<std::uint32_t>(rows), 1, sortedStatus.get(), 1);
+  matrix<double> timeSorted(static_cast<std::uint32_t>(rows), 1, tBuf, 1);
+  matrix<double> statusSorted(static_cast<std::uint32_t>(rows), 1, sBuf, 1);
   time = &timeSorted;
   status = &statusSorted;
-  const double* ew = weighted ? ewBuf.get() : sortedStatus.get();
-  const double* design = designBuf.get();
+  const double* ew = weighted ? eBuf : sBuf;
+  const double* design = dBuf;
   FillBlockTables(time, status, nullptr, first, size, &nTimes, &nCensored, &bStart, &bSize,
                   &bEvents, &maxTimes);
   const RiskLayout layout =

@@ -16,6 +16,7 @@
 #include "core/numeric.h"
 #include "cox/post_fit.h"
 #include "cox/run.h"
+#include "cox/scratch.h"
 
 namespace velkor::cox {
 namespace {
@@ -209,21 +210,36 @@ int ConcordIndex_ST(cCOX_Results& res) {
   // prepared design: the same sums, in the same order, as over MakeModelDesign's centred copy,
   // without building that copy.
   const auto n = static_cast<std::size_t>(res.n);
-  std::vector<double> eta(n, 0.0);
+  // The model's columns, their coefficients and means (a column the design does not hold adds 0).
+  struct Term {
+    const double* src;
+    double b, mean;
+  };
+  std::vector<Term> terms;
   std::uint32_t c = 0;
   for (std::uint32_t j = 0; j < static_cast<std::uint32_t>(res.p < 0 ? 0 : res.p); ++j) {
     if (!(j < res.inModel.count && res.inModel.data[j] == 1)) continue;
     const double b = c < res.beta.count ? res.beta.data[c] : 0.0;
     ++c;
     const std::size_t off = static_cast<std::size_t>(j) * n;
-    const double* src = res.design.data + off;
-    double s = 0.0, mean = 0.0;
+    Term t{nullptr, b, 0.0};
     if (off + n <= res.design.count) {
-      for (std::size_t i = 0; i < n; ++i) s += src[i];
-      mean = s / static_cast<double>(n);
+      t.src = res.design.data + off;
+      double s = 0.0;
+      for (std::size_t i = 0; i < n; ++i) s += t.src[i];
+      t.mean = s / static_cast<double>(n);
     }
-    for (std::size_t i = 0; i < n; ++i)
-      eta[i] += (off + n <= res.design.count ? src[i] - mean : 0.0) * b;
+    terms.push_back(t);
+  }
+  // Each row's terms are added in column order as before, a block of rows at a time so that the
+  // block of eta stays in cache across the columns.
+  FilledLaterVector<double> eta(n);
+  constexpr std::size_t kBlock = 2048;
+  for (std::size_t i0 = 0; i0 < n; i0 += kBlock) {
+    const std::size_t i1 = std::min(n, i0 + kBlock);
+    for (std::size_t i = i0; i < i1; ++i) eta[i] = 0.0;
+    for (const Term& t : terms)
+      for (std::size_t i = i0; i < i1; ++i) eta[i] += (t.src ? t.src[i] - t.mean : 0.0) * t.b;
   }
   res.concordance = ConcordanceFenwick(n, res.time.data, res.status.data, eta.data());
   return 0;

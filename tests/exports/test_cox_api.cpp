@@ -287,6 +287,22 @@ TEST(CoxApiReference, IncompleteRowsAreLeftOutBitForBit) {
   same(a.coefTable, b.coefTable, "coefficient table");
   same(a.cvTable, b.cvTable, "quality row");
   same(a.residuals, b.residuals, "residuals");
+  // The block tables agree too, including the cells past a stratum's own number of distinct
+  // times, which are reported as 0 (nothing of the memory's earlier contents).
+  int pastEnd = 0;
+  for (const auto* t : {&a.blockStart, &a.blockSize, &a.blockEvents}) {
+    const VectI& other = t == &a.blockStart  ? b.blockStart
+                         : t == &a.blockSize ? b.blockSize
+                                             : b.blockEvents;
+    ASSERT_EQ(t->count, other.count);
+    EXPECT_EQ(0, std::memcmp(t->data, other.data, t->count * sizeof(int)));
+    for (int s = 0; s < a.nStrata; ++s)
+      for (int k = a.nTimes.data[s]; k < a.maxTimes; ++k, ++pastEnd)
+        EXPECT_EQ(t->data[static_cast<std::size_t>(k) * static_cast<std::size_t>(a.nStrata) +
+                          static_cast<std::size_t>(s)],
+                  0);
+  }
+  EXPECT_GT(pastEnd, 0);  // the strata have different numbers of distinct times
   for (int r = 0; r < f.n; ++r)
     EXPECT_EQ(clean.source[static_cast<std::size_t>(a.rowIndex.data[r])],
               holes.source[static_cast<std::size_t>(b.rowIndex.data[r])]);
