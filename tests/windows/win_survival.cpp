@@ -6,22 +6,11 @@
 
 #include "velkor/VELKORLI1M.h"
 #include "windows/harness.h"
+#include "windows/survival_groups.h"
 
 namespace {
-#include "reference/survival/survival_fixtures.inc"
-
-#define LEN(a) static_cast<int>(sizeof(a) / sizeof(a[0]))
+using namespace win_survival;
 constexpr double M = VELKOR_MISSING;
-
-struct Group {
-  const double *t, *nrisk, *nevent, *surv, *greenwood, *cumhaz, *quartiles, *mean;
-  int size;
-};
-#define GROUP(p)                                                                                \
-  Group {                                                                                       \
-    p##_t, p##_nrisk, p##_nevent, p##_surv, p##_greenwood, p##_cumhaz, p##_quartiles, p##_mean, \
-        LEN(p##_t)                                                                              \
-  }
 
 }  // namespace
 

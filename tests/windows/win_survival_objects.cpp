@@ -11,21 +11,10 @@
 #include "velkor/survival_objects.h"
 #include "windows/dataset.h"
 #include "windows/harness.h"
+#include "windows/survival_groups.h"
 
 namespace {
-#include "reference/survival/survival_fixtures.inc"
-
-#define LEN(a) static_cast<int>(sizeof(a) / sizeof(a[0]))
-
-struct Group {
-  const double *t, *nrisk, *nevent, *surv, *greenwood, *cumhaz, *quartiles, *mean;
-  int size;
-};
-#define GROUP(p)                                                                                \
-  Group {                                                                                       \
-    p##_t, p##_nrisk, p##_nevent, p##_surv, p##_greenwood, p##_cumhaz, p##_quartiles, p##_mean, \
-        LEN(p##_t)                                                                              \
-  }
+using namespace win_survival;
 
 double cell(const std::vector<VectDPtr>& set, std::uint32_t col, std::uint32_t row) {
   return col < set.size() && set[col] ? (*set[col])[row] : std::nan("");
