@@ -301,7 +301,7 @@ VELKOR_API int Cpp_COX_Compute_ST(SAFEARRAY* numeric, SAFEARRAY* text, COX_Param
         if (c.entries.empty() || !c.entries[0]) continue;
         cST_QualiInfo q;
         q.name = c.name;
-        q.values = std::make_shared<VectS>(*c.entries[0]);
+        q.values = std::shared_ptr<VectS>(new VectS(*c.entries[0]));
         data.qualitative.push_back(std::move(q));
       }
     }

@@ -24,7 +24,8 @@ using velkor::kMissing;
 std::vector<VectDPtr> column_set(std::uint32_t cols, std::uint32_t len, double init) {
   std::vector<VectDPtr> out;
   out.reserve(cols);
-  for (std::uint32_t c = 0; c < cols; ++c) out.push_back(std::make_shared<VectD>(len, init));
+  for (std::uint32_t c = 0; c < cols; ++c)
+    out.push_back(std::shared_ptr<VectD>(new VectD(len, init)));
   return out;
 }
 
@@ -43,7 +44,8 @@ matrix<double> to_matrix(std::vector<VectDPtr>& set, std::uint32_t rows) {
 std::vector<VectDPtr> from_matrix(matrix<double>& m) {
   std::vector<VectDPtr> out;
   for (std::uint32_t c = 0; c < m.cols; ++c)
-    out.push_back(std::make_shared<VectD>(m.data + static_cast<std::uint64_t>(c) * m.rows, m.rows));
+    out.push_back(
+        std::shared_ptr<VectD>(new VectD(m.data + static_cast<std::uint64_t>(c) * m.rows, m.rows)));
   return out;
 }
 
@@ -129,10 +131,10 @@ int prepare(cST_DataSet& data, SURV_Param& param, cSURV_Data& out) {
   out.statusCode =
       cReorganizeData(&t, count, &s, &w, &g, &sizes, static_cast<int>(G), param.grouped, result);
   out.maxTime = result.maxTime;
-  out.times = std::make_shared<VectD>(t.data, n);
-  out.status = std::make_shared<VectD>(s.data, n);
-  out.weights = std::make_shared<VectD>(w.data, n);
-  out.groups = std::make_shared<VectD>(g.data, n);
+  out.times = std::shared_ptr<VectD>(new VectD(t.data, n));
+  out.status = std::shared_ptr<VectD>(new VectD(s.data, n));
+  out.weights = std::shared_ptr<VectD>(new VectD(w.data, n));
+  out.groups = std::shared_ptr<VectD>(new VectD(g.data, n));
   return out.statusCode;
 }
 

@@ -46,9 +46,11 @@ struct cST_DataSet {
       if (names[i] == name) return static_cast<int>(i);
     return -1;
   }
-  // Append a numeric column (copy of n values).
+  // Append a numeric column (copy of n values). Columns are built with shared_ptr(new ...)
+  // rather than make_shared: MinGW otherwise exports the type_info of make_shared's internal
+  // tag from the DLL's object-interface code.
   void add(const std::u16string& name, const double* values, std::uint32_t n) {
-    columns.push_back(std::make_shared<VectD>(values, n));
+    columns.push_back(std::shared_ptr<VectD>(new VectD(values, n)));
     names.push_back(name);
   }
 };
