@@ -242,8 +242,8 @@ TEST(RocApi, PairedComparisons) {
   const int n = 10, m = 3;
   auto compare = [&](const std::vector<double>& x, int nn, int mm, int side, Buffer& aucs,
                      double* cov, double* global, double* pairs) {
-    return Cpp_ComputeROCComparisonsDep2(status.data(), x.empty() ? nullptr : x.data(), nullptr,
-                                         nn, mm, side, 0.05, aucs.data(), cov, global, pairs);
+    return Cpp_ComputeROCComparisonsDep2(status.data(), x.empty() ? nullptr : x.data(), nullptr, nn,
+                                         mm, side, 0.05, aucs.data(), cov, global, pairs);
   };
   Buffer aucs(4 * m), cov(m * m), global(3), pairs(8 * 3);
   ASSERT_EQ(compare(values, n, m, 1, aucs, cov.data(), global.data(), pairs.data()), 0);
