@@ -10,56 +10,32 @@
 #include "test_helpers.h"
 
 namespace mc = velkor::methodcomp;
-using mctest::col;
-using mctest::expect_all_close;
+using namespace mctest;
+using namespace methodcomp_ref;
 using velkor::kMissing;
 
 namespace {
 
 struct RegResult {
   int status;
-  std::vector<double> coef, fitted, resid, info;
+  Vec coef, fitted, resid, info;
 };
 
-RegResult run_old(const std::vector<double>& x, const std::vector<double>& y, double lambda,
-                  double alpha) {
+// DemingRegression when `subject` is null and `weighted` is 1, else NewDemingRegression.
+RegResult run_reg(const Vec& x, const Vec& y, double lambda, double alpha,
+                  const Vec* subject = nullptr, short weighted = 1) {
   const int n = static_cast<int>(x.size());
-  auto mx = col(x), my = col(y), c = col(std::vector<double>(8, 7.0));
-  auto f = col(std::vector<double>(x.size(), 7.0)), r = col(std::vector<double>(x.size(), 7.0));
+  auto mx = col(x), my = col(y), c = out(8), info = out(3), f = out(x.size()), r = out(x.size());
+  matrix<double> ms = col(subject ? *subject : Vec{});
   RegResult o;
-  o.status = mc::DemingRegression(&mx, &my, n, lambda, alpha, &c, &f, &r);
-  o.coef = mctest::values(c);
-  o.fitted = mctest::values(f);
-  o.resid = mctest::values(r);
+  o.status = weighted == 1 ? mc::DemingRegression(&mx, &my, n, lambda, alpha, &c, &f, &r)
+                           : mc::NewDemingRegression(&mx, &my, n, subject ? &ms : nullptr, weighted,
+                                                     lambda, alpha, 200, 1e-12, &c, &info, &f, &r);
+  o.coef = values(c);
+  o.info = values(info);
+  o.fitted = values(f);
+  o.resid = values(r);
   return o;
-}
-
-RegResult run_new(const std::vector<double>& x, const std::vector<double>& y,
-                  const std::vector<double>* subject, short weighted, double lambda, double alpha) {
-  const int n = static_cast<int>(x.size());
-  auto mx = col(x), my = col(y), c = col(std::vector<double>(8, 7.0));
-  auto info = col(std::vector<double>(3, 7.0));
-  auto f = col(std::vector<double>(x.size(), 7.0)), r = col(std::vector<double>(x.size(), 7.0));
-  matrix<double> ms = col(subject ? *subject : std::vector<double>{});
-  RegResult o;
-  o.status = mc::NewDemingRegression(&mx, &my, n, subject ? &ms : nullptr, weighted, lambda, alpha,
-                                     200, 1e-12, &c, &info, &f, &r);
-  o.coef = mctest::values(c);
-  o.info = mctest::values(info);
-  o.fitted = mctest::values(f);
-  o.resid = mctest::values(r);
-  return o;
-}
-
-void replicates(std::vector<double>& x, std::vector<double>& y, std::vector<double>& s) {
-  using namespace methodcomp_ref;
-  x = pefr_w1;
-  x.insert(x.end(), pefr_w2.begin(), pefr_w2.end());
-  y = pefr_m1;
-  y.insert(y.end(), pefr_m2.begin(), pefr_m2.end());
-  s.clear();
-  for (int r = 0; r < 2; ++r)
-    for (int i = 1; i <= 17; ++i) s.push_back(i);
 }
 
 }  // namespace
@@ -87,11 +63,10 @@ TEST(Deming, ClosedFormCases) {
 TEST(Deming, GuardedFormKeepsPrecisionAndRefusesUndefinedFits) {
   // lambda Sxx >> Syy: the textbook root D + sqrt(D^2 + 4 lambda Sxy^2) cancels; the
   // conjugate form keeps the slope. Reference by long double.
-  const std::vector<double> xs = {1, 2, 3, 4, 5}, ys = {1.0e-3, 2.1e-3, 2.9e-3, 4.2e-3, 4.9e-3};
+  const Vec xs = {1, 2, 3, 4, 5}, ys = {1.0e-3, 2.1e-3, 2.9e-3, 4.2e-3, 4.9e-3};
   const double lambda = 1e8;
   long double mx = 3, my = 0, Sxx = 0, Syy = 0, Sxy = 0;
-  for (double v : ys) my += v;
-  my /= 5;
+  for (double v : ys) my += v / 5;
   for (int i = 0; i < 5; ++i) {
     Sxx += (xs[i] - mx) * (xs[i] - mx);
     Syy += (ys[i] - my) * (ys[i] - my);
@@ -117,70 +92,63 @@ TEST(Deming, GuardedFormKeepsPrecisionAndRefusesUndefinedFits) {
 }
 
 TEST(DemingRegression, JackknifeMatchesExplicitRefits) {
-  using namespace methodcomp_ref;
-  RegResult r = run_old(pefr_w1, pefr_m1, 1.0, 0.05);
+  const RegResult r = run_reg(pefr_w1, pefr_m1, 1.0, 0.05);
   ASSERT_EQ(r.status, 0);
   expect_all_close(r.coef, dem_pefr_l1, 1e-10, "lambda 1");
   for (int i = 0; i < 17; ++i) {
     EXPECT_NEAR(r.fitted[i], r.coef[0] + r.coef[4] * pefr_w1[i], 1e-10);
     EXPECT_NEAR(r.resid[i], pefr_m1[i] - r.fitted[i], 1e-10);
   }
-  expect_all_close(run_old(pefr_w1, pefr_m1, 2.5, 0.10).coef, dem_pefr_l2, 1e-10, "lambda 2.5");
-  expect_all_close(run_old(sleep_g1, sleep_g2, 1.0, 0.05).coef, dem_sleep_l1, 1e-10, "sleep");
+  expect_all_close(run_reg(pefr_w1, pefr_m1, 2.5, 0.10).coef, dem_pefr_l2, 1e-10, "lambda 2.5");
+  expect_all_close(run_reg(sleep_g1, sleep_g2, 1.0, 0.05).coef, dem_sleep_l1, 1e-10, "sleep");
 }
 
 TEST(DemingRegression, BadInput) {
-  // All x equal: Sxy = 0; two complete rows; lambda not > 0. Nothing is written.
-  RegResult r = run_old({2, 2, 2, 2}, {1, 2, 3, 4}, 1.0, 0.05);
+  // All x equal (Sxy = 0), two complete rows, lambda not > 0, identical points. Nothing written.
+  const RegResult r = run_reg({2, 2, 2, 2}, {1, 2, 3, 4}, 1.0, 0.05);
   EXPECT_EQ(r.status, -5);
   EXPECT_EQ(r.coef[0], 7.0);
-  EXPECT_EQ(run_old({1, 2, kMissing}, {1, 2, 3}, 1.0, 0.05).status, -2);
-  EXPECT_EQ(run_old({1, 2, 4}, {1, 2, 3}, -1.0, 0.05).status, -5);
-  EXPECT_EQ(run_old({1, 2, 4}, {1, 2, 3}, std::nan(""), 0.05).status, -5);
-  // Identical points are no line either.
-  EXPECT_EQ(run_old({1, 1, 1}, {1, 1, 1}, 1.0, 0.05).status, -5);
+  EXPECT_EQ(run_reg({1, 2, kMissing}, {1, 2, 3}, 1.0, 0.05).status, -2);
+  EXPECT_EQ(run_reg({1, 2, 4}, {1, 2, 3}, -1.0, 0.05).status, -5);
+  EXPECT_EQ(run_reg({1, 2, 4}, {1, 2, 3}, std::nan(""), 0.05).status, -5);
+  EXPECT_EQ(run_reg({1, 1, 1}, {1, 1, 1}, 1.0, 0.05).status, -5);
   // A missing row is left out and gets markers.
-  std::vector<double> x = methodcomp_ref::pefr_w1, y = methodcomp_ref::pefr_m1;
+  Vec x = pefr_w1, y = pefr_m1;
   x.push_back(kMissing);
   y.push_back(400);
-  r = run_old(x, y, 1.0, 0.05);
-  expect_all_close(r.coef, methodcomp_ref::dem_pefr_l1, 1e-10, "missing row");
-  EXPECT_EQ(r.fitted[17], kMissing);
+  const RegResult m = run_reg(x, y, 1.0, 0.05);
+  expect_all_close(m.coef, dem_pefr_l1, 1e-10, "missing row");
+  EXPECT_EQ(m.fitted[17], kMissing);
   // Three points where a leave-one-out fit is undefined: estimates without standard errors.
-  r = run_old({1, 2, 2}, {1, 2, 3}, 1.0, 0.05);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.coef[1], kMissing);
-  EXPECT_EQ(r.coef[2], kMissing);
+  const RegResult loo = run_reg({1, 2, 2}, {1, 2, 3}, 1.0, 0.05);
+  EXPECT_EQ(loo.status, 0);
+  EXPECT_EQ(loo.coef[1], kMissing);
+  EXPECT_EQ(loo.coef[2], kMissing);
 }
 
-TEST(NewDemingRegression, LambdaFromReplicatesAndSubjectJackknife) {
-  std::vector<double> x, y, s;
-  replicates(x, y, s);
-  RegResult r = run_new(x, y, &s, 0, 0.0, 0.05);
+TEST(NewDemingRegression, ReplicatesAndSubjectJackknife) {
+  const Vec x = stacked(pefr_w1, pefr_w2), y = stacked(pefr_m1, pefr_m2), s = codes17();
+  // Lambda from the replicates.
+  RegResult r = run_reg(x, y, 0.0, 0.05, &s, 0);
   ASSERT_EQ(r.status, 0);
-  EXPECT_NEAR(r.info[0], methodcomp_ref::dem_rep_lambda[0], 1e-13);
+  EXPECT_NEAR(r.info[0], dem_rep_lambda[0], 1e-13);
   EXPECT_EQ(r.info[1], 17.0);
   EXPECT_EQ(r.info[2], 0.0);
-  expect_all_close(r.coef, methodcomp_ref::dem_rep, 1e-10, "replicates");
+  expect_all_close(r.coef, dem_rep, 1e-10, "replicates");
   // Given lambda, no codes: rows are subjects; equals the old driver.
-  using namespace methodcomp_ref;
-  r = run_new(pefr_w1, pefr_m1, nullptr, 0, 2.5, 0.10);
-  expect_all_close(r.coef, dem_pefr_l2, 1e-10, "rows as subjects");
-}
-
-TEST(NewDemingRegression, IterativelyWeightedOnReplicates) {
-  std::vector<double> x, y, s;
-  replicates(x, y, s);
-  RegResult r = run_new(x, y, &s, -1, 0.0, 0.05);
+  expect_all_close(run_reg(pefr_w1, pefr_m1, 2.5, 0.10, nullptr, 0).coef, dem_pefr_l2, 1e-10,
+                   "rows as subjects");
+  // Iteratively weighted.
+  r = run_reg(x, y, 0.0, 0.05, &s, -1);
   ASSERT_EQ(r.status, 0);
-  expect_all_close(r.coef, methodcomp_ref::wdem_rep, 1e-9, "weighted");
+  expect_all_close(r.coef, wdem_rep, 1e-9, "weighted");
   EXPECT_EQ(r.info[0], kMissing);
   EXPECT_GT(r.info[2], 1.0);
   // Weighted without subject codes, lambda not estimable, too few subjects.
-  EXPECT_EQ(run_new(x, y, nullptr, -1, 1.0, 0.05).status, -5);
-  EXPECT_EQ(run_new(x, y, nullptr, 0, 0.0, 0.05).status, -5);
-  std::vector<double> two = {1, 1, 2, 2, 1, 2};
-  EXPECT_EQ(run_new({1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 5, 6}, &two, 0, 1.0, 0.05).status, -2);
+  EXPECT_EQ(run_reg(x, y, 1.0, 0.05, nullptr, -1).status, -5);
+  EXPECT_EQ(run_reg(x, y, 0.0, 0.05, nullptr, 0).status, -5);
+  const Vec two = {1, 1, 2, 2, 1, 2};
+  EXPECT_EQ(run_reg({1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 5, 6}, 1.0, 0.05, &two, 0).status, -2);
 }
 
 TEST(WeightedDeming, EqualReplicateVariancesReduceToClosedForm) {
