@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -101,9 +102,7 @@ TEST(CumulativeIncidence, HandComputedThreeRows) {
   }
   // Row 1: (n - e) e / n^3 = 2/27. Row 3: 1/54 + 2/27 - 2/27 (j = 1) + 1/18 (j = 2); row 3
   // itself (n = d = 1) contributes nothing: 2/27 again.
-  EXPECT_NEAR(r.inc(1, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
-  EXPECT_NEAR(r.inc(2, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
-  EXPECT_NEAR(r.inc(3, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
+  for (int i = 1; i <= 3; ++i) EXPECT_NEAR(r.inc(i, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
   // Log-transformed limits, not clipped: the upper limit of row 3 exceeds 1.
   const double z = 1.959963984540054, se = std::sqrt(2.0 / 27);
   EXPECT_NEAR(r.inc(3, col::kLower), 2.0 / 3 * std::exp(-z * se * 1.5), 1e-14);
@@ -123,12 +122,9 @@ TEST(CumulativeIncidence, LeadingRowsFirstVarianceAndCallerColumnThree) {
   const std::vector<double> t{1, 2, 3, 3, 4, 5}, c{1, 1, 2, 0, 2, 1};
   Incidence r = incidence_of(t, c, 2);
   ASSERT_EQ(r.T, 5);
-  for (int i = 1; i <= 2; ++i) {
-    for (int k = col::kIncidence; k <= col::kOverall; ++k) {
-      EXPECT_EQ(r.inc(i, k), kMissing);
-      EXPECT_EQ(r.comp(i, k), kMissing);
-    }
-  }
+  for (int i = 1; i <= 2; ++i)
+    for (int k = col::kIncidence; k <= col::kOverall; ++k)
+      EXPECT_TRUE(r.inc(i, k) == kMissing && r.comp(i, k) == kMissing) << i << " " << k;
   // Row 3: n = 4, e = 1; F = 1 x (4/6) / 4; variance (4 - 1) 1 / 64 without the S_2^2 factor.
   EXPECT_NEAR(r.inc(3, col::kIncidence), 1.0 / 6, 1e-15);
   EXPECT_NEAR(r.inc(3, col::kStdErr), std::sqrt(3.0 / 64), 1e-15);
@@ -155,7 +151,7 @@ TEST(CumulativeIncidence, LinearVarianceMatchesQuadraticSumWithTiesAndSaturatedR
       c[i] = cause(gen);
     }
     std::vector<std::size_t> idx(n);
-    for (std::size_t i = 0; i < n; ++i) idx[i] = i;
+    std::iota(idx.begin(), idx.end(), 0);
     std::stable_sort(idx.begin(), idx.end(), [&](auto a, auto b) { return t[a] < t[b]; });
     std::vector<double> ts(n), cs(n);
     for (std::size_t i = 0; i < n; ++i) ts[i] = t[idx[i]], cs[i] = c[idx[i]];
@@ -184,11 +180,10 @@ TEST(CumulativeIncidence, LinearVarianceMatchesQuadraticSumWithTiesAndSaturatedR
 TEST(CumulativeIncidence, AbsentCauseSingleRowAndOversizedT) {
   // A cause that never occurs: rows 1 .. T-1 blank, row T blank but for a 0 standard error.
   Incidence r = incidence_of({1, 2, 2, 4}, {1, 0, 1, 1}, 3);
-  for (int i = 1; i <= r.T; ++i) {
-    EXPECT_EQ(r.inc(i, col::kIncidence), kMissing);
-    EXPECT_EQ(r.inc(i, col::kOverall), kMissing);
-    EXPECT_EQ(r.comp(i, col::kIncidence), kMissing);
-  }
+  for (int i = 1; i <= r.T; ++i)
+    for (double v :
+         {r.inc(i, col::kIncidence), r.inc(i, col::kOverall), r.comp(i, col::kIncidence)})
+      EXPECT_EQ(v, kMissing) << i;
   EXPECT_EQ(r.inc(r.T, col::kStdErr), 0.0);
   EXPECT_EQ(r.inc(1, col::kStdErr), kMissing);
 
@@ -254,7 +249,7 @@ TEST(CumulativeIncidence, Mgus2AgainstCmprsk) {
 TEST(ReorganizeDataCum, OrdersBlocksAndDerivesAllCauseStatus) {
   std::vector<double> t{5, 3, 9, 1, 3, 7, 2}, s{2, 0, 1, 1, 3.5, -1, 0}, g{2, 1, 2, 1, 2, 1, 2};
   std::vector<double> all(7, 9.0), sizes{3, 4};
-  auto tm = column(t), st = column(s), gr = column(g), al = column(all), sz = column(sizes);
+  auto tm = column(t), st = column(s), gr = column(g), al = column(all);
   matrix<double> sizesRow(1, 2, sizes.data(), 0);
   double mx = 0;
   EXPECT_EQ(ReorganizeDataCum(&tm, 7, &st, &al, &gr, &sizesRow, 2, mx), 0);
