@@ -22,24 +22,22 @@ using velkor::kMissing;
 }
 
 struct RocRun {
-  int status = 0;
+  int status = 0, k = 0;
   std::vector<double> curve, auc;
-  std::vector<int> counts;
 };
 
 RocRun run_roc(const std::vector<double>& values, int seMethod) {
   const int n = static_cast<int>(values.size());
   matrix<double> st(n, 1, const_cast<double*>(asah::status.data()), 0);
   matrix<double> v(n, 1, const_cast<double*>(values.data()), 0);
-  matrix<double> w(0, 1), costs4(0, 1), none(0, 1);
-  matrix<double> curve(n + 1, 3), auc(9, 1);
+  matrix<double> none(0, 1), curve(n + 1, 3), auc(9, 1);
   matrix<int> counts(3, 1);
   RocRun r;
-  r.status = velkor::roc::ComputeROC(&st, &v, &w, n, 1, 0.05, seMethod, 0, 0, 0, 0.0, &costs4,
+  r.status = velkor::roc::ComputeROC(&st, &v, &none, n, 1, 0.05, seMethod, 0, 0, 0, 0.0, &none,
                                      &curve, &none, &none, &auc, &none, &counts);
+  r.k = counts(1);
   r.curve.assign(curve.data, curve.data + curve.count);
   r.auc.assign(auc.data, auc.data + 9);
-  r.counts.assign(counts.data, counts.data + 3);
   return r;
 }
 
@@ -50,21 +48,21 @@ struct Marker {
   const std::vector<double>&fpr, &tpr;
 };
 
-std::vector<Marker> markers() {
-  return {{"s100b", asah::s100b, asah::s100b_auc, asah::s100b_var_delong, asah::s100b_se_hanley,
-           asah::s100b_se_bamber, asah::s100b_fpr, asah::s100b_tpr},
-          {"ndka", asah::ndka, asah::ndka_auc, asah::ndka_var_delong, asah::ndka_se_hanley,
-           asah::ndka_se_bamber, asah::ndka_fpr, asah::ndka_tpr},
-          {"wfns", asah::wfns, asah::wfns_auc, asah::wfns_var_delong, asah::wfns_se_hanley,
-           asah::wfns_se_bamber, asah::wfns_fpr, asah::wfns_tpr}};
-}
+const Marker kMarkers[] = {
+    {"s100b", asah::s100b, asah::s100b_auc, asah::s100b_var_delong, asah::s100b_se_hanley,
+     asah::s100b_se_bamber, asah::s100b_fpr, asah::s100b_tpr},
+    {"ndka", asah::ndka, asah::ndka_auc, asah::ndka_var_delong, asah::ndka_se_hanley,
+     asah::ndka_se_bamber, asah::ndka_fpr, asah::ndka_tpr},
+    {"wfns", asah::wfns, asah::wfns_auc, asah::wfns_var_delong, asah::wfns_se_hanley,
+     asah::wfns_se_bamber, asah::wfns_fpr, asah::wfns_tpr}};
 
 }  // namespace
 
 // AUC against pROC's auc(); the three standard errors against pROC's DeLong variance and the
-// published formulas; same formulas, so 1e-12 relative.
-TEST(RocReference, AreaAndStandardErrorsMatchR) {
-  for (const Marker& m : markers()) {
+// published formulas (same formulas: 1e-12 relative); the curve holds exactly pROC's distinct
+// (1 - Sp, Se) points, in the same order.
+TEST(RocReference, AreaStandardErrorsAndCurveMatchR) {
+  for (const Marker& m : kMarkers) {
     SCOPED_TRACE(m.name);
     const RocRun hm = run_roc(m.values, 0), bam = run_roc(m.values, 1), dl = run_roc(m.values, 2);
     ASSERT_EQ(hm.status, 0);
@@ -78,23 +76,15 @@ TEST(RocReference, AreaAndStandardErrorsMatchR) {
     EXPECT_TRUE(Close(dl.auc[3], std::min(1.0, m.auc + z * se), 1e-10));
     EXPECT_TRUE(Close(dl.auc[4], (m.auc - 0.5) / se, 1e-10));
     EXPECT_TRUE(Close(dl.auc[7], std::erfc((m.auc - 0.5) / se / std::sqrt(2.0)), 1e-9));
-  }
-}
 
-// The curve holds exactly pROC's distinct (1 - Sp, Se) points, in the same order.
-TEST(RocReference, CurvePointsMatchR) {
-  for (const Marker& m : markers()) {
-    SCOPED_TRACE(m.name);
-    const RocRun r = run_roc(m.values, 2);
-    const int k = r.counts[0];
     const std::size_t rows = m.values.size() + 1;
-    ASSERT_EQ(static_cast<std::size_t>(k + 1), m.fpr.size());
-    for (int i = 0; i <= k; ++i) {
-      EXPECT_NEAR(r.curve[i], m.fpr[i], 1e-14) << "row " << i;
-      EXPECT_NEAR(r.curve[rows + i], m.tpr[i], 1e-14) << "row " << i;
+    ASSERT_EQ(static_cast<std::size_t>(dl.k + 1), m.fpr.size());
+    for (int i = 0; i <= dl.k; ++i) {
+      EXPECT_NEAR(dl.curve[i], m.fpr[i], 1e-14) << "row " << i;
+      EXPECT_NEAR(dl.curve[rows + i], m.tpr[i], 1e-14) << "row " << i;
     }
-    EXPECT_EQ(r.curve[2 * rows], kMissing);  // the end point (0, 0) has no threshold
-    EXPECT_EQ(r.curve[k + 1], kMissing);     // rows past the curve
+    EXPECT_EQ(dl.curve[2 * rows], kMissing);  // the end point (0, 0) has no threshold
+    EXPECT_EQ(dl.curve[dl.k + 1], kMissing);  // rows past the curve
   }
 }
 
@@ -103,19 +93,16 @@ TEST(RocReference, CurvePointsMatchR) {
 TEST(RocReference, PairedComparisonsMatchR) {
   const int n = static_cast<int>(asah::status.size()), m = 3;
   std::vector<double> values;
-  for (const auto* v : {&asah::s100b, &asah::ndka, &asah::wfns})
-    values.insert(values.end(), v->begin(), v->end());
+  for (const Marker& mk : kMarkers) values.insert(values.end(), mk.values.begin(), mk.values.end());
   matrix<double> st(n, 1, const_cast<double*>(asah::status.data()), 0);
   matrix<double> v(n, m, values.data(), 0);
   matrix<double> w(0, 1), aucs(m, 4), cov(m, m), global(3, 1), pairs(3, 8);
   ASSERT_EQ(velkor::roc::ComputeROCComparisonsDep(&st, &v, &w, n, m, 1, 0.05, &aucs, &cov, &global,
                                                   &pairs),
             0);
-  const double aucR[3] = {asah::s100b_auc, asah::ndka_auc, asah::wfns_auc};
-  const double varR[3] = {asah::s100b_var_delong, asah::ndka_var_delong, asah::wfns_var_delong};
   for (int r = 1; r <= 3; ++r) {
-    EXPECT_TRUE(Close(aucs(r, 1), aucR[r - 1], 1e-12));
-    EXPECT_TRUE(Close(cov(r, r), varR[r - 1], 1e-12));
+    EXPECT_TRUE(Close(aucs(r, 1), kMarkers[r - 1].auc, 1e-12));
+    EXPECT_TRUE(Close(cov(r, r), kMarkers[r - 1].varDeLong, 1e-12));
   }
   const int pr[3][2] = {{1, 2}, {1, 3}, {2, 3}};
   for (int p = 0; p < 3; ++p) {
@@ -142,10 +129,8 @@ TEST(RocReference, ClassificationStatisticsMatchR) {
   matrix<double> v(n, 1, const_cast<double*>(asah::s100b.data()), 0);
   matrix<double> w(0, 1), table(2, 2);
   velkor::roc::CreateROCContingencyTable(&labels, n, u"Poor", &v, 0, 0.205, 3, &w, &table);
-  EXPECT_EQ(table(1, 1), asah::table_abcd[0]);
-  EXPECT_EQ(table(1, 2), asah::table_abcd[1]);
-  EXPECT_EQ(table(2, 1), asah::table_abcd[2]);
-  EXPECT_EQ(table(2, 2), asah::table_abcd[3]);
+  const double abcd[4] = {table(1, 1), table(1, 2), table(2, 1), table(2, 2)};
+  for (int k = 0; k < 4; ++k) EXPECT_EQ(abcd[k], asah::table_abcd[k]);
 
   matrix<double> stats(13, 3), props(3, 3);
   velkor::roc::GetROCStats(&table, 0.05, 0, 0, 0.0, &stats, &props);

@@ -1,14 +1,19 @@
-// Competing risks: data preparation, cumulative incidence and its delta-method standard error.
-// References: hand-computed fractions, R's cmprsk::cuminc (point estimates) and the delta-method
-// variance evaluated in R from its quadratic definition (tests/reference/competing/make_mgus2.R),
-// and an O(T^2) evaluation of the same sum here against the worker's linear-time recurrence.
+// Competing risks: data preparation, cumulative incidence with its delta-method standard error,
+// and Gray's K-sample test. References: hand-computed fractions; R's cmprsk::cuminc (point
+// estimates and "Tests" on mgus2: two and three groups, with and without strata, rho = 0, 0.5,
+// 1); the delta-method variance evaluated in R from its quadratic definition
+// (tests/reference/competing/make_mgus2.R) and an O(T^2) evaluation of the same sum here against
+// the worker's linear-time recurrence; the invariances Gray's statistic must have.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <random>
 #include <vector>
 
 #include "competing/cumulative_incidence.h"
+#include "competing/gray_test.h"
 #include "core/numeric.h"
 #include "reference/competing/mgus2_competing.inc"
 
@@ -16,6 +21,7 @@ namespace {
 
 using velkor::kMissing;
 using velkor::competing::CumIncCalc;
+using velkor::competing::GrayTest;
 using velkor::competing::ReorganizeDataCum;
 namespace col = velkor::competing::cif_col;
 
@@ -101,9 +107,7 @@ TEST(CumulativeIncidence, HandComputedThreeRows) {
   }
   // Row 1: (n - e) e / n^3 = 2/27. Row 3: 1/54 + 2/27 - 2/27 (j = 1) + 1/18 (j = 2); row 3
   // itself (n = d = 1) contributes nothing: 2/27 again.
-  EXPECT_NEAR(r.inc(1, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
-  EXPECT_NEAR(r.inc(2, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
-  EXPECT_NEAR(r.inc(3, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
+  for (int i = 1; i <= 3; ++i) EXPECT_NEAR(r.inc(i, col::kStdErr), std::sqrt(2.0 / 27), 1e-15);
   // Log-transformed limits, not clipped: the upper limit of row 3 exceeds 1.
   const double z = 1.959963984540054, se = std::sqrt(2.0 / 27);
   EXPECT_NEAR(r.inc(3, col::kLower), 2.0 / 3 * std::exp(-z * se * 1.5), 1e-14);
@@ -123,12 +127,9 @@ TEST(CumulativeIncidence, LeadingRowsFirstVarianceAndCallerColumnThree) {
   const std::vector<double> t{1, 2, 3, 3, 4, 5}, c{1, 1, 2, 0, 2, 1};
   Incidence r = incidence_of(t, c, 2);
   ASSERT_EQ(r.T, 5);
-  for (int i = 1; i <= 2; ++i) {
-    for (int k = col::kIncidence; k <= col::kOverall; ++k) {
-      EXPECT_EQ(r.inc(i, k), kMissing);
-      EXPECT_EQ(r.comp(i, k), kMissing);
-    }
-  }
+  for (int i = 1; i <= 2; ++i)
+    for (int k = col::kIncidence; k <= col::kOverall; ++k)
+      EXPECT_TRUE(r.inc(i, k) == kMissing && r.comp(i, k) == kMissing) << i << " " << k;
   // Row 3: n = 4, e = 1; F = 1 x (4/6) / 4; variance (4 - 1) 1 / 64 without the S_2^2 factor.
   EXPECT_NEAR(r.inc(3, col::kIncidence), 1.0 / 6, 1e-15);
   EXPECT_NEAR(r.inc(3, col::kStdErr), std::sqrt(3.0 / 64), 1e-15);
@@ -155,7 +156,7 @@ TEST(CumulativeIncidence, LinearVarianceMatchesQuadraticSumWithTiesAndSaturatedR
       c[i] = cause(gen);
     }
     std::vector<std::size_t> idx(n);
-    for (std::size_t i = 0; i < n; ++i) idx[i] = i;
+    std::iota(idx.begin(), idx.end(), 0);
     std::stable_sort(idx.begin(), idx.end(), [&](auto a, auto b) { return t[a] < t[b]; });
     std::vector<double> ts(n), cs(n);
     for (std::size_t i = 0; i < n; ++i) ts[i] = t[idx[i]], cs[i] = c[idx[i]];
@@ -184,11 +185,10 @@ TEST(CumulativeIncidence, LinearVarianceMatchesQuadraticSumWithTiesAndSaturatedR
 TEST(CumulativeIncidence, AbsentCauseSingleRowAndOversizedT) {
   // A cause that never occurs: rows 1 .. T-1 blank, row T blank but for a 0 standard error.
   Incidence r = incidence_of({1, 2, 2, 4}, {1, 0, 1, 1}, 3);
-  for (int i = 1; i <= r.T; ++i) {
-    EXPECT_EQ(r.inc(i, col::kIncidence), kMissing);
-    EXPECT_EQ(r.inc(i, col::kOverall), kMissing);
-    EXPECT_EQ(r.comp(i, col::kIncidence), kMissing);
-  }
+  for (int i = 1; i <= r.T; ++i)
+    for (double v :
+         {r.inc(i, col::kIncidence), r.inc(i, col::kOverall), r.comp(i, col::kIncidence)})
+      EXPECT_EQ(v, kMissing) << i;
   EXPECT_EQ(r.inc(r.T, col::kStdErr), 0.0);
   EXPECT_EQ(r.inc(1, col::kStdErr), kMissing);
 
@@ -254,7 +254,7 @@ TEST(CumulativeIncidence, Mgus2AgainstCmprsk) {
 TEST(ReorganizeDataCum, OrdersBlocksAndDerivesAllCauseStatus) {
   std::vector<double> t{5, 3, 9, 1, 3, 7, 2}, s{2, 0, 1, 1, 3.5, -1, 0}, g{2, 1, 2, 1, 2, 1, 2};
   std::vector<double> all(7, 9.0), sizes{3, 4};
-  auto tm = column(t), st = column(s), gr = column(g), al = column(all), sz = column(sizes);
+  auto tm = column(t), st = column(s), gr = column(g), al = column(all);
   matrix<double> sizesRow(1, 2, sizes.data(), 0);
   double mx = 0;
   EXPECT_EQ(ReorganizeDataCum(&tm, 7, &st, &al, &gr, &sizesRow, 2, mx), 0);
@@ -284,6 +284,108 @@ TEST(ReorganizeDataCum, StatusCodes) {
   EXPECT_EQ(run({4, 1}, {2, 2}, 2).first, 0);    // constant but summing to 2n: no warning
   EXPECT_EQ(run({4, 1}, {-1, 1}, 2).first, -3);  // the sum, not the count, decides
   EXPECT_EQ(run({4, 1, 3}, {2, 0, 1}, 2).first, 0);
+}
+
+// ---- Gray's test -------------------------------------------------------------------------------
+
+struct GrayResult {
+  int code;
+  matrix<double> tests, scores, variance;
+  GrayResult(int causes, int k1)
+      : code(0), tests(causes, 3), scores(k1, causes), variance(k1 * k1, causes) {}
+};
+
+GrayResult gray(const std::vector<double>& t, const std::vector<double>& s,
+                const std::vector<double>& g, const std::vector<double>* strata, double rho,
+                int groups, int causes = 2, int cause = 0) {
+  GrayResult r(causes, groups - 1);
+  auto tm = column(t), st = column(s), gr = column(g);
+  matrix<double> sv = strata ? column(*strata) : matrix<double>(0, 1);
+  r.code = GrayTest(&tm, &st, &gr, &sv, static_cast<int>(t.size()), cause, rho, causes, groups,
+                    &r.tests, &r.scores, &r.variance);
+  return r;
+}
+
+std::vector<double> vec(const double* p) {
+  return std::vector<double>(p, p + kMgusN);
+}
+
+TEST(GrayTest, Mgus2AgainstCmprsk) {
+  const auto t = vec(kMgusTime), s = vec(kMgusCause), sex = vec(kMgusSex), age = vec(kMgusAge),
+             strata = vec(kMgusStratum);
+  for (const MgusGray& ref : kMgusGray) {
+    const auto& g = ref.groups == 1 ? sex : age;
+    const int K = ref.groups == 1 ? 2 : 3;
+    GrayResult r = gray(t, s, g, ref.stratified ? &strata : nullptr, ref.rho, K);
+    ASSERT_EQ(r.code, 0);
+    EXPECT_NEAR(r.tests(ref.cause, 1), ref.stat, 1e-10 * ref.stat)
+        << "groups " << ref.groups << " strata " << ref.stratified << " rho " << ref.rho
+        << " cause " << ref.cause;
+    EXPECT_EQ(r.tests(ref.cause, 2), K - 1);
+    // cmprsk reports 1 - pchisq, which is 0 below 1e-16; ours is the upper tail itself.
+    EXPECT_NEAR(r.tests(ref.cause, 3), ref.p, 1e-12);
+  }
+}
+
+TEST(GrayTest, InvariantToRowOrderLabelsAndTrivialStrata) {
+  const auto t = vec(kMgusTime), s = vec(kMgusCause), age = vec(kMgusAge);
+  GrayResult base = gray(t, s, age, nullptr, 0.0, 3);
+
+  std::vector<std::size_t> perm(t.size());
+  std::iota(perm.begin(), perm.end(), 0);
+  std::shuffle(perm.begin(), perm.end(), std::mt19937(7));
+  std::vector<double> t2, s2, g2, one(t.size(), 4.0);
+  for (std::size_t i : perm) {
+    t2.push_back(t[i]);
+    s2.push_back(s[i]);
+    g2.push_back(10.0 - 3.0 * age[i]);  // relabelled, order of the labels reversed
+  }
+  GrayResult moved = gray(t2, s2, g2, &one, 0.0, 3);
+  for (int k = 1; k <= 2; ++k) {
+    EXPECT_NEAR(moved.tests(k, 1), base.tests(k, 1), 1e-10 * base.tests(k, 1));
+    EXPECT_NEAR(moved.tests(k, 3), base.tests(k, 3), 1e-12);
+  }
+  // Identical groups: scores 0 (the statistic is 0 up to rounding).
+  std::vector<double> tt, ss, gg;
+  for (int rep = 0; rep < 2; ++rep)
+    for (int i = 0; i < 200; ++i) tt.push_back(t[i]), ss.push_back(s[i]), gg.push_back(rep);
+  GrayResult same = gray(tt, ss, gg, nullptr, 0.0, 2);
+  EXPECT_NEAR(same.scores(1, 1), 0.0, 1e-12);
+  EXPECT_NEAR(same.tests(1, 1), 0.0, 1e-20);
+  EXPECT_GT(same.variance(1, 1), 0.0);
+}
+
+TEST(GrayTest, DegenerateData) {
+  // One group: no test, df 0.
+  GrayResult one = gray({1, 2, 3}, {1, 2, 0}, {5, 5, 5}, nullptr, 0.0, 1);
+  EXPECT_EQ(one.code, 0);
+  EXPECT_EQ(one.tests(1, 1), kMissing);
+  EXPECT_EQ(one.tests(1, 2), 0.0);
+  // A cause with no failure at all: singular variance, marker.
+  GrayResult none = gray({1, 2, 3, 4}, {1, 0, 1, 0}, {1, 1, 2, 2}, nullptr, 0.0, 2, 2);
+  EXPECT_EQ(none.tests(2, 1), kMissing);
+  EXPECT_EQ(none.tests(2, 3), kMissing);
+  EXPECT_NE(none.tests(1, 1), kMissing);
+  // A label per row (300 groups) is no grouping: marker at once, df still K - 1.
+  std::vector<double> tt(300), ss(300), gg(300);
+  for (int i = 0; i < 300; ++i) tt[i] = i % 17, ss[i] = i % 3, gg[i] = i;
+  GrayResult many = gray(tt, ss, gg, nullptr, 0.0, 300, 1);
+  EXPECT_EQ(many.tests(1, 1), kMissing);
+  EXPECT_EQ(many.tests(1, 2), 299.0);
+  // Only the requested cause is written.
+  GrayResult only = gray({1, 2, 3, 4}, {1, 2, 1, 2}, {1, 1, 2, 2}, nullptr, 0.0, 2, 2, 2);
+  EXPECT_EQ(only.tests(1, 1), 0.0);  // untouched
+  EXPECT_NE(only.tests(2, 2), 0.0);
+  // Negative and fractional codes are failures from untested causes: the same as coding them 2.
+  const std::vector<double> t{1, 2, 3, 4, 5, 6, 7, 8}, g{1, 2, 1, 2, 1, 2, 1, 2};
+  GrayResult odd = gray(t, {1, -1, 2.5, 1, 0, 1, -7, 2}, g, nullptr, 0.0, 2, 1);
+  GrayResult two = gray(t, {1, 2, 2, 1, 0, 1, 2, 2}, g, nullptr, 0.0, 2, 1);
+  EXPECT_EQ(odd.tests(1, 1), two.tests(1, 1));
+  EXPECT_NE(odd.tests(1, 1), kMissing);
+  // Missing values and NaN leave rows out; fewer than two usable rows: -2, nothing written.
+  GrayResult few = gray({kMissing, 2, NAN}, {1, 2, 1}, {1, 2, 1}, nullptr, 0.0, 2);
+  EXPECT_EQ(few.code, -2);
+  EXPECT_EQ(few.tests(1, 1), 0.0);
 }
 
 }  // namespace
