@@ -13,10 +13,7 @@ cST_DataSet dataset_from_records(Library& lib, const std::vector<NamedColumn>& c
   auto dtor = lib.fn<void (*)(void*)>("_ZN8matrix3DI9cST_MVectIdEED1Ev");
   cST_DataSet data;
   if (!ctor || !dtor) return data;
-  std::vector<std::pair<std::u16string, std::pair<VARTYPE, SAFEARRAY*>>> records;
-  for (const auto& [name, values] : columns)
-    records.push_back({name, {VT_R8, ole::doubles(values)}});
-  ole::RecordArray array(records);
+  ole::RecordArray array(ole::real_columns(columns));
   alignas(M3D) unsigned char storage[sizeof(M3D)];
   ctor(storage, array.psa, 0);
   M3D* m = std::launder(reinterpret_cast<M3D*>(storage));

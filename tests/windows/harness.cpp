@@ -70,6 +70,19 @@ bool check_near(double got, double want, double rel, const std::string& what, co
   return check(ok, what + " = " + show(got) + ", expected " + show(want), file, line);
 }
 
+void check_all(const double* got, const double* want, std::size_t n, double rel,
+               const std::string& what, const char* file, int line) {
+  for (std::size_t i = 0; i < n; ++i)
+    check_near(got[i], want[i], rel, what + "[" + std::to_string(i) + "]", file, line);
+}
+
+bool check_all(const std::vector<double>& got, const std::vector<double>& want, double rel,
+               const std::string& what, const char* file, int line) {
+  if (!check(got.size() == want.size(), what + ": sizes", file, line)) return false;
+  check_all(got.data(), want.data(), got.size(), rel, what, file, line);
+  return true;
+}
+
 int passed() {
   return g_passed;
 }

@@ -55,6 +55,17 @@ bool check_eq(const A& got, const B& want, const char* what, const char* file, i
   return check(got == want, std::string(what) + " (got " + show(got) + ")", file, line);
 }
 
+// check_near on each of n cells (one check a cell); rel 0 asks for equality. The vector form
+// first checks that the sizes agree (one more check) and compares nothing when they do not.
+void check_all(const double* got, const double* want, std::size_t n, double rel,
+               const std::string& what, const char* file, int line);
+bool check_all(const std::vector<double>& got, const std::vector<double>& want, double rel,
+               const std::string& what, const char* file, int line);
+#define WCHECK_ALL(got, want, n, rel) \
+  ::wintest::check_all((got), (want), (n), (rel), #got, __FILE__, __LINE__)
+#define WCHECK_VEC(got, want, rel) \
+  ::wintest::check_all((got), (want), (rel), #got, __FILE__, __LINE__)
+
 // ---- guarded output buffers --------------------------------------------------------------------
 // An output array of n cells with kPad guard cells on each side holding a canary value, so that a
 // write before or after the caller's cells is seen (no address sanitizer runs under Wine, and a
@@ -70,6 +81,7 @@ struct Guarded {
     std::fill(v.begin() + kPad, v.begin() + static_cast<std::ptrdiff_t>(kPad + size), init);
   }
   T* data() { return v.data() + kPad; }
+  const T* data() const { return v.data() + kPad; }
   T& operator[](std::size_t i) { return v[kPad + i]; }
   const T& operator[](std::size_t i) const { return v[kPad + i]; }
   // The guard cells hold the canary.
@@ -87,6 +99,14 @@ struct Guarded {
 };
 using GuardedD = Guarded<double>;
 using GuardedI = Guarded<int>;
+template <class... G>
+bool intact(const G&... g) {
+  return (g.intact() && ...);
+}
+template <class... G>
+bool untouched(const G&... g) {
+  return (g.untouched() && ...);
+}
 
 // ---- the DLL ----------------------------------------------------------------------------------
 class Library {

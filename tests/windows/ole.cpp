@@ -62,8 +62,7 @@ Variant::Variant(const std::u16string& s) : Variant() {
   v.bstrVal = velkor::ToBSTR(s);
 }
 
-RecordArray::RecordArray(
-    const std::vector<std::pair<std::u16string, std::pair<VARTYPE, SAFEARRAY*>>>& cols) {
+RecordArray::RecordArray(const Columns& cols) {
   // A descriptor whose element width is set by hand, as oleaut32 documents for arrays of
   // user-defined types without record information.
   SafeArrayAllocDescriptor(1, &psa);

@@ -15,6 +15,9 @@ namespace wintest::ole {
 
 // One-dimensional VT_R8 array, lower bound 1 (a macro's `Dim x(1 To n) As Double`).
 SAFEARRAY* doubles(const std::vector<double>& v);
+inline SAFEARRAY* doubles(const double* p, int n) {
+  return doubles(std::vector<double>(p, p + n));
+}
 // One-dimensional VT_I4 / VT_I2 arrays, lower bound 1.
 SAFEARRAY* longs(const std::vector<std::int32_t>& v);
 SAFEARRAY* integers(const std::vector<std::int16_t>& v);
@@ -62,12 +65,21 @@ struct Variant {
   Variant& operator=(const Variant&) = delete;
 };
 
+// A record array of Double columns (name, values).
+using Columns = std::vector<std::pair<std::u16string, std::pair<VARTYPE, SAFEARRAY*>>>;
+inline Columns real_columns(
+    const std::vector<std::pair<std::u16string, std::vector<double>>>& cols) {
+  Columns out;
+  for (const auto& [name, values] : cols) out.push_back({name, {VT_R8, doubles(values)}});
+  return out;
+}
+
 // Array of 40-byte column records (the macro type VelkorColumn: Values As Variant, Name As
 // String, Role As Long, Reserved As Long), lower bound 1. Takes ownership of the value arrays;
 // record i gets role 10 * i.
 struct RecordArray {
   SAFEARRAY* psa = nullptr;
-  RecordArray(const std::vector<std::pair<std::u16string, std::pair<VARTYPE, SAFEARRAY*>>>& cols);
+  explicit RecordArray(const Columns& cols);
   ~RecordArray();
   RecordArray(const RecordArray&) = delete;
   RecordArray& operator=(const RecordArray&) = delete;

@@ -56,11 +56,11 @@ struct ObjectRun {
 void run_object(decltype(&Cpp_COX_Compute_ST) compute, ObjectRun& r) {
   using namespace wintest::ole;
   const int n = kLungN;
-  RecordArray numeric({{u"time", {VT_R8, doubles({kLungTime, kLungTime + n})}},
-                       {u"status", {VT_R8, doubles({kLungStatus, kLungStatus + n})}},
-                       {u"age", {VT_R8, doubles({kLungX, kLungX + n})}},
-                       {u"sex", {VT_R8, doubles({kLungX + n, kLungX + 2 * n})}},
-                       {u"ph.ecog", {VT_R8, doubles({kLungX + 2 * n, kLungX + 3 * n})}}});
+  RecordArray numeric(real_columns({{u"time", {kLungTime, kLungTime + n}},
+                                    {u"status", {kLungStatus, kLungStatus + n}},
+                                    {u"age", {kLungX, kLungX + n}},
+                                    {u"sex", {kLungX + n, kLungX + 2 * n}},
+                                    {u"ph.ecog", {kLungX + 2 * n, kLungX + 3 * n}}}));
   r.factors.quantitative = {2, 3, 4};
   r.status = compute(numeric.psa, nullptr, r.param, r.res, r.factors, r.info);
 }
@@ -99,10 +99,9 @@ VELKOR_WIN_FAMILY(cox_post) {
   fit.param.phTransform = 3;
   run_object(compute, fit);
   if (!WCHECK_EQ(fit.status, 0) || !WCHECK_EQ(fit.res.beta.count, 3u)) return;
-  for (int j = 0; j < kP; ++j) WCHECK_NEAR(fit.res.beta.data[j], kLungBeta[j], 1e-8);
+  WCHECK_ALL(fit.res.beta.data, kLungBeta, kP, 1e-8);
   if (WCHECK_EQ(fit.res.residuals.count, static_cast<std::uint32_t>(n * (4 + 2 * kP))))
-    for (int i = 0; i < n; ++i)
-      WCHECK_NEAR(fit.res.residuals.data[2 * n + i], kLungMartingale[i], 1e-7);
+    WCHECK_ALL(fit.res.residuals.data + 2 * n, kLungMartingale, n, 1e-7);
   check_ph(fit.res.phTest, kLungZph_km, "km");
   const double* zph[] = {kLungZph_identity, kLungZph_log, kLungZph_rank};
   for (int tr = 0; tr < 3; ++tr) {
@@ -124,7 +123,7 @@ VELKOR_WIN_FAMILY(cox_post) {
     WCHECK_EQ(num[0], pairs.concordant);
     WCHECK_EQ(den[0], pairs.comparable);
     WCHECK_EQ(c[0], pairs.concordant / pairs.comparable);
-    WCHECK(c.intact() && num.intact() && den.intact());
+    WCHECK(wintest::intact(c, num, den));
   }
 
   // One quality-index row through the flat entry equals row 1 of the object form's table (the
@@ -157,7 +156,7 @@ VELKOR_WIN_FAMILY(cox_post) {
     WCHECK(out.intact());
     const double want[12] = {3, 5, 3, 14.0 / 3, std::sqrt(2.5), std::sqrt(28.0 / 3), 2, 3,
                              4, 6, 5, 3};
-    for (int k = 0; k < 12; ++k) WCHECK_NEAR(out[k], want[k], 1e-15);
+    WCHECK_ALL(out.data(), want, 12, 1e-15);
   }
 
   // Cross-validation and bootstrap in the object form, with the caller's progress callback
@@ -186,14 +185,13 @@ VELKOR_WIN_FAMILY(cox_post) {
         WCHECK(a.bootTable.data[12 + j] <= a.bootTable.data[16 + j]);
       }
       WCHECK_EQ(a.cvTable.data[3 * 6], a.concordance);
-      bool same = runs[1].res.bootTable.count == a.bootTable.count &&
-                  runs[1].res.cvTable.count == a.cvTable.count;
-      for (std::uint32_t k = 0; same && k < a.bootTable.count; ++k)
-        same = runs[1].res.bootTable.data[k] == a.bootTable.data[k];
-      for (std::uint32_t k = 0; same && k < a.cvTable.count; ++k)
-        same = runs[1].res.cvTable.data[k] == a.cvTable.data[k] ||
-               (std::isnan(a.cvTable.data[k]) && std::isnan(runs[1].res.cvTable.data[k]));
-      WCHECK(same);
+      auto same = [](const VectD& x, const VectD& y) {
+        for (std::uint32_t k = 0; x.count == y.count && k < x.count; ++k)
+          if (x.data[k] != y.data[k] && !(std::isnan(x.data[k]) && std::isnan(y.data[k])))
+            return false;
+        return x.count == y.count;
+      };
+      WCHECK(same(runs[1].res.bootTable, a.bootTable) && same(runs[1].res.cvTable, a.cvTable));
     }
     // A callback that asks to stop: the run still returns, the bootstrap uses fewer replicates.
     ObjectRun stop;
@@ -219,7 +217,7 @@ VELKOR_WIN_FAMILY(cox_post) {
     GuardedD c(1, kInit), num(1, kInit), den(1, kInit);
     WCHECK_EQ(concord(t, s, nullptr, b, 3, 1, c.data(), num.data(), den.data()),
               VELKOR_E_NULL_ARRAY);
-    WCHECK(c.untouched() && num.untouched() && den.untouched());
+    WCHECK(wintest::untouched(c, num, den));
     GuardedD table(5, kInit);
     WCHECK_EQ(cv_row(t, s, t, b, 3, 1, 1.0, 2.0, nullptr, 1, 1, table.data()), VELKOR_E_NULL_ARRAY);
     WCHECK(table.untouched());
@@ -234,8 +232,7 @@ VELKOR_WIN_FAMILY(cox_post) {
                   0, 0, nullptr, 0.05, 0, 0, beta.data(), ms.data(), gt.data(), ct.data(), z.data(),
                   st.data(), vs.data(), nf.data(), nullptr, nullptr, nullptr, nullptr),
               VELKOR_E_NULL_ARRAY);
-    WCHECK(beta.untouched() && ms.untouched() && gt.untouched() && ct.untouched() &&
-           z.untouched() && st.untouched() && vs.untouched() && nf.untouched() && iterations == 20);
+    WCHECK(wintest::untouched(beta, ms, gt, ct, z, st, vs, nf) && iterations == 20);
     COX_Param param;
     cCOX_Results empty;
     WCHECK_EQ(ph_test(param, empty), -1);
