@@ -3,15 +3,8 @@
 // The program loads VELKORLI1M.dll as the spreadsheet front end does (LoadLibrary, then
 // GetProcAddress for every function it calls) and builds its OLE Automation arguments with the
 // system's oleaut32. One file per analysis family (win_<family>.cpp) registers its checks with
-// VELKOR_WIN_FAMILY; main() runs them in file-name order and prints "N passed, N failed".
-//
-// Adding a family's calls:
-//   VELKOR_WIN_FAMILY(roc) {                          // in tests/windows/win_roc.cpp
-//     auto roc = VELKOR_PROC(lib, Cpp_ComputeROC);    // typed by the declaration in velkor/roc.h
-//     int status = roc(...);
-//     WCHECK_EQ(status, 0);
-//     WCHECK_NEAR(auc, fixture.number("auc"), 1e-12);
-//   }
+// VELKOR_WIN_FAMILY(family) { auto f = VELKOR_PROC(lib, Cpp_ComputeROC); ... WCHECK_EQ(...); };
+// main() runs the families in name order and prints "N passed, N failed".
 #pragma once
 
 #include <windows.h>
@@ -23,6 +16,8 @@
 #include <string>
 #include <type_traits>
 #include <vector>
+
+#include "velkor/status.h"
 
 namespace wintest {
 
@@ -107,6 +102,10 @@ template <class... G>
 bool untouched(const G&... g) {
   return (g.untouched() && ...);
 }
+// A call refused for a null array with a positive length: the status VELKOR_E_NULL_ARRAY, and
+// nothing written to the guarded outputs given after it (two checks).
+#define WCHECK_REFUSED(call, ...) \
+  (WCHECK_EQ((call), VELKOR_E_NULL_ARRAY), WCHECK(::wintest::untouched(__VA_ARGS__)))
 
 // ---- the DLL ----------------------------------------------------------------------------------
 class Library {

@@ -214,25 +214,19 @@ VELKOR_WIN_FAMILY(cox_post) {
   {
     constexpr double kInit = 6.5;
     const double t[] = {1, 2, 3}, s[] = {1, 0, 1}, b[] = {0.5};
-    GuardedD c(1, kInit), num(1, kInit), den(1, kInit);
-    WCHECK_EQ(concord(t, s, nullptr, b, 3, 1, c.data(), num.data(), den.data()),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(wintest::untouched(c, num, den));
-    GuardedD table(5, kInit);
-    WCHECK_EQ(cv_row(t, s, t, b, 3, 1, 1.0, 2.0, nullptr, 1, 1, table.data()), VELKOR_E_NULL_ARRAY);
-    WCHECK(table.untouched());
-    GuardedD out(6, kInit);
-    WCHECK_EQ(boot(nullptr, 3, 1, nullptr, 0.05, out.data()), VELKOR_E_NULL_ARRAY);
-    WCHECK(out.untouched());
-    // The flat fit with a null covariate array: every output untouched.
+    GuardedD c(1, kInit), num(1, kInit), den(1, kInit), table(5, kInit), out(6, kInit);
+    WCHECK_REFUSED(concord(t, s, nullptr, b, 3, 1, c.data(), num.data(), den.data()), c, num, den);
+    WCHECK_REFUSED(cv_row(t, s, t, b, 3, 1, 1.0, 2.0, nullptr, 1, 1, table.data()), table);
+    WCHECK_REFUSED(boot(nullptr, 3, 1, nullptr, 0.05, out.data()), out);
     GuardedD beta(1, kInit), ms(12, kInit), gt(9, kInit), ct(9, kInit), z(1, kInit), st(4, kInit);
     wintest::GuardedI vs(1, -7), nf(1, -7);
     int iterations = 20;
-    WCHECK_EQ(run(t, s, nullptr, nullptr, nullptr, nullptr, 3, 1, 1, 0, &iterations, 1e-9, -1, 0.05,
-                  0, 0, nullptr, 0.05, 0, 0, beta.data(), ms.data(), gt.data(), ct.data(), z.data(),
-                  st.data(), vs.data(), nf.data(), nullptr, nullptr, nullptr, nullptr),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(wintest::untouched(beta, ms, gt, ct, z, st, vs, nf) && iterations == 20);
+    WCHECK_REFUSED(
+        run(t, s, nullptr, nullptr, nullptr, nullptr, 3, 1, 1, 0, &iterations, 1e-9, -1, 0.05, 0, 0,
+            nullptr, 0.05, 0, 0, beta.data(), ms.data(), gt.data(), ct.data(), z.data(), st.data(),
+            vs.data(), nf.data(), nullptr, nullptr, nullptr, nullptr),
+        beta, ms, gt, ct, z, st, vs, nf);
+    WCHECK_EQ(iterations, 20);
     COX_Param param;
     cCOX_Results empty;
     WCHECK_EQ(ph_test(param, empty), -1);

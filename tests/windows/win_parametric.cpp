@@ -297,57 +297,44 @@ void null_arrays(wintest::Library& lib) {
                bounds[] = {1.0, 1.5, 2.0, 2.5, 1.0, 1.5, 2.0, 2.5};
   constexpr double kInit = 7.25;
   for (int which = 0; which < 2; ++which) {
-    using Entry = decltype(back);
-    const Entry entry = which == 0 ? back : forward;
     int iterations = 20, nKept = -7, nSteps = -7;
     double ll = kInit;
     GuardedD params(3, kInit), hess(9, kInit), columns(1, kInit), history(4, kInit);
-    WCHECK_EQ(entry(which == 0 ? nullptr : y, 4, 1, which == 1 ? nullptr : code, bounds, x, nullptr,
-                    2, 0.05, &iterations, 1e-9, 0, 0.0, &ll, params.data(), hess.data(),
-                    columns.data(), history.data(), &nKept, &nSteps),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(wintest::untouched(params, hess, columns, history) && ll == kInit && nKept == -7 &&
-           nSteps == -7 && iterations == 20);
+    WCHECK_REFUSED((which == 0 ? back : forward)(
+                       which == 0 ? nullptr : y, 4, 1, which == 1 ? nullptr : code, bounds, x,
+                       nullptr, 2, 0.05, &iterations, 1e-9, 0, 0.0, &ll, params.data(), hess.data(),
+                       columns.data(), history.data(), &nKept, &nSteps),
+                   params, hess, columns, history);
+    WCHECK(ll == kInit && nKept == -7 && nSteps == -7 && iterations == 20);
   }
-  {
-    const double theta[] = {0.1, 1.0, 0.5}, ih[9] = {-1, 0, 0, 0, -1, 0, 0, 0, -1};
-    GuardedD crit(14, kInit), ptable(18, kInit), tests(9, kInit);
-    WCHECK_EQ(criteria(4, 1, 2, -5.0, -4.0, 3, theta, ih, nullptr, ih, 0.05, crit.data(),
-                       ptable.data(), tests.data()),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(wintest::untouched(crit, ptable, tests));
-    GuardedD r1(4, kInit), r2(4, kInit), r3(4, kInit), r4(4, kInit);
-    WCHECK_EQ(
-        residuals(y, 4, 1, code, nullptr, theta, 2, r1.data(), r2.data(), r3.data(), r4.data()),
-        VELKOR_E_NULL_ARRAY);
-    WCHECK(wintest::untouched(r1, r2, r3, r4));
-  }
-  {
-    const double judge[] = {1, 1, 0, 1};
-    GuardedD data(2, kInit), b(4, kInit), c(2, kInit), t(2, kInit), summary(4, kInit);
-    GuardedI flags(2, -5);
-    int removed = -7, kept = -7;
-    WCHECK_EQ(prepare(judge, 2, 2, nullptr, data.data(), 1, &removed, flags.data(), &kept, b.data(),
-                      c.data(), t.data(), summary.data()),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(wintest::untouched(data, b, c, t, summary, flags) && removed == -7 && kept == -7);
-    const double stime[] = {1, 2}, key[] = {1, 2};
-    GuardedD table(4, kInit), distinct(2, kInit);
-    WCHECK_EQ(transform(stime, 2, 2, key, 2, nullptr, table.data(), distinct.data()),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(wintest::untouched(table, distinct));
-  }
-  {
-    GuardedD params(3, kInit), cov(9, kInit), crit(14, kInit), ptable(18, kInit), tests(9, kInit),
-        history(4, kInit), resid(16, kInit), kept(1, kInit);
-    int iterations = 10, nKept = -7;
-    WCHECK_EQ(run(y, 4, 1, code, bounds, nullptr, nullptr, 2, -1, 0.05, 0.1, &iterations, 1e-9, 0,
-                  0.0, 0, 0.05, params.data(), cov.data(), crit.data(), ptable.data(), tests.data(),
-                  history.data(), resid.data(), kept.data(), &nKept),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(wintest::untouched(params, cov, crit, ptable, tests, history, resid, kept) &&
-           nKept == -7 && iterations == 10);
-  }
+  const double theta[] = {0.1, 1.0, 0.5}, ih[9] = {-1, 0, 0, 0, -1, 0, 0, 0, -1};
+  GuardedD crit(14, kInit), ptable(18, kInit), tests(9, kInit);
+  WCHECK_REFUSED(criteria(4, 1, 2, -5.0, -4.0, 3, theta, ih, nullptr, ih, 0.05, crit.data(),
+                          ptable.data(), tests.data()),
+                 crit, ptable, tests);
+  GuardedD r1(4, kInit), r2(4, kInit), r3(4, kInit), r4(4, kInit);
+  WCHECK_REFUSED(
+      residuals(y, 4, 1, code, nullptr, theta, 2, r1.data(), r2.data(), r3.data(), r4.data()), r1,
+      r2, r3, r4);
+  const double judge[] = {1, 1, 0, 1}, stime[] = {1, 2}, key[] = {1, 2};
+  GuardedD data(2, kInit), b(4, kInit), c(2, kInit), t(2, kInit), summary(4, kInit);
+  GuardedI flags(2, -5);
+  int removed = -7, kept = -7;
+  WCHECK_REFUSED(prepare(judge, 2, 2, nullptr, data.data(), 1, &removed, flags.data(), &kept,
+                         b.data(), c.data(), t.data(), summary.data()),
+                 data, b, c, t, summary, flags);
+  WCHECK(removed == -7 && kept == -7);
+  GuardedD table(4, kInit), distinct(2, kInit);
+  WCHECK_REFUSED(transform(stime, 2, 2, key, 2, nullptr, table.data(), distinct.data()), table,
+                 distinct);
+  // crit, ptable and tests, still untouched, serve again.
+  GuardedD params(3, kInit), cov(9, kInit), history(4, kInit), resid(16, kInit), keptCols(1, kInit);
+  int iterations = 10, nKept = -7;
+  WCHECK_REFUSED(run(y, 4, 1, code, bounds, nullptr, nullptr, 2, -1, 0.05, 0.1, &iterations, 1e-9,
+                     0, 0.0, 0, 0.05, params.data(), cov.data(), crit.data(), ptable.data(),
+                     tests.data(), history.data(), resid.data(), keptCols.data(), &nKept),
+                 params, cov, crit, ptable, tests, history, resid, keptCols);
+  WCHECK(nKept == -7 && iterations == 10);
 }
 
 }  // namespace
