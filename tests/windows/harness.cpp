@@ -163,10 +163,7 @@ int register_family(const char* name, FamilyRun run) {
   return static_cast<int>(registry().size());
 }
 
-const std::string& reference_dir() {
-  return g_reference;
-}
-
+namespace {
 std::string read_fixture(const std::string& relative) {
   const std::string path = g_reference + "/" + relative;
   std::ifstream in(path, std::ios::binary);
@@ -176,43 +173,36 @@ std::string read_fixture(const std::string& relative) {
   return ss.str();
 }
 
-const std::vector<double>& Csv::operator[](const std::string& name) const {
-  static const std::vector<double> none;
-  for (std::size_t j = 0; j < names.size(); ++j)
-    if (names[j] == name) return columns[j];
+template <class Column>
+const Column& column(const Csv& csv, const std::vector<Column>& columns, const std::string& name) {
+  static const Column none;
+  for (std::size_t j = 0; j < csv.names.size(); ++j)
+    if (csv.names[j] == name) return columns[j];
   check(false, "fixture column " + name + " absent", __FILE__, __LINE__);
   return none;
 }
+}  // namespace
 
+const std::vector<double>& Csv::operator[](const std::string& name) const {
+  return column(*this, columns, name);
+}
 const std::vector<std::string>& Csv::text(const std::string& name) const {
-  static const std::vector<std::string> none;
-  for (std::size_t j = 0; j < names.size(); ++j)
-    if (names[j] == name) return cells[j];
-  check(false, "fixture column " + name + " absent", __FILE__, __LINE__);
-  return none;
+  return column(*this, cells, name);
 }
 
 Csv read_csv(const std::string& relative) {
   Csv csv;
   std::istringstream in(read_fixture(relative));
   std::string line;
-  auto split = [](const std::string& l) {
-    std::vector<std::string> cells;
-    std::string cell;
-    for (char c : l) {
-      if (c == ',') {
-        cells.push_back(cell);
-        cell.clear();
-      } else if (c != '\r' && c != '"') {
-        cell.push_back(c);
-      }
-    }
-    cells.push_back(cell);
-    return cells;
-  };
   while (std::getline(in, line)) {
     if (line.empty() || line[0] == '#') continue;  // provenance comments
-    const auto cells = split(line);
+    std::vector<std::string> cells(1);
+    for (char c : line) {
+      if (c == ',')
+        cells.emplace_back();
+      else if (c != '\r' && c != '"')
+        cells.back().push_back(c);
+    }
     if (csv.names.empty()) {
       csv.names = cells;
       csv.columns.resize(cells.size());

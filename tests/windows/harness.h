@@ -134,10 +134,11 @@ class Library {
   F cpp_fn(const std::string& qualified) {
     return reinterpret_cast<F>(reinterpret_cast<void (*)()>(cpp_symbol(qualified)));
   }
+
+ private:
   // Names in the DLL's export table, in table order.
   std::vector<std::string> export_names() const;
 
- private:
   HMODULE module_ = nullptr;
   std::set<std::string> requested_;
 };
@@ -160,12 +161,8 @@ int register_family(const char* name, FamilyRun run);
   static void run_##family([[maybe_unused]] ::wintest::Library& lib)
 
 // ---- fixtures ---------------------------------------------------------------------------------
-// tests/reference, as given on the command line (the same fixtures as the Linux tests).
-const std::string& reference_dir();
-// Whole text of reference_dir()/relative; a failed check and "" when it cannot be read.
-std::string read_fixture(const std::string& relative);
-
-// A CSV fixture with a header row: columns by name, numbers (empty, NA and NaN cells are NaN).
+// A CSV fixture under tests/reference (the reference folder given on the command line) with a
+// header row: columns by name, numbers (empty, NA and NaN cells are NaN).
 struct Csv {
   std::vector<std::string> names;
   std::vector<std::vector<double>> columns;     // numbers (NaN for text)
@@ -175,6 +172,7 @@ struct Csv {
   const std::vector<std::string>& text(const std::string& name) const;
   std::size_t rows() const { return columns.empty() ? 0 : columns[0].size(); }
 };
+// A failed check and an empty table when the file cannot be read.
 Csv read_csv(const std::string& relative);
 
 }  // namespace wintest

@@ -185,13 +185,9 @@ VELKOR_WIN_FAMILY(cox_post) {
         WCHECK(a.bootTable.data[12 + j] <= a.bootTable.data[16 + j]);
       }
       WCHECK_EQ(a.cvTable.data[3 * 6], a.concordance);
-      auto same = [](const VectD& x, const VectD& y) {
-        for (std::uint32_t k = 0; x.count == y.count && k < x.count; ++k)
-          if (x.data[k] != y.data[k] && !(std::isnan(x.data[k]) && std::isnan(y.data[k])))
-            return false;
-        return x.count == y.count;
-      };
-      WCHECK(same(runs[1].res.bootTable, a.bootTable) && same(runs[1].res.cvTable, a.cvTable));
+      for (const auto& [x, y] : {std::pair{&runs[1].res.bootTable, &a.bootTable},
+                                 std::pair{&runs[1].res.cvTable, &a.cvTable}})
+        if (WCHECK_EQ(x->count, y->count)) WCHECK_ALL(x->data, y->data, y->count, 0.0);
     }
     // A callback that asks to stop: the run still returns, the bootstrap uses fewer replicates.
     ObjectRun stop;
