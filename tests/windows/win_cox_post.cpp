@@ -1,10 +1,8 @@
-// Cox regression after the fit through VELKORLI1M.dll, against R's survival package (the fixture
-// of the Linux tests, tests/reference/cox/cox_post_fixtures.inc: lung, age + sex + ph.ecog,
-// Breslow ties). The object form as the front end runs it (Cpp_COX_Compute_ST on oleaut32 record
-// arrays) with the Grambsch-Therneau test, then Cox_ProportionalityTest_ST and ConcordIndex_ST
-// called on its results for the other time transforms; cross-validation and bootstrap with a
-// progress callback; the flat Cpp_ConcordIndex, Cpp_ComputeCVTable and Cpp_ComputeBootOut; bad
-// input.
+// Cox regression after the fit through VELKORLI1M.dll against R's survival package (lung, age +
+// sex + ph.ecog, Breslow ties; tests/reference/cox/cox_post_fixtures.inc): the object form on
+// oleaut32 record arrays with the Grambsch-Therneau test, Cox_ProportionalityTest_ST and
+// ConcordIndex_ST on its results, cross-validation and bootstrap with a progress callback, the
+// flat Cpp_ConcordIndex, Cpp_ComputeCVTable and Cpp_ComputeBootOut, and bad input.
 #include <cmath>
 #include <cstdint>
 #include <string>

@@ -26,9 +26,8 @@ VELKOR_WIN_FAMILY(roc) {
   if (!table_of || !stats_of || !roc || !compare) return;
   const int n = static_cast<int>(asah::status.size());
 
-  // The 2 x 2 table at s100b >= 0.205 from the labels "Poor" / "Good", as a
-  // SAFEARRAY of BSTR and as a SAFEARRAY of VARIANT; the positive label a
-  // VT_BSTR VARIANT.
+  // The 2 x 2 table at s100b >= 0.205 from the labels "Poor" / "Good", as a SAFEARRAY of BSTR and
+  // as a SAFEARRAY of VARIANT; the positive label a VT_BSTR VARIANT.
   std::vector<std::u16string> text;
   std::vector<std::pair<bool, std::u16string>> as_variants;
   for (double s : asah::status) {
@@ -38,8 +37,7 @@ VELKOR_WIN_FAMILY(roc) {
   ArrayGuard bstrs{strings(text)};
   ArrayGuard variant_labels{variants(as_variants, std::vector<double>(n, 0.0))};
   Variant poor(u"Poor");
-  // table_abcd lists the cells (1,1), (1,2), (2,1), (2,2); the caller's array
-  // is column-major.
+  // table_abcd lists the cells (1,1), (1,2), (2,1), (2,2); the caller's array is column-major.
   const double expected_table[4] = {asah::table_abcd[0], asah::table_abcd[2], asah::table_abcd[1],
                                     asah::table_abcd[3]};
   for (SAFEARRAY* labels : {bstrs.psa, variant_labels.psa}) {
@@ -47,8 +45,7 @@ VELKOR_WIN_FAMILY(roc) {
     WCHECK_EQ(table_of(labels, n, &poor.v, asah::s100b.data(), 0, 0.205, 3, nullptr, table), 0);
     WCHECK_ALL(table, expected_table, 4, 0.0);
   }
-  // Numeric labels: the VARIANT 1 is compared as the text "1" with the labels
-  // "1" / "0".
+  // Numeric labels: the VARIANT 1 is compared as the text "1" with the labels "1" / "0".
   {
     std::vector<std::u16string> digits;
     for (double s : asah::status) digits.push_back(s == 1.0 ? u"1" : u"0");
@@ -61,8 +58,7 @@ VELKOR_WIN_FAMILY(roc) {
               VELKOR_E_NULL_ARRAY);
   }
 
-  // The thirteen statistics and their limits (method 0 with its Wald / Wilson
-  // split, method 3).
+  // The thirteen statistics and their limits (method 0 with its Wald / Wilson split, method 3).
   {
     double table[4] = {expected_table[0], expected_table[1], expected_table[2], expected_table[3]};
     double stats[39], props[9];

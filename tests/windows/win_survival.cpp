@@ -5,12 +5,14 @@
 // one call and step by step; bad input.
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <vector>
 
 #include "velkor/VELKORLI1M.h"
 #include "velkor/survival_objects.h"
-#include "windows/dataset.h"
+#include "velkor/containers.h"
 #include "windows/harness.h"
+#include "windows/ole.h"
 
 namespace {
 #include "reference/survival/survival_fixtures.inc"
@@ -46,6 +48,33 @@ void check_mean_quartiles(const Group& ref, double cap, double mean, double se, 
   WCHECK_NEAR(mean, ref.mean[2], 1e-12);
   WCHECK_NEAR(se, ref.mean[3], 1e-10);
   for (int r = 0; r < 3; ++r) WCHECK_EQ(q[r], ref.quartiles[r]);
+}
+
+// A data set as a C++ caller builds one: Double columns of an oleaut32 record array read by the
+// DLL's exported matrix3D<cST_MVect<double>> constructor, the column vectors it made shared into
+// a cST_DataSet, the matrix3D destroyed by the exported destructor. Empty, and a failed check,
+// when the column count read back differs.
+cST_DataSet dataset_from_records(
+    wintest::Library& lib,
+    const std::vector<std::pair<std::u16string, std::vector<double>>>& cols) {
+  using M3D = matrix3D<cST_MVect<double>>;
+  auto ctor =
+      lib.fn<void (*)(void*, SAFEARRAY*, int)>("_ZN8matrix3DI9cST_MVectIdEEC1EP12tagSAFEARRAYi");
+  auto dtor = lib.fn<void (*)(void*)>("_ZN8matrix3DI9cST_MVectIdEED1Ev");
+  cST_DataSet data;
+  if (!ctor || !dtor) return data;
+  wintest::ole::RecordArray array(wintest::ole::real_columns(cols));
+  alignas(M3D) unsigned char storage[sizeof(M3D)];
+  ctor(storage, array.psa, 0);
+  const M3D* m = std::launder(reinterpret_cast<M3D*>(storage));
+  if (WCHECK_EQ(m->nSlices, static_cast<int>(cols.size())))
+    for (cST_Column<double>* slice : m->slices) {
+      if (!slice || slice->entries.empty()) continue;
+      data.columns.push_back(slice->entries[0]);
+      data.names.push_back(slice->name);
+    }
+  dtor(storage);
+  return data;
 }
 
 double cell(const std::vector<VectDPtr>& set, std::uint32_t col, std::uint32_t row) {
@@ -189,10 +218,9 @@ VELKOR_WIN_FAMILY(survival_objects) {
   if (!run_all || !prepare || !run_life || !mean_median || !life_tests) return;
 
   const int n = LEN(lung_time);
-  cST_DataSet data =
-      wintest::dataset_from_records(lib, {{u"time", {lung_time, lung_time + n}},
-                                          {u"status", {lung_status, lung_status + n}},
-                                          {u"sex", {lung_group, lung_group + n}}});
+  cST_DataSet data = dataset_from_records(lib, {{u"time", {lung_time, lung_time + n}},
+                                                {u"status", {lung_status, lung_status + n}},
+                                                {u"sex", {lung_group, lung_group + n}}});
   if (!WCHECK_EQ(data.rows(), static_cast<std::uint32_t>(n))) return;
   SURV_Param param;
   param.groupColumn = 2;
@@ -267,7 +295,7 @@ VELKOR_WIN_FAMILY(survival_objects) {
     VELKORInfo info;
     WCHECK_EQ(run_all(data, bad, res, factors, info), VELKOR_E_NULL_ARRAY);
     WCHECK(res.groups.empty());
-    cST_DataSet one = wintest::dataset_from_records(lib, {{u"time", {5.0}}, {u"status", {1.0}}});
+    cST_DataSet one = dataset_from_records(lib, {{u"time", {5.0}}, {u"status", {1.0}}});
     SURV_Param plain;
     WCHECK_EQ(run_all(one, plain, res, factors, info), VELKOR_E_TOO_FEW);
     WCHECK_EQ(info.error.status, VELKOR_E_TOO_FEW);
