@@ -100,22 +100,21 @@ VELKOR_WIN_FAMILY(roc) {
     WCHECK_NEAR(se[2] * se[2], m.var_delong, 1e-12);
   }
 
-  // Paired DeLong comparison of the three markers.
+  // Paired DeLong comparison of the three markers (their values one column after another).
+  std::vector<double> all;
+  for (const auto* v : {&asah::s100b, &asah::ndka, &asah::wfns})
+    all.insert(all.end(), v->begin(), v->end());
   {
-    std::vector<double> values;
-    for (const auto* v : {&asah::s100b, &asah::ndka, &asah::wfns})
-      values.insert(values.end(), v->begin(), v->end());
     double aucs[12], cov[9], global[3], pairs[24];
-    WCHECK_EQ(compare(asah::status.data(), values.data(), nullptr, n, 3, 1, 0.05, aucs, cov, global,
-                      pairs),
-              0);
+    WCHECK_EQ(
+        compare(asah::status.data(), all.data(), nullptr, n, 3, 1, 0.05, aucs, cov, global, pairs),
+        0);
     WCHECK_ALL(pairs + 6 * 3, asah::pair_z.data(), 3, 1e-10);
     WCHECK_ALL(pairs + 7 * 3, asah::pair_p.data(), 3, 1e-10);
     WCHECK_NEAR(global[0], asah::global_chi2, 1e-10);
     WCHECK_NEAR(global[2], asah::global_p, 1e-10);
     double only_one[] = {1, 1, 1};
-    WCHECK_EQ(compare(only_one, values.data(), nullptr, 3, 3, 1, 0.05, aucs, cov, global, pairs),
-              -2);
+    WCHECK_EQ(compare(only_one, all.data(), nullptr, 3, 3, 1, 0.05, aucs, cov, global, pairs), -2);
   }
 
   // Null values with a positive length: status 3, no output written.
@@ -172,10 +171,6 @@ VELKOR_WIN_FAMILY(roc) {
     WCHECK_EQ(roc_w(nullptr, &values, &none, n, 1, 0.05, 2, 0, 0, 0, 0.0, nullptr, &curve, nullptr,
                     nullptr, &auc, nullptr, &counts),
               VELKOR_E_NULL_ARRAY);
-
-    std::vector<double> all;
-    for (const auto* v : {&asah::s100b, &asah::ndka, &asah::wfns})
-      all.insert(all.end(), v->begin(), v->end());
     matrix<double> three(un, 3, all.data(), 0), aucs(3, 4), cov(3, 3), global(3, 1), pairs(3, 8);
     WCHECK_EQ(compare_w(&status, &three, &none, n, 3, 1, 0.05, &aucs, &cov, &global, &pairs), 0);
     WCHECK_ALL(pairs.data + 6 * 3, asah::pair_z.data(), 3, 1e-10);
