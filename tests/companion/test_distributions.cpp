@@ -12,21 +12,9 @@
 #include <string>
 #include <type_traits>
 
-namespace {
+#include "companion/reference_rows.h"
 
-struct RefX {
-  double x, expected;
-};
-struct RefXY {
-  double a, b, expected;
-};
-struct WilsonRef {
-  double z, p, n, cc, lo, hi;
-};
-struct ClopperRef {
-  double x, n, alpha, lo, hi;
-};
-#include "reference/companion/distributions.inc"
+namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();

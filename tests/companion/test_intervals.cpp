@@ -9,21 +9,9 @@
 #include <cmath>
 #include <limits>
 
-namespace {
+#include "companion/reference_rows.h"
 
-struct RefX {
-  double x, expected;
-};
-struct RefXY {
-  double a, b, expected;
-};
-struct WilsonRef {
-  double z, p, n, cc, lo, hi;
-};
-struct ClopperRef {
-  double x, n, alpha, lo, hi;
-};
-#include "reference/companion/distributions.inc"
+namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
@@ -37,7 +25,7 @@ bool BothNaN(double lo, double hi) {
   return std::isnan(lo) && std::isnan(hi);
 }
 
-TEST(IntervalWald, HandComputedLimitsClippingAndCollapse) {
+TEST(IntervalWaldAndLog, HandComputedLimitsClippingAndCollapse) {
   // Sensitivity 40/50 of the reference ROC table: 0.8 -/+ z sqrt(0.8 * 0.2 / 50); sign of z
   // ignored.
   double lo = 0, hi = 0;
@@ -49,14 +37,26 @@ TEST(IntervalWald, HandComputedLimitsClippingAndCollapse) {
   EXPECT_NEAR(hi, 0.05 + kZ95 * std::sqrt(0.0475 / 10.0), 1e-15);
   GetInfSupWald(kZ95, 1.0, 20.0, lo, hi);  // p = 1 collapses to the point (the known defect)
   EXPECT_TRUE(lo == 1.0 && hi == 1.0);
+  // Positive likelihood ratio 4 with se = 0.5: 4 exp(-/+ 0.98), symmetric on the log scale.
+  GetInfSupLog(1.96, 4.0, 0.5, lo, hi);
+  EXPECT_NEAR(lo, 1.5012443954055983, 1e-15);
+  EXPECT_NEAR(hi, 10.657824967717668, 1e-14);
+  GetInfSupLog(kZ95, 1e300, 1000.0, lo, hi);  // saturates to 0 and +inf, never NaN
+  EXPECT_TRUE(lo == 0.0 && hi == kInf);
 }
 
-TEST(IntervalWilson, AgreesWithNewcombeClosedFormFixture) {
+TEST(IntervalFixture, WilsonAndClopperPearsonLimits) {
   for (const WilsonRef& r : kRefWilson) {
     double lo = -1, hi = -1;
     GetInfSupWilson(r.z, r.p, r.n, r.cc, lo, hi);
     EXPECT_TRUE(RelErr(lo, r.lo) <= 4e-15 && RelErr(hi, r.hi) <= 4e-15)
         << r.z << " " << r.p << " " << r.n << " " << r.cc << ": " << lo << " " << hi;
+  }
+  for (const ClopperRef& r : kRefClopper) {
+    double lo = -1, hi = -1;
+    GetInfSupClopper(r.x, r.n, r.alpha, lo, hi);
+    EXPECT_TRUE(RelErr(lo, r.lo) <= 1e-14 && RelErr(hi, r.hi) <= 1e-14)
+        << r.x << " / " << r.n << " alpha " << r.alpha << ": " << lo << " " << hi;
   }
 }
 
@@ -86,15 +86,6 @@ TEST(IntervalWilson, BoundaryRulesAndMirrorSymmetry) {
   }
 }
 
-TEST(IntervalClopper, AgreesWithBetaQuantileFixture) {
-  for (const ClopperRef& r : kRefClopper) {
-    double lo = -1, hi = -1;
-    GetInfSupClopper(r.x, r.n, r.alpha, lo, hi);
-    EXPECT_TRUE(RelErr(lo, r.lo) <= 1e-14 && RelErr(hi, r.hi) <= 1e-14)
-        << r.x << " / " << r.n << " alpha " << r.alpha << ": " << lo << " " << hi;
-  }
-}
-
 TEST(IntervalClopper, BoundaryClosedFormsClampingAndSizeLimit) {
   // x = 0: [0, 1 - (alpha/2)^(1/n)]; x = n: [(alpha/2)^(1/n), 1]. Counts rounded just outside
   // [0, n] are clamped rather than rejected.
@@ -121,16 +112,6 @@ TEST(IntervalClopper, BoundaryClosedFormsClampingAndSizeLimit) {
   const double half = kZ95 * std::sqrt(0.25 / 1e15);
   EXPECT_NEAR(lo, 0.5 - half, 1e-6 * half);
   EXPECT_NEAR(hi, 0.5 + half, 1e-6 * half);
-}
-
-TEST(IntervalLog, HandComputedLimits) {
-  // Positive likelihood ratio 4 with se = 0.5: 4 exp(-/+ 0.98), symmetric on the log scale.
-  double lo = 0, hi = 0;
-  GetInfSupLog(1.96, 4.0, 0.5, lo, hi);
-  EXPECT_NEAR(lo, 1.5012443954055983, 1e-15);
-  EXPECT_NEAR(hi, 10.657824967717668, 1e-14);
-  GetInfSupLog(kZ95, 1e300, 1000.0, lo, hi);  // saturates to 0 and +inf, never NaN
-  EXPECT_TRUE(lo == 0.0 && hi == kInf);
 }
 
 TEST(IntervalEllipse, PointsLieOnTheConfidenceContour) {

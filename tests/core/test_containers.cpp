@@ -37,26 +37,27 @@ TEST(Matrix, CopyKeepsCallerBufferAdoptSharesIt) {
   EXPECT_EQ(p[0], 1.0);  // the adopting matrix did not free or touch the caller's buffer
 }
 
-TEST(Matrix, OutOfRangeReadsGetTheSpareElement) {
+// Out-of-range access reads and writes the spare element (initially -1), which then remembers
+// the last value stored through any index.
+TEST(Matrix, SpareElementAbsorbsOutOfRangeAccess) {
   matrix<double> m(2, 3);
   EXPECT_EQ(m.count, 6u);
-  EXPECT_EQ(m(0), -1.0);  // k = 0 is out of range (unsigned comparison)
-  EXPECT_EQ(m(7), -1.0);
-  EXPECT_EQ(m(-5), -1.0);
-  EXPECT_EQ(m(3, 1), -1.0);
-  EXPECT_EQ(m(1, 4), -1.0);
   for (int k = 1; k <= 6; ++k) EXPECT_EQ(m(k), 0.0);  // fill value
-}
-
-TEST(Matrix, IndexedStoreWritesThroughToTheSpareElement) {
-  matrix<double> m(2, 2);
-  m.set(2, 2, 7.5);
-  EXPECT_EQ(m(2, 2), 7.5);
+  // k = 0 and negative k are out of range (unsigned comparison).
+  for (double v : {m(0), m(7), m(-5), m(3, 1), m(1, 4)}) EXPECT_EQ(v, -1.0);
+  m.set(2, 3, 7.5);
+  EXPECT_EQ(m(2, 3), 7.5);
   EXPECT_EQ(m(9), 7.5);  // an out-of-range read now yields the last stored value
   m.set(99, 3.0);        // out of range: only the spare element changes
-  for (int k = 1; k <= 3; ++k) EXPECT_EQ(m(k), 0.0);
-  EXPECT_EQ(m(4), 7.5);
+  EXPECT_EQ(m(5), 0.0);
+  EXPECT_EQ(m(6), 7.5);
   EXPECT_EQ(m(0), 3.0);
+  matrix<double> v(2, 1);  // 0-based inline reads follow the same rule
+  v.at0(1) = 4;
+  EXPECT_EQ(v.at0(1), 4.0);
+  EXPECT_EQ(v.at0(2), -1.0);
+  matrix<double> wide(2, 0);
+  EXPECT_EQ(wide.at0(0), -1.0);  // no column: everything is out of range
 }
 
 TEST(Matrix, SignedRowTestLetsRowZeroReachThePreviousColumn) {
@@ -68,15 +69,6 @@ TEST(Matrix, SignedRowTestLetsRowZeroReachThePreviousColumn) {
   EXPECT_EQ(m(3, 2), 6.0);
   EXPECT_EQ(m.el(3, 2), m(3, 2));
   EXPECT_EQ(m.el(4), m(4));
-}
-
-TEST(Matrix, ZeroInline0BasedReadsFollowTheSameRule) {
-  matrix<double> m(2, 1);
-  m.at0(1) = 4;
-  EXPECT_EQ(m.at0(1), 4.0);
-  EXPECT_EQ(m.at0(2), -1.0);
-  matrix<double> wide(2, 0);
-  EXPECT_EQ(wide.at0(0), -1.0);  // no column: everything is out of range
 }
 
 TEST(Matrix, CopyConstructorCopiesAuxiliaryVectorsButNotScratchSlots) {
@@ -101,16 +93,13 @@ TEST(Matrix, CopyConstructorCopiesAuxiliaryVectorsButNotScratchSlots) {
 }
 
 TEST(Matrix, OtherInstantiationsHaveTheirOwnSpareValues) {
-  matrix<int> mi(2, 1);
-  EXPECT_EQ(mi(3), -1);
-  matrix<short> ms(1, 1);
-  EXPECT_EQ(ms(2), -1);
+  EXPECT_EQ(matrix<int>(2, 1)(3), -1);
+  EXPECT_EQ(matrix<short>(1, 1)(2), -1);
   matrix<std::u16string> mw(2, 2);
   EXPECT_EQ(mw(1, 1), u"");
   mw.set(1, 2, u"abc");
   EXPECT_EQ(mw(5), u"abc");
-  matrix<std::u16string> copy(mw);
-  EXPECT_EQ(copy(1, 2), u"abc");
+  EXPECT_EQ(matrix<std::u16string>(mw)(1, 2), u"abc");
 }
 
 TEST(MVect, SpareAndWriteThrough) {

@@ -70,6 +70,19 @@ bool check_near(double got, double want, double rel, const std::string& what, co
   return check(ok, what + " = " + show(got) + ", expected " + show(want), file, line);
 }
 
+void check_all(const double* got, const double* want, std::size_t n, double rel,
+               const std::string& what, const char* file, int line) {
+  for (std::size_t i = 0; i < n; ++i)
+    check_near(got[i], want[i], rel, what + "[" + std::to_string(i) + "]", file, line);
+}
+
+bool check_all(const std::vector<double>& got, const std::vector<double>& want, double rel,
+               const std::string& what, const char* file, int line) {
+  if (!check(got.size() == want.size(), what + ": sizes", file, line)) return false;
+  check_all(got.data(), want.data(), got.size(), rel, what, file, line);
+  return true;
+}
+
 int passed() {
   return g_passed;
 }
@@ -150,10 +163,7 @@ int register_family(const char* name, FamilyRun run) {
   return static_cast<int>(registry().size());
 }
 
-const std::string& reference_dir() {
-  return g_reference;
-}
-
+namespace {
 std::string read_fixture(const std::string& relative) {
   const std::string path = g_reference + "/" + relative;
   std::ifstream in(path, std::ios::binary);
@@ -163,43 +173,36 @@ std::string read_fixture(const std::string& relative) {
   return ss.str();
 }
 
-const std::vector<double>& Csv::operator[](const std::string& name) const {
-  static const std::vector<double> none;
-  for (std::size_t j = 0; j < names.size(); ++j)
-    if (names[j] == name) return columns[j];
+template <class Column>
+const Column& column(const Csv& csv, const std::vector<Column>& columns, const std::string& name) {
+  static const Column none;
+  for (std::size_t j = 0; j < csv.names.size(); ++j)
+    if (csv.names[j] == name) return columns[j];
   check(false, "fixture column " + name + " absent", __FILE__, __LINE__);
   return none;
 }
+}  // namespace
 
+const std::vector<double>& Csv::operator[](const std::string& name) const {
+  return column(*this, columns, name);
+}
 const std::vector<std::string>& Csv::text(const std::string& name) const {
-  static const std::vector<std::string> none;
-  for (std::size_t j = 0; j < names.size(); ++j)
-    if (names[j] == name) return cells[j];
-  check(false, "fixture column " + name + " absent", __FILE__, __LINE__);
-  return none;
+  return column(*this, cells, name);
 }
 
 Csv read_csv(const std::string& relative) {
   Csv csv;
   std::istringstream in(read_fixture(relative));
   std::string line;
-  auto split = [](const std::string& l) {
-    std::vector<std::string> cells;
-    std::string cell;
-    for (char c : l) {
-      if (c == ',') {
-        cells.push_back(cell);
-        cell.clear();
-      } else if (c != '\r' && c != '"') {
-        cell.push_back(c);
-      }
-    }
-    cells.push_back(cell);
-    return cells;
-  };
   while (std::getline(in, line)) {
     if (line.empty() || line[0] == '#') continue;  // provenance comments
-    const auto cells = split(line);
+    std::vector<std::string> cells(1);
+    for (char c : line) {
+      if (c == ',')
+        cells.emplace_back();
+      else if (c != '\r' && c != '"')
+        cells.back().push_back(c);
+    }
     if (csv.names.empty()) {
       csv.names = cells;
       csv.columns.resize(cells.size());

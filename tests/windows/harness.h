@@ -3,15 +3,8 @@
 // The program loads VELKORLI1M.dll as the spreadsheet front end does (LoadLibrary, then
 // GetProcAddress for every function it calls) and builds its OLE Automation arguments with the
 // system's oleaut32. One file per analysis family (win_<family>.cpp) registers its checks with
-// VELKOR_WIN_FAMILY; main() runs them in file-name order and prints "N passed, N failed".
-//
-// Adding a family's calls:
-//   VELKOR_WIN_FAMILY(roc) {                          // in tests/windows/win_roc.cpp
-//     auto roc = VELKOR_PROC(lib, Cpp_ComputeROC);    // typed by the declaration in velkor/roc.h
-//     int status = roc(...);
-//     WCHECK_EQ(status, 0);
-//     WCHECK_NEAR(auc, fixture.number("auc"), 1e-12);
-//   }
+// VELKOR_WIN_FAMILY(family) { auto f = VELKOR_PROC(lib, Cpp_ComputeROC); ... WCHECK_EQ(...); };
+// main() runs the families in name order and prints "N passed, N failed".
 #pragma once
 
 #include <windows.h>
@@ -23,6 +16,8 @@
 #include <string>
 #include <type_traits>
 #include <vector>
+
+#include "velkor/status.h"
 
 namespace wintest {
 
@@ -55,6 +50,17 @@ bool check_eq(const A& got, const B& want, const char* what, const char* file, i
   return check(got == want, std::string(what) + " (got " + show(got) + ")", file, line);
 }
 
+// check_near on each of n cells (one check a cell); rel 0 asks for equality. The vector form
+// first checks that the sizes agree (one more check) and compares nothing when they do not.
+void check_all(const double* got, const double* want, std::size_t n, double rel,
+               const std::string& what, const char* file, int line);
+bool check_all(const std::vector<double>& got, const std::vector<double>& want, double rel,
+               const std::string& what, const char* file, int line);
+#define WCHECK_ALL(got, want, n, rel) \
+  ::wintest::check_all((got), (want), (n), (rel), #got, __FILE__, __LINE__)
+#define WCHECK_VEC(got, want, rel) \
+  ::wintest::check_all((got), (want), (rel), #got, __FILE__, __LINE__)
+
 // ---- guarded output buffers --------------------------------------------------------------------
 // An output array of n cells with kPad guard cells on each side holding a canary value, so that a
 // write before or after the caller's cells is seen (no address sanitizer runs under Wine, and a
@@ -70,6 +76,7 @@ struct Guarded {
     std::fill(v.begin() + kPad, v.begin() + static_cast<std::ptrdiff_t>(kPad + size), init);
   }
   T* data() { return v.data() + kPad; }
+  const T* data() const { return v.data() + kPad; }
   T& operator[](std::size_t i) { return v[kPad + i]; }
   const T& operator[](std::size_t i) const { return v[kPad + i]; }
   // The guard cells hold the canary.
@@ -87,6 +94,18 @@ struct Guarded {
 };
 using GuardedD = Guarded<double>;
 using GuardedI = Guarded<int>;
+template <class... G>
+bool intact(const G&... g) {
+  return (g.intact() && ...);
+}
+template <class... G>
+bool untouched(const G&... g) {
+  return (g.untouched() && ...);
+}
+// A call refused for a null array with a positive length: the status VELKOR_E_NULL_ARRAY, and
+// nothing written to the guarded outputs given after it (two checks).
+#define WCHECK_REFUSED(call, ...) \
+  (WCHECK_EQ((call), VELKOR_E_NULL_ARRAY), WCHECK(::wintest::untouched(__VA_ARGS__)))
 
 // ---- the DLL ----------------------------------------------------------------------------------
 class Library {
@@ -115,10 +134,11 @@ class Library {
   F cpp_fn(const std::string& qualified) {
     return reinterpret_cast<F>(reinterpret_cast<void (*)()>(cpp_symbol(qualified)));
   }
+
+ private:
   // Names in the DLL's export table, in table order.
   std::vector<std::string> export_names() const;
 
- private:
   HMODULE module_ = nullptr;
   std::set<std::string> requested_;
 };
@@ -141,12 +161,8 @@ int register_family(const char* name, FamilyRun run);
   static void run_##family([[maybe_unused]] ::wintest::Library& lib)
 
 // ---- fixtures ---------------------------------------------------------------------------------
-// tests/reference, as given on the command line (the same fixtures as the Linux tests).
-const std::string& reference_dir();
-// Whole text of reference_dir()/relative; a failed check and "" when it cannot be read.
-std::string read_fixture(const std::string& relative);
-
-// A CSV fixture with a header row: columns by name, numbers (empty, NA and NaN cells are NaN).
+// A CSV fixture under tests/reference (the reference folder given on the command line) with a
+// header row: columns by name, numbers (empty, NA and NaN cells are NaN).
 struct Csv {
   std::vector<std::string> names;
   std::vector<std::vector<double>> columns;     // numbers (NaN for text)
@@ -156,6 +172,7 @@ struct Csv {
   const std::vector<std::string>& text(const std::string& name) const;
   std::size_t rows() const { return columns.empty() ? 0 : columns[0].size(); }
 };
+// A failed check and an empty table when the file cannot be read.
 Csv read_csv(const std::string& relative);
 
 }  // namespace wintest

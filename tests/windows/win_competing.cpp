@@ -1,7 +1,7 @@
 // Competing risks through VELKORLI1M.dll against R's cmprsk (the fixture of the Linux tests): the
 // whole path on mgus2 with raw cause codes 7 and 3 (Cpp_CheckStatusFormat, Cpp_ReorganizeDataCum,
-// RunLife per sex, Cpp_CumIncCalc per cause and sex), Gray's test, the same path through the
-// exported C++ workers on matrix<double> containers built by this program, and bad input.
+// RunLife per sex, Cpp_CumIncCalc per cause and sex), Gray's test, flat and through the exported
+// C++ worker on matrix<double> containers built by this program, and bad input.
 #include <cmath>
 #include <vector>
 
@@ -71,10 +71,9 @@ VELKOR_WIN_FAMILY(competing) {
   WCHECK_EQ(checked, static_cast<int>(sizeof kMgusIncidence / sizeof kMgusIncidence[0]));
 
   // Gray's test between the sexes, stratified, rho = 0.5.
-  std::vector<double> strata(kMgusStratum, kMgusStratum + n), tests(6), u(2), V(2);
-  std::vector<double> raw_times(kMgusTime, kMgusTime + n), raw_groups(kMgusSex, kMgusSex + n);
-  WCHECK_EQ(gray(raw_times.data(), raw_recoded.data(), raw_groups.data(), strata.data(), n, 0, 0.5,
-                 2, 2, tests.data(), u.data(), V.data()),
+  std::vector<double> tests(6), u(2), V(2);
+  WCHECK_EQ(gray(kMgusTime, raw_recoded.data(), kMgusSex, kMgusStratum, n, 0, 0.5, 2, 2,
+                 tests.data(), u.data(), V.data()),
             0);
   for (const MgusGray& ref : kMgusGray) {
     if (ref.groups != 1 || !ref.stratified || ref.rho != 0.5) continue;
@@ -82,23 +81,26 @@ VELKOR_WIN_FAMILY(competing) {
     WCHECK_NEAR(tests[m - 1], ref.stat, 1e-10);
     WCHECK_NEAR(tests[4 + m - 1], ref.p, 1e-12);
   }
+  if (auto gray_w = VELKOR_CPP_PROC(lib, GrayTest)) {
+    matrix<double> mt(n, 1, const_cast<double*>(kMgusTime), 0),
+        ms(n, 1, const_cast<double*>(raw_recoded.data()), 0),
+        mg(n, 1, const_cast<double*>(kMgusSex), 0), mst(n, 1, const_cast<double*>(kMgusStratum), 0),
+        wtests(2, 3);
+    WCHECK_EQ(gray_w(&mt, &ms, &mg, &mst, n, 0, 0.5, 2, 2, &wtests, nullptr, nullptr), 0);
+    WCHECK_ALL(wtests.data, tests.data(), 6, 0.0);
+  }
 
-  // Data conditions and null arrays.
+  // Data conditions and null arrays; in/out arrays are not reordered when a call fails.
   double t[] = {1, 2}, s[] = {1, 0}, a[] = {9, 9}, gr[] = {1, 1}, sz[] = {2}, mx = -1;
   WCHECK_EQ(reorganize(t, 1, s, a, gr, sz, 1, &mx), VELKOR_E_TOO_FEW);
   WCHECK_EQ(a[0], 9.0);
   WCHECK_EQ(reorganize(nullptr, 2, s, a, gr, sz, 1, &mx), VELKOR_E_NULL_ARRAY);
-  {
-    // In/out arrays are not reordered when the call fails on a null array.
-    wintest::GuardedD times_io(2, 0.0), status_io(2, 0.0), causes(2, 9.0);
-    times_io[0] = 2;
-    times_io[1] = 1;
-    status_io[0] = 1;
-    double mx2 = -1;
-    WCHECK_EQ(reorganize(times_io.data(), 2, status_io.data(), causes.data(), nullptr, sz, 1, &mx2),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(times_io[0] == 2 && times_io[1] == 1 && times_io.intact() && status_io[0] == 1 &&
-           status_io.intact() && causes.untouched() && mx2 == -1);
-  }
+  wintest::GuardedD times_io(2, 1.0), status_io(2, 0.0), causes(2, 9.0);
+  times_io[0] = 2;
+  status_io[0] = 1;
+  WCHECK_EQ(reorganize(times_io.data(), 2, status_io.data(), causes.data(), nullptr, sz, 1, &mx),
+            VELKOR_E_NULL_ARRAY);
+  WCHECK(times_io[0] == 2 && times_io[1] == 1 && status_io[0] == 1 && mx == -1 &&
+         wintest::intact(times_io, status_io) && causes.untouched());
   WCHECK_EQ(gray(t, s, gr, nullptr, 1, 0, 0.0, 1, 2, tests.data(), nullptr, nullptr), -2);
 }

@@ -46,8 +46,7 @@ VELKOR_WIN_FAMILY(cox) {
   auto compute = VELKOR_CPP_PROC(lib, Cpp_COX_Compute_ST);
   if (!run || !prepare || !compute) return;
 
-  // Flat form, Breslow ties: coefficients, standard errors, likelihoods and
-  // global tests.
+  // Flat form, Breslow ties: coefficients, standard errors, likelihoods and global tests.
   for (const CoxFixture* f : {&lung_breslow, &veteran_breslow, &lung_strata_breslow}) {
     const std::vector<double> sizes = strata_sizes(*f);
     const int m = static_cast<int>(sizes.size()), p = f->p;
@@ -63,10 +62,8 @@ VELKOR_WIN_FAMILY(cox) {
     if (!wintest::check(status == 0, std::string(f->name) + ": status " + std::to_string(status),
                         __FILE__, __LINE__))
       continue;
-    for (int j = 0; j < p; ++j) {
-      WCHECK_NEAR(beta[j], f->coef[j], 1e-7);
-      WCHECK_NEAR(coef[p + j], f->se[j], 1e-7);
-    }
+    WCHECK_ALL(beta.data(), f->coef, p, 1e-7);
+    WCHECK_ALL(coef.data() + p, f->se, p, 1e-7);
     WCHECK_NEAR(stats[2], -2 * f->loglik0, 1e-10);
     WCHECK_NEAR(stats[8], -2 * f->loglik, 1e-10);
     WCHECK_NEAR(tests[3], f->lr, 1e-8);
@@ -90,74 +87,60 @@ VELKOR_WIN_FAMILY(cox) {
               VELKOR_W_NO_EVENT);
   }
 
-  // Object form, Efron ties, as the front end calls it: a record array of
-  // Double columns (time, status, covariates) built with oleaut32.
-  for (const CoxFixture* f : {&lung_efron, &veteran_efron}) {
-    std::vector<std::pair<std::u16string, std::pair<VARTYPE, SAFEARRAY*>>> columns;
-    columns.push_back({u"time", {VT_R8, doubles({f->time, f->time + f->n})}});
-    columns.push_back({u"status", {VT_R8, doubles({f->status, f->status + f->n})}});
+  // Object form, Efron ties, as the front end calls it: a record array of Double columns (time,
+  // status, covariates) built with oleaut32; veteran's cell type as a record array of BSTR labels
+  // beside it (treatment coding, first level the reference).
+  struct ObjectCase {
+    const CoxFixture* f;
+    int numeric;
+    const char* const* labels;
+    std::vector<std::u16string> design;  // empty: the fixture's covariate names
+  };
+  const ObjectCase cases[] = {
+      {&lung_efron, 5, nullptr, {}},
+      {&veteran_efron, 5, nullptr, {}},
+      {&veteran_celltype_efron,
+       2,
+       veteran_celltype_labels,
+       {u"karno", u"age", u"celltype=large", u"celltype=smallcell", u"celltype=squamous"}}};
+  for (const ObjectCase& c : cases) {
+    const CoxFixture& f = *c.f;
+    Columns columns =
+        real_columns({{u"time", {f.time, f.time + f.n}}, {u"status", {f.status, f.status + f.n}}});
     cST_FactorsInfo factors;
-    for (int j = 0; j < f->p; ++j) {
-      const double* col = f->x + static_cast<std::size_t>(j) * f->n;
-      columns.push_back({u16(f->names[j]), {VT_R8, doubles({col, col + f->n})}});
+    for (int j = 0; j < c.numeric; ++j) {
+      columns.push_back(
+          {u16(f.names[j]), {VT_R8, doubles(f.x + static_cast<std::size_t>(j) * f.n, f.n)}});
       factors.quantitative.push_back(2 + j);
     }
-    RecordArray numeric(columns);
+    std::vector<std::u16string> labels, design = c.design;
+    for (int i = 0; c.labels && i < f.n; ++i) labels.push_back(u16(c.labels[i]));
+    if (design.empty())
+      for (int j = 0; j < f.p; ++j) design.push_back(u16(f.names[j]));
+    if (c.labels) factors.qualitative = {0};
+    RecordArray numeric(columns), text({{u"celltype", {VT_BSTR, strings(labels)}}});
     COX_Param param;
     param.ties = 1;
     param.tolerance = 1e-9;
     cCOX_Results res;
     VELKORInfo info;
-    const int status = compute(numeric.psa, nullptr, param, res, factors, info);
-    if (!wintest::check(status == 0, std::string(f->name) + ": status " + std::to_string(status),
-                        __FILE__, __LINE__))
+    const int status =
+        compute(numeric.psa, c.labels ? text.psa : nullptr, param, res, factors, info);
+    if (!wintest::check(status == 0, std::string(f.name) + ": status " + std::to_string(status),
+                        __FILE__, __LINE__) ||
+        !WCHECK_EQ(res.beta.count, static_cast<std::uint32_t>(f.p)))
       continue;
-    if (!WCHECK_EQ(res.beta.count, static_cast<std::uint32_t>(f->p))) continue;
-    for (int j = 0; j < f->p; ++j) {
-      WCHECK_NEAR(res.beta.data[j], f->coef[j], 1e-7);
-      WCHECK_NEAR(res.coefTable.data[f->p + j], f->se[j], 1e-7);
-    }
-    WCHECK_NEAR(res.logLik0, f->loglik0, 1e-10);
-    WCHECK_NEAR(res.logLik, f->loglik, 1e-10);
-    WCHECK(factors.designNames.size() == static_cast<std::size_t>(f->p) &&
-           factors.designNames[0] == u16(f->names[0]));
-  }
-
-  // A qualitative covariate as the front end passes it: veteran's cell type as a record array of
-  // BSTR labels beside the numeric record array; treatment coding, first level the reference.
-  {
-    const CoxFixture& f = veteran_celltype_efron;
-    std::vector<std::u16string> labels;
-    for (int i = 0; i < f.n; ++i) labels.push_back(u16(veteran_celltype_labels[i]));
-    RecordArray numeric({{u"time", {VT_R8, doubles({f.time, f.time + f.n})}},
-                         {u"status", {VT_R8, doubles({f.status, f.status + f.n})}},
-                         {u"karno", {VT_R8, doubles({f.x, f.x + f.n})}},
-                         {u"age", {VT_R8, doubles({f.x + f.n, f.x + 2 * f.n})}}});
-    RecordArray text({{u"celltype", {VT_BSTR, strings(labels)}}});
-    COX_Param param;
-    param.ties = 1;
-    param.tolerance = 1e-9;
-    cCOX_Results res;
-    cST_FactorsInfo factors;
-    factors.quantitative = {2, 3};
-    factors.qualitative = {0};
-    VELKORInfo info;
-    WCHECK_EQ(compute(numeric.psa, text.psa, param, res, factors, info), 0);
-    if (WCHECK_EQ(res.beta.count, static_cast<std::uint32_t>(f.p)))
-      for (int j = 0; j < f.p; ++j) {
-        WCHECK_NEAR(res.beta.data[j], f.coef[j], 1e-7);
-        WCHECK_NEAR(res.coefTable.data[f.p + j], f.se[j], 1e-7);
-      }
-    WCHECK(factors.designNames ==
-           std::vector<std::u16string>(
-               {u"karno", u"age", u"celltype=large", u"celltype=smallcell", u"celltype=squamous"}));
+    WCHECK_ALL(res.beta.data, f.coef, f.p, 1e-7);
+    WCHECK_ALL(res.coefTable.data + f.p, f.se, f.p, 1e-7);
+    WCHECK_NEAR(res.logLik0, f.loglik0, 1e-10);
+    WCHECK_NEAR(res.logLik, f.loglik, 1e-10);
+    WCHECK(factors.designNames == design);
   }
 
   // The error record of a failed object call: no event at all.
   {
-    RecordArray numeric({{u"time", {VT_R8, doubles({1, 2, 3})}},
-                         {u"status", {VT_R8, doubles({0, 0, 0})}},
-                         {u"x", {VT_R8, doubles({0.1, 0.4, 0.2})}}});
+    RecordArray numeric(
+        real_columns({{u"time", {1, 2, 3}}, {u"status", {0, 0, 0}}, {u"x", {0.1, 0.4, 0.2}}}));
     COX_Param param;
     cCOX_Results res;
     cST_FactorsInfo factors;

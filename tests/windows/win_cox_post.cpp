@@ -1,10 +1,8 @@
-// Cox regression after the fit through VELKORLI1M.dll, against R's survival package (the fixture
-// of the Linux tests, tests/reference/cox/cox_post_fixtures.inc: lung, age + sex + ph.ecog,
-// Breslow ties). The object form as the front end runs it (Cpp_COX_Compute_ST on oleaut32 record
-// arrays) with the Grambsch-Therneau test, then Cox_ProportionalityTest_ST and ConcordIndex_ST
-// called on its results for the other time transforms; cross-validation and bootstrap with a
-// progress callback; the flat Cpp_ConcordIndex, Cpp_ComputeCVTable and Cpp_ComputeBootOut; bad
-// input.
+// Cox regression after the fit through VELKORLI1M.dll against R's survival package (lung, age +
+// sex + ph.ecog, Breslow ties; tests/reference/cox/cox_post_fixtures.inc): the object form on
+// oleaut32 record arrays with the Grambsch-Therneau test, Cox_ProportionalityTest_ST and
+// ConcordIndex_ST on its results, cross-validation and bootstrap with a progress callback, the
+// flat Cpp_ConcordIndex, Cpp_ComputeCVTable and Cpp_ComputeBootOut, and bad input.
 #include <cmath>
 #include <cstdint>
 #include <string>
@@ -56,11 +54,11 @@ struct ObjectRun {
 void run_object(decltype(&Cpp_COX_Compute_ST) compute, ObjectRun& r) {
   using namespace wintest::ole;
   const int n = kLungN;
-  RecordArray numeric({{u"time", {VT_R8, doubles({kLungTime, kLungTime + n})}},
-                       {u"status", {VT_R8, doubles({kLungStatus, kLungStatus + n})}},
-                       {u"age", {VT_R8, doubles({kLungX, kLungX + n})}},
-                       {u"sex", {VT_R8, doubles({kLungX + n, kLungX + 2 * n})}},
-                       {u"ph.ecog", {VT_R8, doubles({kLungX + 2 * n, kLungX + 3 * n})}}});
+  RecordArray numeric(real_columns({{u"time", {kLungTime, kLungTime + n}},
+                                    {u"status", {kLungStatus, kLungStatus + n}},
+                                    {u"age", {kLungX, kLungX + n}},
+                                    {u"sex", {kLungX + n, kLungX + 2 * n}},
+                                    {u"ph.ecog", {kLungX + 2 * n, kLungX + 3 * n}}}));
   r.factors.quantitative = {2, 3, 4};
   r.status = compute(numeric.psa, nullptr, r.param, r.res, r.factors, r.info);
 }
@@ -99,10 +97,9 @@ VELKOR_WIN_FAMILY(cox_post) {
   fit.param.phTransform = 3;
   run_object(compute, fit);
   if (!WCHECK_EQ(fit.status, 0) || !WCHECK_EQ(fit.res.beta.count, 3u)) return;
-  for (int j = 0; j < kP; ++j) WCHECK_NEAR(fit.res.beta.data[j], kLungBeta[j], 1e-8);
+  WCHECK_ALL(fit.res.beta.data, kLungBeta, kP, 1e-8);
   if (WCHECK_EQ(fit.res.residuals.count, static_cast<std::uint32_t>(n * (4 + 2 * kP))))
-    for (int i = 0; i < n; ++i)
-      WCHECK_NEAR(fit.res.residuals.data[2 * n + i], kLungMartingale[i], 1e-7);
+    WCHECK_ALL(fit.res.residuals.data + 2 * n, kLungMartingale, n, 1e-7);
   check_ph(fit.res.phTest, kLungZph_km, "km");
   const double* zph[] = {kLungZph_identity, kLungZph_log, kLungZph_rank};
   for (int tr = 0; tr < 3; ++tr) {
@@ -124,7 +121,7 @@ VELKOR_WIN_FAMILY(cox_post) {
     WCHECK_EQ(num[0], pairs.concordant);
     WCHECK_EQ(den[0], pairs.comparable);
     WCHECK_EQ(c[0], pairs.concordant / pairs.comparable);
-    WCHECK(c.intact() && num.intact() && den.intact());
+    WCHECK(wintest::intact(c, num, den));
   }
 
   // One quality-index row through the flat entry equals row 1 of the object form's table (the
@@ -157,7 +154,7 @@ VELKOR_WIN_FAMILY(cox_post) {
     WCHECK(out.intact());
     const double want[12] = {3, 5, 3, 14.0 / 3, std::sqrt(2.5), std::sqrt(28.0 / 3), 2, 3,
                              4, 6, 5, 3};
-    for (int k = 0; k < 12; ++k) WCHECK_NEAR(out[k], want[k], 1e-15);
+    WCHECK_ALL(out.data(), want, 12, 1e-15);
   }
 
   // Cross-validation and bootstrap in the object form, with the caller's progress callback
@@ -186,14 +183,9 @@ VELKOR_WIN_FAMILY(cox_post) {
         WCHECK(a.bootTable.data[12 + j] <= a.bootTable.data[16 + j]);
       }
       WCHECK_EQ(a.cvTable.data[3 * 6], a.concordance);
-      bool same = runs[1].res.bootTable.count == a.bootTable.count &&
-                  runs[1].res.cvTable.count == a.cvTable.count;
-      for (std::uint32_t k = 0; same && k < a.bootTable.count; ++k)
-        same = runs[1].res.bootTable.data[k] == a.bootTable.data[k];
-      for (std::uint32_t k = 0; same && k < a.cvTable.count; ++k)
-        same = runs[1].res.cvTable.data[k] == a.cvTable.data[k] ||
-               (std::isnan(a.cvTable.data[k]) && std::isnan(runs[1].res.cvTable.data[k]));
-      WCHECK(same);
+      for (const auto& [x, y] : {std::pair{&runs[1].res.bootTable, &a.bootTable},
+                                 std::pair{&runs[1].res.cvTable, &a.cvTable}})
+        if (WCHECK_EQ(x->count, y->count)) WCHECK_ALL(x->data, y->data, y->count, 0.0);
     }
     // A callback that asks to stop: the run still returns, the bootstrap uses fewer replicates.
     ObjectRun stop;
@@ -216,26 +208,19 @@ VELKOR_WIN_FAMILY(cox_post) {
   {
     constexpr double kInit = 6.5;
     const double t[] = {1, 2, 3}, s[] = {1, 0, 1}, b[] = {0.5};
-    GuardedD c(1, kInit), num(1, kInit), den(1, kInit);
-    WCHECK_EQ(concord(t, s, nullptr, b, 3, 1, c.data(), num.data(), den.data()),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(c.untouched() && num.untouched() && den.untouched());
-    GuardedD table(5, kInit);
-    WCHECK_EQ(cv_row(t, s, t, b, 3, 1, 1.0, 2.0, nullptr, 1, 1, table.data()), VELKOR_E_NULL_ARRAY);
-    WCHECK(table.untouched());
-    GuardedD out(6, kInit);
-    WCHECK_EQ(boot(nullptr, 3, 1, nullptr, 0.05, out.data()), VELKOR_E_NULL_ARRAY);
-    WCHECK(out.untouched());
-    // The flat fit with a null covariate array: every output untouched.
+    GuardedD c(1, kInit), num(1, kInit), den(1, kInit), table(5, kInit), out(6, kInit);
+    WCHECK_REFUSED(concord(t, s, nullptr, b, 3, 1, c.data(), num.data(), den.data()), c, num, den);
+    WCHECK_REFUSED(cv_row(t, s, t, b, 3, 1, 1.0, 2.0, nullptr, 1, 1, table.data()), table);
+    WCHECK_REFUSED(boot(nullptr, 3, 1, nullptr, 0.05, out.data()), out);
     GuardedD beta(1, kInit), ms(12, kInit), gt(9, kInit), ct(9, kInit), z(1, kInit), st(4, kInit);
     wintest::GuardedI vs(1, -7), nf(1, -7);
     int iterations = 20;
-    WCHECK_EQ(run(t, s, nullptr, nullptr, nullptr, nullptr, 3, 1, 1, 0, &iterations, 1e-9, -1, 0.05,
-                  0, 0, nullptr, 0.05, 0, 0, beta.data(), ms.data(), gt.data(), ct.data(), z.data(),
-                  st.data(), vs.data(), nf.data(), nullptr, nullptr, nullptr, nullptr),
-              VELKOR_E_NULL_ARRAY);
-    WCHECK(beta.untouched() && ms.untouched() && gt.untouched() && ct.untouched() &&
-           z.untouched() && st.untouched() && vs.untouched() && nf.untouched() && iterations == 20);
+    WCHECK_REFUSED(
+        run(t, s, nullptr, nullptr, nullptr, nullptr, 3, 1, 1, 0, &iterations, 1e-9, -1, 0.05, 0, 0,
+            nullptr, 0.05, 0, 0, beta.data(), ms.data(), gt.data(), ct.data(), z.data(), st.data(),
+            vs.data(), nf.data(), nullptr, nullptr, nullptr, nullptr),
+        beta, ms, gt, ct, z, st, vs, nf);
+    WCHECK_EQ(iterations, 20);
     COX_Param param;
     cCOX_Results empty;
     WCHECK_EQ(ph_test(param, empty), -1);
