@@ -83,4 +83,8 @@ void EvalParam(const double* y, const double* cens, const double* upper, const d
                const double* w, std::size_t n, std::size_t ldx, int p, int k, const double* theta,
                int dist, double& loglik, double* grad, double* hess);
 
+// Whether the Weibull and log-normal passes run their AVX2 build (set at load where the processor
+// has AVX2, on x86-64 outside Windows). Both builds give the same bits; tests switch it to check.
+bool& UseAvx2Pass();
+
 }  // namespace velkor::param
