@@ -21,8 +21,10 @@ inline std::vector<std::vector<std::string>> ReadCsv(const std::string& file, in
     std::vector<std::string> cells;
     std::stringstream ss(line);
     while (std::getline(ss, cell, ',')) cells.push_back(cell);
-    if (header) *columns = static_cast<int>(cells.size());
-    else if (static_cast<int>(cells.size()) == *columns) rows.push_back(cells);
+    if (header)
+      *columns = static_cast<int>(cells.size());
+    else if (static_cast<int>(cells.size()) == *columns)
+      rows.push_back(cells);
   }
   return rows;
 }

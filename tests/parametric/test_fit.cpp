@@ -25,16 +25,10 @@ struct FitRun {
 FitRun RunReg(const DataSet& d, int dist, bool weighted, int method = -1, double pEnter = 0.05,
               double pRemove = 0.1, short logTime = 0, int maxIter = 100) {
   const int np = d.p + (dist == 1 ? 1 : 2);
-  FitRun r;
-  r.params.resize(np);
-  r.cov.resize(np * np);
-  r.crit.resize(14);
-  r.ptable.resize(np * 6);
-  r.tests.resize(9);
-  r.history.assign(d.p * 4, velkor::kMissing);
+  using V = std::vector<double>;
+  FitRun r{0, maxIter, 0, V(np), V(np * np), V(14), V(np * 6), V(9), V(d.p * 4, velkor::kMissing)};
   r.resid.resize(d.n * 4);
   r.keptFlags.resize(d.p);
-  r.iterations = maxIter;
   const std::vector<double> b = d.bounds();
   r.status = Cpp_RunParamReg(d.y.data(), d.n, d.p, d.code.data(), b.data(), d.x.data(),
                              weighted ? d.w.data() : nullptr, dist, method, pEnter, pRemove,
@@ -54,15 +48,12 @@ struct Opt {
 Opt Optimize(const DataSet& d, int dist, int maxIter, double tol, bool covariates = true,
              short fix = 0, double fixValue = 0.0) {
   const int p = covariates ? d.p : 0, np = p + (dist == 1 ? 1 : 2);
-  Opt o;
-  o.g.resize(np);
-  o.h.resize(np * np);
+  Opt o{0, maxIter, 0, std::vector<double>(np), std::vector<double>(np * np)};
   o.theta.resize(np);
-  o.iterations = maxIter;
   const std::vector<double> b = d.bounds();
-  o.status = Cpp_OptimizeParamModel(d.y.data(), d.n, p, np - p, d.code.data(), b.data(),
-                                    d.x.data(), nullptr, &o.iterations, tol, dist, fix, fixValue,
-                                    &o.ll, o.g.data(), o.h.data(), o.theta.data());
+  o.status = Cpp_OptimizeParamModel(d.y.data(), d.n, p, np - p, d.code.data(), b.data(), d.x.data(),
+                                    nullptr, &o.iterations, tol, dist, fix, fixValue, &o.ll,
+                                    o.g.data(), o.h.data(), o.theta.data());
   return o;
 }
 
@@ -178,25 +169,26 @@ TEST(ParamFit, TablesAreConsistentWithTheFit) {
   const DataSet d = param_fixture::ReadData("veteran");
   const FitRun r = RunReg(d, 3, false);
   ASSERT_EQ(r.status, 0);
-  const int np = 7;
   const double L = -0.5 * r.crit[9], L0 = -0.5 * r.crit[2];
-  // criteria (columns null, model): n, parameters, -2L, AIC, SBC, AICc, 1 | iterations
-  EXPECT_EQ(std::vector<double>(r.crit.begin(), r.crit.begin() + 2), (std::vector<double>{137, 2}));
+  // criteria, columns null and model: n, parameters, -2L, AIC, SBC, AICc, 1 | iterations
+  const std::vector<double> model = {137,
+                                     7,
+                                     -2 * L,
+                                     14 - 2 * L,
+                                     7 * std::log(137.0) - 2 * L,
+                                     14 - 2 * L + 2.0 * 7 * 8 / (137 - 7 - 1),
+                                     1.0 * r.iterations};
+  for (int row = 0; row < 7; ++row) EXPECT_NEAR(r.crit[7 + row], model[row], 1e-9) << row;
+  EXPECT_EQ(r.crit[1], 2);
   EXPECT_EQ(r.crit[6], 1.0);
-  EXPECT_EQ(r.crit[8], 7);
-  EXPECT_NEAR(r.crit[10], 2 * 7 - 2 * L, 1e-9);
-  EXPECT_NEAR(r.crit[11], 7 * std::log(137.0) - 2 * L, 1e-9);
-  EXPECT_NEAR(r.crit[12], r.crit[10] + 2.0 * 7 * 8 / (137 - 7 - 1), 1e-9);
-  EXPECT_EQ(r.crit[13], r.iterations);
   // parameter table rows: intercept, covariates, scale; Wald and limits from estimate and se
-  EXPECT_EQ(r.ptable[0], r.params[5]);
-  EXPECT_EQ(r.ptable[1], r.params[0]);
-  EXPECT_EQ(r.ptable[6], r.params[6]);
-  for (int row = 0; row < np; ++row) {
-    const double est = r.ptable[row], se = r.ptable[np + row], chi = r.ptable[2 * np + row];
+  EXPECT_EQ((std::vector<double>{r.ptable[0], r.ptable[1], r.ptable[6]}),
+            (std::vector<double>{r.params[5], r.params[0], r.params[6]}));
+  for (int row = 0; row < 7; ++row) {
+    const double est = r.ptable[row], se = r.ptable[7 + row], chi = r.ptable[14 + row];
     EXPECT_NEAR(chi, (est / se) * (est / se), 1e-9 * (1 + chi));
-    EXPECT_NEAR(r.ptable[4 * np + row], est - 1.959963984540054 * se, 1e-9);
-    EXPECT_NEAR(r.ptable[5 * np + row], est + 1.959963984540054 * se, 1e-9);
+    EXPECT_NEAR(r.ptable[28 + row], est - 1.959963984540054 * se, 1e-9);
+    EXPECT_NEAR(r.ptable[35 + row], est + 1.959963984540054 * se, 1e-9);
   }
   // tests: 5 df, LR from the criteria, all three large on this strong model
   EXPECT_EQ(r.tests[0], 5);
