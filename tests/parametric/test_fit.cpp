@@ -26,9 +26,8 @@ FitRun RunReg(const DataSet& d, int dist, bool weighted, int method = -1, double
               double pRemove = 0.1, short logTime = 0, int maxIter = 100) {
   const int np = d.p + (dist == 1 ? 1 : 2);
   using V = std::vector<double>;
-  FitRun r{0, maxIter, 0, V(np), V(np * np), V(14), V(np * 6), V(9), V(d.p * 4, velkor::kMissing)};
-  r.resid.resize(d.n * 4);
-  r.keptFlags.resize(d.p);
+  FitRun r{0, maxIter, 0, V(np), V(np * np), V(14), V(np * 6), V(9), {}, V(d.n * 4), V(d.p)};
+  r.history.assign(d.p * 4, velkor::kMissing);
   const std::vector<double> b = d.bounds();
   r.status = Cpp_RunParamReg(d.y.data(), d.n, d.p, d.code.data(), b.data(), d.x.data(),
                              weighted ? d.w.data() : nullptr, dist, method, pEnter, pRemove,
@@ -48,8 +47,8 @@ struct Opt {
 Opt Optimize(const DataSet& d, int dist, int maxIter, double tol, bool covariates = true,
              short fix = 0, double fixValue = 0.0) {
   const int p = covariates ? d.p : 0, np = p + (dist == 1 ? 1 : 2);
-  Opt o{0, maxIter, 0, std::vector<double>(np), std::vector<double>(np * np)};
-  o.theta.resize(np);
+  using V = std::vector<double>;
+  Opt o{0, maxIter, 0, V(np), V(np * np), V(np)};
   const std::vector<double> b = d.bounds();
   o.status = Cpp_OptimizeParamModel(d.y.data(), d.n, p, np - p, d.code.data(), b.data(), d.x.data(),
                                     nullptr, &o.iterations, tol, dist, fix, fixValue, &o.ll,
