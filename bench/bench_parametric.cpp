@@ -1,9 +1,9 @@
 // Parametric survival regression: time of a complete regression through Cpp_RunParamReg (null and
-// full model, tables, residuals: what survreg also does) and of one log-likelihood-with-derivatives pass, on the
-// data written by bench/parametric_r.R (set VELKOR_PARAM_BENCH_DIR; bench/parametric_compare.sh
-// runs both and prints the comparison). Without that directory it generates comparable data.
-// Counters: iterations of the final fit. CPU time is that of the whole process (all OpenMP
-// threads), comparable with the CPU time R reports.
+// full model, tables, residuals: what survreg also does) and of one log-likelihood-with-derivatives
+// pass, on the data written by bench/parametric_r.R (set VELKOR_PARAM_BENCH_DIR;
+// bench/parametric_compare.sh runs both and prints the comparison). Without that directory it
+// generates comparable data. Counters: iterations of the final fit. CPU time is that of the whole
+// process (all OpenMP threads), comparable with the CPU time R reports.
 #include <benchmark/benchmark.h>
 
 #include <cmath>

@@ -275,8 +275,8 @@ inline bool ScaleLawTerm(int dist, double code, double y, const BlockPre& pre, s
       const double zu = pre.zu[i];
       double cl = 0, dl = 0, cu = 0, du = 0;
       double add = 0;
-      const double arg = EvIntervalFrom<D>(pre.ez[i], pre.eu[i], pre.e3[i], pre.m3[i], add, cl, dl, cu,
-                                         du);
+      const double arg =
+          EvIntervalFrom<D>(pre.ez[i], pre.eu[i], pre.e3[i], pre.m3[i], add, cl, dl, cu, du);
       ll += add;
       plus.Add(arg);
       if constexpr (D) FromInterval(z, zu, is, cl, dl, cu, du, d);
@@ -503,10 +503,10 @@ VELKOR_ALWAYS_INLINE void WeibullExpsBody(const double* z, const double* zu, con
 // block's sums over the design columns, sum l_e x_j, sum l_es x_j and sum l_ee x_j x_c (packed
 // upper triangle), are dot products down contiguous columns (BlockDot).
 template <bool D, class V, class I>
-VELKOR_ALWAYS_INLINE void EvalScaleLawBody(const double* y, const double* cens,
-                                           const double* upper, const double* x, const double* w,
-                                           std::size_t n, std::size_t ldx, int p,
-                                           const double* theta, int dist, double& ll, Accum* acc) {
+VELKOR_ALWAYS_INLINE void EvalScaleLawBody(const double* y, const double* cens, const double* upper,
+                                           const double* x, const double* w, std::size_t n,
+                                           std::size_t ldx, int p, const double* theta, int dist,
+                                           double& ll, Accum* acc) {
   constexpr std::size_t kBlock = 256;
   const double s = theta[p + 1];
   const double logS = std::log(s);
