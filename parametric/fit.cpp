@@ -9,6 +9,7 @@
 #include "companion/distributions.h"
 #include "companion/linalg.h"
 #include "companion/vectors.h"
+#include "core/frame_memory.h"
 #include "core/numeric.h"
 #include "parametric/likelihood.h"
 
@@ -84,7 +85,11 @@ void InitialValues(const Sample& s, const double* X, std::size_t ldx, int q, int
     if (dist == 2) mean += kEulerApprox;
     theta[0] = mean;
   } else {
-    matrix<double> xa(static_cast<std::uint32_t>(s.n), static_cast<std::uint32_t>(q + 1));
+    // the design with a column of ones, in a block of the frame's cache (no fresh pages to fault
+    // in on every fit of a large sample)
+    velkor::frame_memory::ScratchVector<double> xbuf(s.n * static_cast<std::size_t>(q + 1));
+    matrix<double> xa(static_cast<std::uint32_t>(s.n), static_cast<std::uint32_t>(q + 1),
+                      xbuf.data(), 1);
     for (int j = 0; j < q; ++j)
       std::copy(X + static_cast<std::size_t>(j) * ldx, X + static_cast<std::size_t>(j) * ldx + s.n,
                 xa.data + static_cast<std::size_t>(j) * s.n);
@@ -573,11 +578,18 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
   FitResult fit;
   std::vector<int> cols;
   std::vector<double> Xfinal;
+  // the final model's design: the caller's own columns for the full model (MakeSample has
+  // clipped n to its rows), the selection's working copy otherwise
+  const double* Xf = nullptr;
+  std::size_t ldf = s.n;
   int steps = 0;
   if (method == -1) {
-    Xfinal = DesignCopy(design, s.n, p);
+    if (p > 0 && s.n > 0) {
+      Xf = design->data;
+      ldf = design->rows;
+    }
     for (int j = 1; j <= p; ++j) cols.push_back(j);
-    fit = Fit(s, Xfinal.data(), s.n, p, k, dist, limit, tol, fixInt, interceptValue);
+    fit = Fit(s, Xf, ldf, p, k, dist, limit, tol, fixInt, interceptValue);
     iterations = fit.iterations;
     // in this order: a fit that never converges (a singular Hessian included) ends at the limit
     if (fit.iterations == limit) return -1;
@@ -591,6 +603,7 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
       return -5;
     }
     Xfinal.resize(s.n * cols.size());
+    Xf = Xfinal.data();
   } else if (method == 0) {
     if (ForwardCore(s, p > 0 && design ? design->data : nullptr,
                     p > 0 && design ? design->rows : s.n, p, cols, k, dist, pEnter, limit, tol,
@@ -598,6 +611,7 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
       iterations = fit.iterations;
       return -5;
     }
+    Xf = Xfinal.data();
   } else {
     fit = nullFit;  // no covariate model: the null model is reported as the final one
   }
@@ -611,7 +625,7 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
   thetaNull[static_cast<std::size_t>(q)] = nullFit.theta[0];
   if (k == 2) thetaNull[N - 1] = nullFit.theta[1];
   double llTmp = 0.0;
-  Evaluate(s, Xfinal.data(), s.n, q, k, dist, thetaNull, llTmp, gNull.data(), hNull.data());
+  Evaluate(s, Xf, ldf, q, k, dist, thetaNull, llTmp, gNull.data(), hNull.data());
   const std::vector<double> invHNull = InverseOf(hNull, np);
 
   matrix<double> mTheta(static_cast<std::uint32_t>(np), 1, const_cast<double*>(fit.theta.data()),
@@ -659,15 +673,23 @@ int RunParamReg(matrix<double>* time, int n, int p, matrix<double>* cens, matrix
   }
   pFinal = q;
   if (resid) {
-    matrix<double> xm(static_cast<std::uint32_t>(s.n), static_cast<std::uint32_t>(q), Xfinal.data(),
-                      1);
-    matrix<double> r1(static_cast<std::uint32_t>(s.n), 1), r2(static_cast<std::uint32_t>(s.n), 1);
-    matrix<double> r3(static_cast<std::uint32_t>(s.n), 1), r4(static_cast<std::uint32_t>(s.n), 1);
-    ResParam(time, static_cast<int>(s.n), q, cens, &xm, &mTheta, dist, &r1, &r2, &r3, &r4);
-    matrix<double>* rs[4] = {&r1, &r2, &r3, &r4};
-    for (int c = 0; c < 4; ++c)
-      for (std::size_t i = 0; i < s.n; ++i)
-        resid->set(static_cast<int>(i) + 1, c + 1, rs[c]->data[i]);
+    matrix<double> xm(static_cast<std::uint32_t>(ldf), static_cast<std::uint32_t>(q),
+                      const_cast<double*>(Xf), 1);
+    const std::uint32_t rn = static_cast<std::uint32_t>(s.n);
+    if (resid->rows >= s.n && resid->cols >= 4) {
+      // straight into the caller's four columns
+      const std::size_t ld = resid->rows;
+      matrix<double> r1(rn, 1, resid->data, 1), r2(rn, 1, resid->data + ld, 1);
+      matrix<double> r3(rn, 1, resid->data + 2 * ld, 1), r4(rn, 1, resid->data + 3 * ld, 1);
+      ResParam(time, static_cast<int>(s.n), q, cens, &xm, &mTheta, dist, &r1, &r2, &r3, &r4);
+    } else {
+      matrix<double> r1(rn, 1), r2(rn, 1), r3(rn, 1), r4(rn, 1);
+      ResParam(time, static_cast<int>(s.n), q, cens, &xm, &mTheta, dist, &r1, &r2, &r3, &r4);
+      matrix<double>* rs[4] = {&r1, &r2, &r3, &r4};
+      for (int c = 0; c < 4; ++c)
+        for (std::size_t i = 0; i < s.n; ++i)
+          resid->set(static_cast<int>(i) + 1, c + 1, rs[c]->data[i]);
+    }
   }
   return 0;
 }

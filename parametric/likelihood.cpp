@@ -21,6 +21,7 @@
 
 #include "companion/normal_tail.h"
 #include "core/numeric.h"
+#include "parametric/vector_math.h"
 
 namespace velkor::param {
 namespace {
@@ -72,14 +73,13 @@ inline void FromInterval(double zl, double zu, double is, double cl, double dl, 
   d.lss = ass - ls * ls;
 }
 
-// F(z) for the minimum extreme value law, F(z) = 1 - exp(-e^z), with g' and g'' of g = log F.
+// F(z) for the minimum extreme value law, F(z) = 1 - exp(-e^z), with g' and g'' of g = log F,
+// from e = e^z, surv = exp(-e) and m = expm1(-e) (read only when e <= 0.5).
 template <bool D>
-inline double EvCdf(double z, double& g1, double& g2) {
-  const double e = std::exp(z);
-  const double surv = std::exp(-e);
-  // 1 - exp(-e) loses at most a few ulps to cancellation once exp(-e) < 0.61; expm1 (several
-  // times the cost of exp) is kept for the small values of e where it matters
-  const double cdf = e > 0.5 ? 1.0 - surv : -std::expm1(-e);
+inline double EvCdfFrom(double e, double surv, double m, double& g1, double& g2) {
+  // 1 - exp(-e) loses at most a few ulps to cancellation once exp(-e) < 0.61; expm1 is kept for
+  // the small values of e where it matters
+  const double cdf = e > 0.5 ? 1.0 - surv : -m;
   if constexpr (D) {
     g1 = surv == 0.0 ? 0.0 : e * surv / cdf;  // f/F; f = e^z exp(-e^z)
     g2 = g1 * (1.0 - e) - g1 * g1;            // f'/F - (f/F)^2, f' = f (1 - e^z)
@@ -89,22 +89,23 @@ inline double EvCdf(double z, double& g1, double& g2) {
 
 template <bool D>
 inline double EvLogCdf(double z, double& g1, double& g2) {
-  return std::log(EvCdf<D>(z, g1, g2));
+  const double e = std::exp(z);
+  return std::log(EvCdfFrom<D>(e, std::exp(-e), e > 0.5 ? 0.0 : std::expm1(-e), g1, g2));
 }
 
 // log(exp(-e^zl) - exp(-e^zu)), written as -e^zl + log(1 - exp(e^zl - e^zu)) so that it keeps
 // its precision when both survival values are tiny; c, d as in FromInterval.
 // Returned as the pair (-e^zl, 1 - exp(e^zl - e^zu)): log D = first + log(second).
+// From el = e^zl, eu = e^zu and, with t = el - eu, et = exp(t) (read when t < -0.1) and
+// m = expm1(t) (read otherwise).
 template <bool D>
-inline double EvIntervalArg(double zl, double zu, double& add, double& cl, double& dl, double& cu,
-                            double& du) {
-  const double el = std::exp(zl), eu = std::exp(zu);
+inline double EvIntervalFrom(double el, double eu, double et, double m, double& add, double& cl,
+                             double& dl, double& cu, double& du) {
   const double t = el - eu;
   // q = 1 - exp(t): from exp(t), which the derivatives use too, where the cancellation costs at
-  // most about 10 ulps (t < -0.1, q > 0.095); by expm1, several times dearer, for narrower gaps
+  // most about 10 ulps (t < -0.1, q > 0.095); by expm1 for narrower gaps
   const bool wide = t < -0.1;
-  const double et = wide ? std::exp(t) : 0.0;
-  const double q = wide ? 1.0 - et : -std::expm1(t);
+  const double q = wide ? 1.0 - et : -m;
   if constexpr (D) {
     const double r = wide ? et : 1.0 - q;  // exp(t); 1 - q is exact enough for q <= 0.095
     const double iq = 1.0 / q;
@@ -115,6 +116,16 @@ inline double EvIntervalArg(double zl, double zu, double& add, double& cl, doubl
   }
   add = -el;
   return q;
+}
+
+template <bool D>
+inline double EvIntervalArg(double zl, double zu, double& add, double& cl, double& dl, double& cu,
+                            double& du) {
+  const double el = std::exp(zl), eu = std::exp(zu);
+  const double t = el - eu;
+  const bool wide = t < -0.1;
+  return EvIntervalFrom<D>(el, eu, wide ? std::exp(t) : 0.0, wide ? 0.0 : std::expm1(t), add, cl,
+                           dl, cu, du);
 }
 
 template <bool D>
@@ -216,20 +227,27 @@ inline void AddLog(double v, double add, double arg, double& ll, LogSum& logs) {
   }
 }
 
+// A block's standardised residuals, z = (y - eta)/sigma and zu = (u - eta)/sigma (read for
+// intervals), and for the Weibull law the exponentials of its vector pass (WeibullExps): ez =
+// e^z, eu = e^zu, and e3 = exp(a), m3 = expm1(a) with a = ez - eu for an interval, -ez otherwise.
+struct BlockPre {
+  const double *z, *zu, *ez, *eu, *e3, *m3;
+};
+
 // Contribution of one observation under the Weibull (dist 2) or log-normal (dist 3) law.
 // Returns false when the code adds nothing. ll is updated in the order the terms are defined.
 template <bool D>
-inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, double v,
-                         double logS, double is, double& ll, LogSum& plus, LogSum& minus,
+inline bool ScaleLawTerm(int dist, double code, double y, const BlockPre& pre, std::size_t i,
+                         double v, double logS, double is, double& ll, LogSum& plus, LogSum& minus,
                          Local& d) {
-  const double z = (y - eta) * is;  // is = 1 / sigma: a product instead of a division per row
+  const double z = pre.z[i];
   double g1 = 0, g2 = 0;
   if (dist == 2) {
     if (code == 1.0) {
       ll += v * (-logS + z - y);  // -y: Jacobian of the log transform
       g1 = v;
       if (z < kExpGuard) {
-        const double ez = std::exp(z);
+        const double ez = pre.ez[i];
         ll -= v * ez;
         g1 -= v * ez;
         g2 = -v * ez;
@@ -243,21 +261,22 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
     }
     if (code == 0.0) {
       if (!(z < kExpGuard)) return false;
-      const double ez = std::exp(z);
+      const double ez = pre.ez[i];
       ll -= v * ez;
       if constexpr (D) FromZ(z, is, -v * ez, -v * ez, d);
       return true;
     }
     if (code == 2.0) {  // unweighted on purpose
-      plus.Add(EvCdf<D>(z, g1, g2));
+      plus.Add(EvCdfFrom<D>(pre.ez[i], pre.e3[i], pre.m3[i], g1, g2));
       if constexpr (D) FromZ(z, is, g1, g2, d);
       return true;
     }
     if (code == 3.0) {  // unweighted on purpose
-      const double zu = (u - eta) * is;
+      const double zu = pre.zu[i];
       double cl = 0, dl = 0, cu = 0, du = 0;
       double add = 0;
-      const double arg = EvIntervalArg<D>(z, zu, add, cl, dl, cu, du);
+      const double arg =
+          EvIntervalFrom<D>(pre.ez[i], pre.eu[i], pre.e3[i], pre.m3[i], add, cl, dl, cu, du);
       ll += add;
       plus.Add(arg);
       if constexpr (D) FromInterval(z, zu, is, cl, dl, cu, du, d);
@@ -294,7 +313,7 @@ inline bool ScaleLawTerm(int dist, double code, double y, double u, double eta, 
     return true;
   }
   if (code == 3.0) {
-    const double zu = (u - eta) * is;
+    const double zu = pre.zu[i];
     double cl = 0, dl = 0, cu = 0, du = 0;
     double add = 0;
     const double arg = NormIntervalArg<D>(z, zu, add, cl, dl, cu, du);
@@ -449,21 +468,52 @@ inline double BlockSum(const double* a, std::size_t m) {
   return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
 }
 
+// The Weibull law's exponentials for a block of rows (m a multiple of 4), a vector at a time:
+// ez = e^z and, when the block has left- or interval-censored rows (`second`), eu = e^zu and the
+// exp and expm1 of a third argument, ez - eu for an interval (code 3), -ez otherwise (the
+// left-censored term's exp(-e^z)). The per-row pass reads what its code needs.
+template <class V, class I>
+VELKOR_ALWAYS_INLINE void WeibullExpsBody(const double* z, const double* zu, const double* code,
+                                          std::size_t m, bool second, double* ez, double* eu,
+                                          double* e3, double* m3) {
+  constexpr std::size_t kLanes = sizeof(V) / sizeof(double);
+  for (std::size_t i = 0; i < m; i += kLanes) {
+    V a, ea, ma;
+    vec::Load(a, z + i);
+    vec::ExpExpm1<V, I>(a, ea, ma);
+    vec::Store(ez + i, ea);
+    if (!second) continue;
+    V b, c, eb, mb, e, mm;
+    vec::Load(b, zu + i);
+    vec::Load(c, code + i);
+    vec::ExpExpm1<V, I>(b, eb, mb);
+    const V three = V{} + 3.0;
+    const V third = c == three ? ea - eb : -ea;
+    vec::ExpExpm1<V, I>(third, e, mm);
+    vec::Store(eu + i, eb);
+    vec::Store(e3 + i, e);
+    vec::Store(m3 + i, mm);
+  }
+}
+
 // Weibull and log-normal laws, in blocks of rows: the linear predictor of a block is built column
 // by column (contiguous, vectorisable), then each row's contribution and its partial derivatives
 // (l_e, l_ee, l_es) are computed in row order (the log-likelihood is summed row by row, its
 // logarithms of tail probabilities through the chunk's LogSum, one log per chunk), and the
 // block's sums over the design columns, sum l_e x_j, sum l_es x_j and sum l_ee x_j x_c (packed
 // upper triangle), are dot products down contiguous columns (BlockDot).
-template <bool D>
-void EvalScaleLaw(const double* y, const double* cens, const double* upper, const double* x,
-                  const double* w, std::size_t n, std::size_t ldx, int p, const double* theta,
-                  int dist, double& ll, Accum* acc) {
+template <bool D, class V, class I>
+VELKOR_ALWAYS_INLINE void EvalScaleLawBody(const double* y, const double* cens, const double* upper,
+                                           const double* x, const double* w, std::size_t n,
+                                           std::size_t ldx, int p, const double* theta, int dist,
+                                           double& ll, Accum* acc) {
   constexpr std::size_t kBlock = 256;
   const double s = theta[p + 1];
   const double logS = std::log(s);
   const double is = 1.0 / s;
   double eta[kBlock], le[kBlock], lee[kBlock], les[kBlock], tmp[kBlock];
+  double z[kBlock], zu[kBlock], code[kBlock], ez[kBlock], eu[kBlock], e3[kBlock], m3[kBlock];
+  const BlockPre pre{z, zu, ez, eu, e3, m3};
   const std::size_t P = static_cast<std::size_t>(p);
   LogSum plus, minus;  // logarithms added and (log-normal left term) subtracted
   for (std::size_t i0 = 0; i0 < n; i0 += kBlock) {
@@ -474,13 +524,23 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
       const double bj = theta[j];
       for (std::size_t i = 0; i < m; ++i) eta[i] += xj[i] * bj;
     }
+    // standardised residuals (is = 1/sigma: a product instead of a division per row); the
+    // block is padded to a multiple of 4 for the vector pass
+    const std::size_t m4 = (m + 3) & ~std::size_t{3};
+    bool second = false;  // a left- or interval-censored row in the block
+    for (std::size_t i = 0; i < m; ++i) {
+      z[i] = (y[i0 + i] - eta[i]) * is;
+      zu[i] = (upper[i0 + i] - eta[i]) * is;
+      code[i] = cens[i0 + i];
+      second |= code[i] == 2.0 || code[i] == 3.0;
+    }
+    for (std::size_t i = m; i < m4; ++i) z[i] = zu[i] = code[i] = 0.0;
+    if (dist == 2) WeibullExpsBody<V, I>(z, zu, code, m4, second, ez, eu, e3, m3);
     for (std::size_t i = 0; i < m; ++i) {
       const std::size_t r = i0 + i;
       const double v = w ? w[r] : 1.0;
-      const double code = cens[r];
-      const double u = code == 3.0 ? upper[r] : 0.0;
       Local d;
-      if (ScaleLawTerm<D>(dist, code, y[r], u, eta[i], v, logS, is, ll, plus, minus, d)) {
+      if (ScaleLawTerm<D>(dist, code[i], y[r], pre, i, v, logS, is, ll, plus, minus, d)) {
         if constexpr (D) {
           le[i] = d.le;
           lee[i] = d.lee;
@@ -510,6 +570,34 @@ void EvalScaleLaw(const double* y, const double* cens, const double* upper, cons
     }
   }
   ll += plus.Value() - minus.Value();
+}
+
+// The pass is compiled twice: for AVX2 (the vector exponentials on four lanes, the design sums on
+// four-lane registers) and for the x86-64 baseline (two SSE2 lanes). Every lane performs the same
+// operations in the same order and neither build contracts a multiply and an add, so both give
+// the same bits; the choice is made once from the processor. Not on Windows, where GCC does not
+// align the stack for spilled 32-byte vectors.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(_WIN32)
+#define VELKOR_PARAM_AVX2 1
+template <bool D>
+__attribute__((target("avx2"), flatten)) void EvalScaleLawAvx2(
+    const double* y, const double* cens, const double* upper, const double* x, const double* w,
+    std::size_t n, std::size_t ldx, int p, const double* theta, int dist, double& ll, Accum* acc) {
+  EvalScaleLawBody<D, vec::V4, vec::I4>(y, cens, upper, x, w, n, ldx, p, theta, dist, ll, acc);
+}
+#endif
+
+template <bool D>
+void EvalScaleLaw(const double* y, const double* cens, const double* upper, const double* x,
+                  const double* w, std::size_t n, std::size_t ldx, int p, const double* theta,
+                  int dist, double& ll, Accum* acc) {
+#ifdef VELKOR_PARAM_AVX2
+  if (UseAvx2Pass()) {
+    EvalScaleLawAvx2<D>(y, cens, upper, x, w, n, ldx, p, theta, dist, ll, acc);
+    return;
+  }
+#endif
+  EvalScaleLawBody<D, vec::V2, vec::I2>(y, cens, upper, x, w, n, ldx, p, theta, dist, ll, acc);
 }
 
 // The rows are cut into chunks of a fixed size; each chunk is summed on its own (in parallel
@@ -551,6 +639,15 @@ void EvalScaleLawChunked(const double* y, const double* cens, const double* uppe
 }
 
 }  // namespace
+
+bool& UseAvx2Pass() {
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(_WIN32)
+  static bool use = __builtin_cpu_supports("avx2");
+#else
+  static bool use = false;
+#endif
+  return use;
+}
 
 void EvalParam(const double* y, const double* cens, const double* upper, const double* x,
                const double* w, std::size_t n, std::size_t ldx, int p, int k, const double* theta,

@@ -48,6 +48,11 @@
 // any number of threads. Within a chunk the logarithms of unit-weight tail terms are summed as
 // one exponent count and one product of mantissas (one log per chunk; the same sum to about
 // 1e-13 absolute per 512 rows, the rounding of adding the logarithms one by one).
+// The Weibull law's exponentials (e^z, e^zu, and the exp or expm1 of e^zl - e^zu or -e^z) are
+// computed four rows at a time (parametric/vector_math.h, within 1 ulp of the C library's exp,
+// expm1 within 4 ulp) before the rows are assembled; the Weibull and log-normal passes are built
+// for AVX2 and for the x86-64 baseline with the same operations on every lane, and both builds
+// give the same bits (the AVX2 one runs where the processor has it, outside Windows).
 // The exponential law's carried terms make its pass sequential.
 #pragma once
 
@@ -82,5 +87,9 @@ inline int LawParams(int dist) {
 void EvalParam(const double* y, const double* cens, const double* upper, const double* x,
                const double* w, std::size_t n, std::size_t ldx, int p, int k, const double* theta,
                int dist, double& loglik, double* grad, double* hess);
+
+// Whether the Weibull and log-normal passes run their AVX2 build (set at load where the processor
+// has AVX2, on x86-64 outside Windows). Both builds give the same bits; tests switch it to check.
+bool& UseAvx2Pass();
 
 }  // namespace velkor::param

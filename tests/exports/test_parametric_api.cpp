@@ -1,8 +1,10 @@
-// The parametric family through its exported symbols only: a fit end to end, consistency of the
-// entry points with each other, and bad input (sizes, null arrays, NaN, out-of-range codes and
-// laws, reversed bounds) answered by a status without writing outside the caller's arrays.
+// The parametric family through its exported symbols only: every entry point on one fit (the
+// comparisons with R are in tests/parametric through the same symbols), and bad input (sizes,
+// null arrays, NaN, out-of-range codes and laws, reversed bounds) answered by a status without
+// writing outside the caller's arrays.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
@@ -13,39 +15,38 @@ namespace {
 
 constexpr double kCanary = 12345.678;
 
-// An output array with `pad` guard cells after its `n` cells.
+// An output array with 4 guard cells after its n cells.
 struct Guarded {
   std::vector<double> v;
   std::size_t n;
-  Guarded(std::size_t size, double init = 0.0, std::size_t pad = 4)
-      : v(size + pad, kCanary), n(size) {
-    std::fill(v.begin(), v.begin() + static_cast<long>(size), init);
+  explicit Guarded(int size, double init = 0.0)
+      : v(static_cast<std::size_t>(std::max(size, 0)) + 4, kCanary), n(v.size() - 4) {
+    std::fill(v.begin(), v.begin() + static_cast<long>(n), init);
   }
   double* data() { return v.data(); }
   double operator[](std::size_t i) const { return v[i]; }
   bool intact() const {
-    for (std::size_t i = n; i < v.size(); ++i)
-      if (v[i] != kCanary) return false;
-    return true;
+    return std::all_of(v.begin() + static_cast<long>(n), v.end(),
+                       [](double x) { return x == kCanary; });
   }
 };
 
-// A small Weibull-like sample with one covariate and every censoring code.
+// n rows, one covariate, events, right-censored (every 7th) and interval-censored (every 11th)
+// rows; raw times (the driver's logarithm option) and their logarithms.
 struct Sample {
-  std::vector<double> t, code, bounds, x, w;
+  std::vector<double> t, code, bounds, x, y, logBounds;
   int n = 0;
   explicit Sample(int nn) : n(nn) {
-    std::vector<double> up;
     for (int i = 0; i < n; ++i) {
-      const double xi = (i % 5) - 2.0;
-      t.push_back(std::exp(1.0 + 0.3 * xi + 0.5 * std::sin(1.7 * i)));
+      x.push_back((i % 5) - 2.0);
+      t.push_back(std::exp(1.0 + 0.3 * x[i] + 0.5 * std::sin(1.7 * i)));
       code.push_back(i % 7 == 3 ? 0.0 : (i % 11 == 5 ? 3.0 : 1.0));
-      up.push_back(t.back() * 1.5);
-      x.push_back(xi);
-      w.push_back(1.0);
+      y.push_back(std::log(t[i]));
     }
     bounds = t;
-    bounds.insert(bounds.end(), up.begin(), up.end());
+    for (int i = 0; i < n; ++i) bounds.push_back(t[i] * 1.5);
+    logBounds = y;
+    for (int i = 0; i < n; ++i) logBounds.push_back(std::log(t[i] * 1.5));
   }
 };
 
@@ -67,11 +68,11 @@ struct RegOut {
   }
 };
 
-RegOut RunReg(const double* t, int n, int p, const double* code, const double* bounds,
-              const double* x, const double* w, int dist, short logTime = -1, int method = -1) {
-  RegOut r(n > 0 ? n : 0, p > 0 ? p : 0, dist == 1 ? 1 : 2);
-  r.status = Cpp_RunParamReg(t, n, p, code, bounds, x, w, dist, method, 0.05, 0.1, &r.iterations,
-                             1e-10, 0, 0.0, logTime, 0.05, r.params.data(), r.cov.data(),
+RegOut RunReg(const double* t, int n, const double* code, const double* bounds, const double* x,
+              int dist, int method = -1) {
+  RegOut r(std::max(n, 0), 1, dist == 1 ? 1 : 2);
+  r.status = Cpp_RunParamReg(t, n, 1, code, bounds, x, nullptr, dist, method, 0.05, 0.1,
+                             &r.iterations, 1e-10, 0, 0.0, -1, 0.05, r.params.data(), r.cov.data(),
                              r.crit.data(), r.ptable.data(), r.tests.data(), r.history.data(),
                              r.resid.data(), r.kept.data(), &r.nKept);
   return r;
@@ -79,196 +80,156 @@ RegOut RunReg(const double* t, int n, int p, const double* code, const double* b
 
 }  // namespace
 
-TEST(ParametricApi, EntryPointsAgreeWithEachOther) {
-  Sample s(60);
-  for (int dist = 1; dist <= 3; ++dist) {
-    SCOPED_TRACE(dist);
-    const int k = dist == 1 ? 1 : 2, np = 1 + k;
-    RegOut r =
-        RunReg(s.t.data(), s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), s.w.data(), dist);
-    ASSERT_EQ(r.status, 0);
-    EXPECT_TRUE(r.intact());
-    EXPECT_EQ(r.nKept, 1);
-    // the log-likelihood entry at the estimate: zero gradient, -2 log L as in the criteria
-    std::vector<double> y(s.n), up(s.bounds);
-    for (int i = 0; i < s.n; ++i) {
-      y[i] = std::log(s.t[i]);
-      up[i] = y[i];
-      up[s.n + i] = std::log(up[s.n + i]);
-    }
-    double ll = 0;
-    Guarded g(np), h(np * np);
-    ASSERT_EQ(Cpp_ComputeLogLikeDerivativesParam(y.data(), s.n, 1, k, s.code.data(), up.data(),
-                                                 s.x.data(), r.params.data(), nullptr, dist, &ll,
-                                                 g.data(), h.data()),
-              0);
-    EXPECT_NEAR(-2 * ll, r.crit[9], 1e-8);
-    for (int j = 0; j < np; ++j) EXPECT_LT(std::fabs(g[j]), 1e-5);
-    EXPECT_TRUE(g.intact() && h.intact());
-    // the optimiser alone reaches the same point
-    int it = 50;
-    Guarded g2(np), h2(np * np), th(np);
-    double ll2 = 0;
-    ASSERT_EQ(
-        Cpp_OptimizeParamModel(y.data(), s.n, 1, k, s.code.data(), up.data(), s.x.data(), nullptr,
-                               &it, 1e-10, dist, 0, 0.0, &ll2, g2.data(), h2.data(), th.data()),
-        0);
-    for (int j = 0; j < np; ++j) EXPECT_NEAR(th[j], r.params[j], 1e-7);
-    // the criteria entry rebuilds the fitted column from the same inputs
-    Guarded crit(14), pt(np * 6), tests(9);
-    std::vector<double> zeros(np, 0.0);
-    ASSERT_EQ(
-        Cpp_ComputeCritParam(s.n, 1, k, ll2 - 10, ll2, it, th.data(), r.cov.data(), zeros.data(),
-                             r.cov.data(), 0.05, crit.data(), pt.data(), tests.data()),
-        0);
-    EXPECT_NEAR(crit[9], -2 * ll2, 1e-9);
-    EXPECT_NEAR(tests[3], 20.0, 1e-9);  // likelihood ratio -2 (L0 - L)
-    EXPECT_TRUE(crit.intact() && pt.intact() && tests.intact());
-    // residuals entry = residual columns of the driver
-    Guarded r1(s.n), r2(s.n), r3(s.n), r4(s.n);
-    ASSERT_EQ(Cpp_ResParam(y.data(), s.n, 1, s.code.data(), s.x.data(), r.params.data(), dist,
-                           r1.data(), r2.data(), r3.data(), r4.data()),
-              0);
-    for (int i = 0; i < s.n; ++i) EXPECT_EQ(r4[i], r.resid[3 * s.n + i]);
-    EXPECT_TRUE(r1.intact() && r4.intact());
-  }
-}
-
-TEST(ParametricApi, SelectionEntryPoints) {
+TEST(ParametricApi, EntryPointsAgreeOnOneFit) {
   Sample s(80);
-  std::vector<double> x2(s.x);  // second covariate: noise
+  RegOut r = RunReg(s.t.data(), s.n, s.code.data(), s.bounds.data(), s.x.data(), 2);
+  ASSERT_EQ(r.status, 0);
+  EXPECT_TRUE(r.intact());
+  EXPECT_EQ(r.nKept, 1);
+  // the log-likelihood entry at the estimate: zero gradient, -2 log L as in the criteria
+  double ll = 0;
+  Guarded g(3), h(9);
+  ASSERT_EQ(Cpp_ComputeLogLikeDerivativesParam(s.y.data(), s.n, 1, 2, s.code.data(),
+                                               s.logBounds.data(), s.x.data(), r.params.data(),
+                                               nullptr, 2, &ll, g.data(), h.data()),
+            0);
+  EXPECT_NEAR(-2 * ll, r.crit[9], 1e-8);
+  for (int j = 0; j < 3; ++j) EXPECT_LT(std::fabs(g[j]), 1e-5);
+  // the optimiser alone reaches the same point
+  int it = 50;
+  Guarded g2(3), h2(9), th(3);
+  double ll2 = 0;
+  ASSERT_EQ(
+      Cpp_OptimizeParamModel(s.y.data(), s.n, 1, 2, s.code.data(), s.logBounds.data(), s.x.data(),
+                             nullptr, &it, 1e-10, 2, 0, 0.0, &ll2, g2.data(), h2.data(), th.data()),
+      0);
+  for (int j = 0; j < 3; ++j) EXPECT_NEAR(th[j], r.params[j], 1e-7);
+  // the criteria entry rebuilds the fitted column, the residuals entry the driver's residuals
+  Guarded crit(14), pt(18), tests(9), r1(s.n), r2(s.n), r3(s.n), r4(s.n);
+  const std::vector<double> zeros(3, 0.0);
+  ASSERT_EQ(
+      Cpp_ComputeCritParam(s.n, 1, 2, ll2 - 10, ll2, it, th.data(), r.cov.data(), zeros.data(),
+                           r.cov.data(), 0.05, crit.data(), pt.data(), tests.data()),
+      0);
+  EXPECT_NEAR(crit[9], -2 * ll2, 1e-9);
+  EXPECT_NEAR(tests[3], 20.0, 1e-9);  // likelihood ratio -2 (L0 - L)
+  ASSERT_EQ(Cpp_ResParam(s.y.data(), s.n, 1, s.code.data(), s.x.data(), r.params.data(), 2,
+                         r1.data(), r2.data(), r3.data(), r4.data()),
+            0);
+  for (int i = 0; i < s.n; ++i) EXPECT_EQ(r4[i], r.resid[3 * s.n + i]);
+  EXPECT_TRUE(g.intact() && h.intact() && th.intact() && crit.intact() && pt.intact() &&
+              tests.intact() && r1.intact() && r4.intact());
+  // both selections on (x, noise) keep x, in one step
+  std::vector<double> x2(s.x);
   for (int i = 0; i < s.n; ++i) x2.push_back(std::cos(3.1 * i));
-  std::vector<double> y(s.n);
-  for (int i = 0; i < s.n; ++i) y[i] = std::log(s.t[i]);
-  std::vector<double> up(s.bounds);
-  for (int i = 0; i < s.n; ++i) up[s.n + i] = std::log(up[s.n + i]), up[i] = y[i];
   for (int forward = 0; forward <= 1; ++forward) {
-    int it = 50, kept = -1, steps = -1;
-    double ll = 0;
-    Guarded th(4), h(16), cols(2), hist(8, -9.0);
-    const int st =
-        forward ? Cpp_Param_ForSelection(y.data(), s.n, 2, s.code.data(), up.data(), x2.data(),
-                                         nullptr, 2, 0.05, &it, 1e-10, 0, 0.0, &ll, th.data(),
-                                         h.data(), cols.data(), hist.data(), &kept, &steps)
-                : Cpp_Param_BackSelection(y.data(), s.n, 2, s.code.data(), up.data(), x2.data(),
-                                          nullptr, 2, 0.05, &it, 1e-10, 0, 0.0, &ll, th.data(),
-                                          h.data(), cols.data(), hist.data(), &kept, &steps);
-    EXPECT_EQ(st, 0);
+    int it3 = 50, kept = -1, steps = -1;
+    Guarded th3(4), h3(16), cols(2), hist(8, -9.0);
+    const auto select = forward ? Cpp_Param_ForSelection : Cpp_Param_BackSelection;
+    EXPECT_EQ(select(s.y.data(), s.n, 2, s.code.data(), s.logBounds.data(), x2.data(), nullptr, 2,
+                     0.05, &it3, 1e-10, 0, 0.0, &ll, th3.data(), h3.data(), cols.data(),
+                     hist.data(), &kept, &steps),
+              0);
     EXPECT_EQ(kept, 1);
     EXPECT_EQ(cols[0], 1.0);
     EXPECT_EQ(steps, 1);
     EXPECT_EQ(hist[0], forward ? 1.0 : 2.0);
     EXPECT_EQ(hist[1], -9.0);  // no second step: left as passed
-    EXPECT_TRUE(th.intact() && h.intact() && cols.intact() && hist.intact());
+    EXPECT_TRUE(th3.intact() && h3.intact() && cols.intact() && hist.intact());
   }
 }
 
 TEST(ParametricApi, BadInputGetsAStatusAndNoStrayWrite) {
-  Sample s(30);
+  const Sample s(30);
   const double nan = std::numeric_limits<double>::quiet_NaN();
-  // sizes: n = 0 and negative sizes fail to fit, nothing outside the outputs is touched
-  for (int n : {0, -3, 1}) {
-    RegOut r = RunReg(s.t.data(), n, 1, s.code.data(), s.bounds.data(), s.x.data(), nullptr, 2);
-    EXPECT_LT(r.status, 0) << n;
-    EXPECT_TRUE(r.intact());
+  struct Case {
+    const char* what;
+    int n, dist, method;
+    std::vector<double> t, code, bounds;
+    int expect;  // 1: any negative status
+  };
+  std::vector<double> zeroTime = s.t, nanTime = s.t, reversed = s.bounds, badCodes = s.code;
+  zeroTime[4] = 0.0;
+  zeroTime[6] = -2.0;
+  nanTime[2] = nan;
+  reversed[s.n + 5] = s.t[5] / 2;  // row 5 is interval-censored: upper < lower
+  badCodes[0] = 9;
+  badCodes[1] = -4;
+  const std::vector<Case> cases = {
+      {"n = 0", 0, 2, -1, s.t, s.code, s.bounds, 1},
+      {"n < 0", -3, 2, -1, s.t, s.code, s.bounds, 1},
+      {"n = 1", 1, 2, -1, s.t, s.code, s.bounds, 1},
+      // a law outside 1..3 has a flat likelihood and a singular Hessian: no convergence (-1),
+      // and -5 when the failing fit is part of a selection
+      {"law 9", s.n, 9, -1, s.t, s.code, s.bounds, -1},
+      {"law 9, forward", s.n, 9, 0, s.t, s.code, s.bounds, -5},
+      {"non-positive times", s.n, 3, -1, zeroTime, s.code, s.bounds, 1},
+      {"NaN time", s.n, 2, -1, nanTime, s.code, s.bounds, 1},
+      {"upper below lower", s.n, 2, -1, s.t, s.code, reversed, 1},
+      // codes outside 0..3 add nothing: the rest is fitted
+      {"unknown codes", s.n, 2, -1, s.t, badCodes, s.bounds, 0},
+      // every observation censored: no finite maximum, the iteration limit ends it
+      {"all censored", s.n, 2, -1, s.t, std::vector<double>(s.n, 0.0), s.bounds, 1},
+  };
+  for (const Case& c : cases) {
+    const RegOut r =
+        RunReg(c.t.data(), c.n, c.code.data(), c.bounds.data(), s.x.data(), c.dist, c.method);
+    if (c.expect == 1)
+      EXPECT_LT(r.status, 0) << c.what;
+    else
+      EXPECT_EQ(r.status, c.expect) << c.what;
+    EXPECT_TRUE(r.intact()) << c.what;
   }
-  // null arrays with a positive length: internal status 3, nothing written
-  RegOut r = RunReg(nullptr, s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), nullptr, 2);
+  // null arrays with a positive length: the frame's status, nothing written
+  RegOut r = RunReg(nullptr, s.n, s.code.data(), s.bounds.data(), s.x.data(), 2);
   EXPECT_EQ(r.status, VELKOR_E_NULL_ARRAY);
   EXPECT_EQ(r.params[0], 0.0);
-  r = RunReg(s.t.data(), s.n, 1, s.code.data(), s.bounds.data(), nullptr, nullptr, 2);
+  r = RunReg(s.t.data(), s.n, s.code.data(), s.bounds.data(), nullptr, 2);
   EXPECT_EQ(r.status, VELKOR_E_NULL_ARRAY);
-  // law outside 1..3: flat likelihood, singular Hessian: no convergence (-1), and -5 when the
-  // failing fit is part of a selection
-  r = RunReg(s.t.data(), s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), nullptr, 9);
-  EXPECT_EQ(r.status, -1);
-  EXPECT_TRUE(r.intact());
-  r = RunReg(s.t.data(), s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), nullptr, 9, -1, 0);
-  EXPECT_EQ(r.status, -5);
-  EXPECT_TRUE(r.intact());
-  // non-positive time with the logarithm option, NaN time, upper bound below lower bound
-  std::vector<double> t = s.t;
-  t[4] = 0.0;
-  t[6] = -2.0;
-  r = RunReg(t.data(), s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), nullptr, 3);
-  EXPECT_LT(r.status, 0);
-  EXPECT_TRUE(r.intact());
-  t = s.t;
-  t[2] = nan;
-  r = RunReg(t.data(), s.n, 1, s.code.data(), s.bounds.data(), s.x.data(), nullptr, 2);
-  EXPECT_LT(r.status, 0);
-  std::vector<double> b = s.bounds;
-  b[s.n + 5] = s.t[5] / 2;  // row 5 is interval-censored: upper < lower
-  r = RunReg(s.t.data(), s.n, 1, s.code.data(), b.data(), s.x.data(), nullptr, 2);
-  EXPECT_LT(r.status, 0);
-  EXPECT_TRUE(r.intact());
-  // censoring codes outside 0..3 add nothing: the rest is fitted
-  std::vector<double> c = s.code;
-  c[0] = 9;
-  c[1] = -4;
-  r = RunReg(s.t.data(), s.n, 1, c.data(), s.bounds.data(), s.x.data(), nullptr, 2);
-  EXPECT_EQ(r.status, 0);
-  // every observation censored: no finite maximum, the iteration limit ends it
-  c.assign(s.n, 0.0);
-  r = RunReg(s.t.data(), s.n, 1, c.data(), s.bounds.data(), s.x.data(), nullptr, 2);
-  EXPECT_LT(r.status, 0);
-  EXPECT_TRUE(r.intact());
-  // likelihood entry with mismatched k: zero log-likelihood and derivatives
+  // likelihood entry with a k that does not match the law: zero log-likelihood and derivatives
   double ll = 5;
   Guarded g(2), h(4);
-  EXPECT_EQ(Cpp_ComputeLogLikeDerivativesParam(s.t.data(), s.n, 1, 1, s.code.data(),
-                                               s.bounds.data(), s.x.data(), s.w.data(), nullptr, 2,
-                                               &ll, g.data(), h.data()),
-            0);
+  const std::vector<double> w(s.n, 1.0);
+  EXPECT_EQ(
+      Cpp_ComputeLogLikeDerivativesParam(s.y.data(), s.n, 1, 1, s.code.data(), s.logBounds.data(),
+                                         s.x.data(), w.data(), nullptr, 2, &ll, g.data(), h.data()),
+      0);
   EXPECT_EQ(ll, 0.0);
   EXPECT_TRUE(g.intact() && h.intact());
   EXPECT_EQ(
-      Cpp_ComputeLogLikeDerivativesParam(s.t.data(), s.n, 1, 1, s.code.data(), s.bounds.data(),
+      Cpp_ComputeLogLikeDerivativesParam(s.y.data(), s.n, 1, 1, s.code.data(), s.logBounds.data(),
                                          s.x.data(), nullptr, nullptr, 2, &ll, g.data(), h.data()),
       VELKOR_E_NULL_ARRAY);
 }
 
 TEST(ParametricApi, JudgeTablesThroughTheExports) {
-  // 3 subjects x 3 times; subject 2 removed, subject 3 interval (t_1, t_2]
-  const std::vector<double> judge = {1, 0, 1, 1, 1, 0, 1, 1, 0};
-  const std::vector<double> st = {1, 2, 3};
-  Guarded data(3, 0.0), bounds(6, -1), codes(3, -1), times(3, -1), summary(6);
+  // 3 subjects x 3 times, subject 2 removed (tests/parametric/test_interval_data.cpp checks the
+  // records); bad sizes and a null table
+  const std::vector<double> judge = {1, 0, 1, 1, 1, 0, 1, 1, 0}, st = {1, 2, 3};
+  Guarded data(3, 1.0), bounds(6), codes(3), times(3), summary(6);
   std::vector<int> flags(3 + 2, -5);
   int removed = -1, kept = -1;
-  for (int i = 0; i < 3; ++i) data.v[i] = 10.0 + i;
-  EXPECT_EQ(
-      Cpp_PrepareIntervalData(judge.data(), 3, 3, st.data(), data.data(), 1, &removed, flags.data(),
-                              &kept, bounds.data(), codes.data(), times.data(), summary.data()),
-      0);
-  EXPECT_EQ(removed, 1);
-  EXPECT_EQ(kept, 2);
-  EXPECT_EQ(flags[0], 2);
+  auto prepare = [&](const double* j, int n) {
+    return Cpp_PrepareIntervalData(j, n, 3, st.data(), data.data(), 1, &removed, flags.data(),
+                                   &kept, bounds.data(), codes.data(), times.data(),
+                                   summary.data());
+  };
+  EXPECT_EQ(prepare(judge.data(), 3), 0);
+  EXPECT_EQ(removed + kept, 3);
   EXPECT_EQ(flags[3], -5);
-  EXPECT_EQ(codes[0], 3);  // subject 3: time 1
-  EXPECT_EQ(codes[1], 0);  // subject 1: right-censored at 3
-  EXPECT_EQ(data[0], 12.0);
   EXPECT_TRUE(data.intact() && bounds.intact() && codes.intact() && times.intact() &&
               summary.intact());
-  // bad sizes: nothing kept (-2), nothing written out of place
-  EXPECT_EQ(
-      Cpp_PrepareIntervalData(judge.data(), 0, 3, st.data(), data.data(), 1, &removed, flags.data(),
-                              &kept, bounds.data(), codes.data(), times.data(), summary.data()),
-      -2);
-  EXPECT_EQ(
-      Cpp_PrepareIntervalData(nullptr, 3, 3, st.data(), data.data(), 1, &removed, flags.data(),
-                              &kept, bounds.data(), codes.data(), times.data(), summary.data()),
-      VELKOR_E_NULL_ARRAY);
-  // responses: out-of-range times and responses leave the table alone
+  EXPECT_EQ(prepare(judge.data(), 0), -2);
+  EXPECT_EQ(prepare(nullptr, 3), VELKOR_E_NULL_ARRAY);
+  // responses: out-of-range times and responses leave the table alone; n < 0 does nothing
   const std::vector<double> t = {5, 7, 5}, key = {1, 2, 3}, resp = {1, 9, 2};
-  Guarded table(3 * 2, 0.0), distinct(2);
-  EXPECT_EQ(Cpp_TransformJudgeToInt(t.data(), 3, 2, key.data(), 3, resp.data(), table.data(),
-                                    distinct.data()),
-            0);
+  Guarded table(3 * 2), distinct(2);
+  for (int n : {3, -1})
+    EXPECT_EQ(Cpp_TransformJudgeToInt(t.data(), n, 2, key.data(), 3, resp.data(), table.data(),
+                                      distinct.data()),
+              0);
   EXPECT_EQ(distinct[1], 7.0);
   EXPECT_EQ(table[0], 1.0);
   EXPECT_EQ(table[1], 0.0);
   EXPECT_TRUE(table.intact() && distinct.intact());
-  EXPECT_EQ(Cpp_TransformJudgeToInt(t.data(), -1, 2, key.data(), 3, resp.data(), table.data(),
-                                    distinct.data()),
-            0);
 }

@@ -1,6 +1,8 @@
-// Reader of the parametric fixtures made by tests/reference/parametric/make_fixtures.R.
+// Readers of the parametric fixtures made by tests/reference/parametric/make_fixtures.R and
+// newton_path.R.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <map>
@@ -10,9 +12,26 @@
 
 namespace param_fixture {
 
-// One data set: log times, codes, log upper bounds, weights and a column-major design.
+// The rows of tests/reference/parametric/<file> after its header, as cells.
+inline std::vector<std::vector<std::string>> ReadCsv(const std::string& file, int* columns) {
+  std::ifstream in(std::string(VELKOR_TEST_DATA_DIR) + "/parametric/" + file);
+  std::vector<std::vector<std::string>> rows;
+  std::string line, cell;
+  for (bool header = true; std::getline(in, line); header = false) {
+    std::vector<std::string> cells;
+    std::stringstream ss(line);
+    while (std::getline(ss, cell, ',')) cells.push_back(cell);
+    if (header)
+      *columns = static_cast<int>(cells.size());
+    else if (static_cast<int>(cells.size()) == *columns)
+      rows.push_back(cells);
+  }
+  return rows;
+}
+
+// One data set: log times, codes, log upper bounds, weights and an n x p column-major design.
 struct DataSet {
-  std::vector<double> y, code, upper, w, x;  // x: n x p, column-major
+  std::vector<double> y, code, upper, w, x;
   int n = 0, p = 0;
   std::vector<double> bounds() const {  // n x 2: lower (= y), upper
     std::vector<double> b(y);
@@ -21,43 +40,27 @@ struct DataSet {
   }
 };
 
-inline std::vector<std::string> SplitCsv(const std::string& line) {
-  std::vector<std::string> out;
-  std::stringstream ss(line);
-  std::string cell;
-  while (std::getline(ss, cell, ',')) out.push_back(cell);
-  return out;
-}
-
-inline std::string Dir() {
-  return std::string(VELKOR_TEST_DATA_DIR) + "/parametric/";
-}
-
 inline DataSet ReadData(const std::string& name) {
   DataSet d;
-  std::ifstream in(Dir() + "data_" + name + ".csv");
-  std::string line;
-  std::getline(in, line);
-  d.p = static_cast<int>(SplitCsv(line).size()) - 4;
-  std::vector<std::vector<double>> cols(static_cast<std::size_t>(d.p));
-  while (std::getline(in, line)) {
-    const auto c = SplitCsv(line);
-    if (c.size() < 4) continue;
+  int cols = 0;
+  const auto rows = ReadCsv("data_" + name + ".csv", &cols);
+  d.n = static_cast<int>(rows.size());
+  d.p = cols - 4;
+  d.x.resize(static_cast<std::size_t>(d.n * d.p));
+  for (int i = 0; i < d.n; ++i) {
+    const auto& c = rows[static_cast<std::size_t>(i)];
     d.y.push_back(std::stod(c[0]));
     d.code.push_back(std::stod(c[1]));
     d.upper.push_back(std::stod(c[2]));
     d.w.push_back(std::stod(c[3]));
-    for (int j = 0; j < d.p; ++j)
-      cols[static_cast<std::size_t>(j)].push_back(std::stod(c[static_cast<std::size_t>(4 + j)]));
+    for (int j = 0; j < d.p; ++j) d.x[static_cast<std::size_t>(j * d.n + i)] = std::stod(c[4 + j]);
   }
-  d.n = static_cast<int>(d.y.size());
-  for (auto& col : cols) d.x.insert(d.x.end(), col.begin(), col.end());
   return d;
 }
 
-// A reference case: its data set, law, weighting and the vectors of each kind.
+// A reference case of expected.csv: its data set, law, weighting and the vectors of each kind.
 struct Case {
-  std::string name, data;
+  std::string data;
   int dist = 0;
   bool weighted = false;
   std::map<std::string, std::vector<double>> values;
@@ -65,14 +68,9 @@ struct Case {
 
 inline std::map<std::string, Case> ReadExpected() {
   std::map<std::string, Case> cases;
-  std::ifstream in(Dir() + "expected.csv");
-  std::string line;
-  std::getline(in, line);
-  while (std::getline(in, line)) {
-    const auto c = SplitCsv(line);
-    if (c.size() < 7) continue;
+  int cols = 0;
+  for (const auto& c : ReadCsv("expected.csv", &cols)) {
     Case& k = cases[c[0]];
-    k.name = c[0];
     k.data = c[1];
     k.dist = std::stoi(c[2]);
     k.weighted = c[3] == "1";
@@ -81,9 +79,6 @@ inline std::map<std::string, Case> ReadExpected() {
   return cases;
 }
 
-inline double RelErr(double a, double b) {
-  return std::fabs(a - b) / std::max(1.0, std::fabs(b));
-}
 inline double RelErrStrict(double a, double b) {
   return std::fabs(a - b) / std::max(1e-300, std::fabs(b));
 }
