@@ -230,23 +230,27 @@ static int cRunLife_impl(matrix<double>* times, matrix<double>* status, matrix<d
   return 0;
 }
 
-// Nelson (1972), Aalen (1978): H(t) = sum_(t_j <= t) d_j / n_j.
-int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix<double>* na) {
-  const double z = InvCDFNormalStd(1.0 - alpha * 0.5);
+namespace {
+
+// The Nelson-Aalen rows 1 .. T from product-limit cells km(i, c) (row i, 1-based column c) into
+// na(r, c) (0-based row and column), one pass.
+template <class In, class Out>
+void nelson_aalen_rows(In km, Out na, int T, double z, int method) {
   bool started = false;
   double H = 0.0, V = 0.0;
   for (int i = 1; i <= T; ++i) {
     const auto r = static_cast<std::uint64_t>(i - 1);
-    const double n1 = cell(km, static_cast<std::uint64_t>(i), kRiskUsed);
-    const double d = cell(km, static_cast<std::uint64_t>(i), kEvents);
-    na->at0(r, 0) = cell(km, static_cast<std::uint64_t>(i), kTime);
-    na->at0(r, 1) = n1;
-    na->at0(r, 2) = d;
-    na->at0(r, 3) = cell(km, static_cast<std::uint64_t>(i), kCensored);
+    const auto row = static_cast<std::uint64_t>(i);
+    const double n1 = km(row, kRiskUsed);
+    const double d = km(row, kEvents);
+    na(r, 0) = km(row, kTime);
+    na(r, 1) = n1;
+    na(r, 2) = d;
+    na(r, 3) = km(row, kCensored);
     if (!(d > 0.0) || !(n1 > 0.0)) {
       // No estimate yet, or carry the previous row's estimate forward.
       for (std::uint64_t c = 4; c < 9; ++c)
-        na->at0(r, c) = (started && r > 0) ? na->at0(r - 1, c) : velkor::kMissing;
+        na(r, c) = (started && r > 0) ? na(r - 1, c) : velkor::kMissing;
       continue;
     }
     started = true;
@@ -261,12 +265,35 @@ int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix
     }
     V += inc;
     const double se = std::sqrt(V);
-    na->at0(r, 4) = H;
-    na->at0(r, 5) = V;
-    na->at0(r, 6) = se;
+    na(r, 4) = H;
+    na(r, 5) = V;
+    na(r, 6) = se;
     const double factor = std::exp(z * se / H);
-    na->at0(r, 7) = H / factor;
-    na->at0(r, 8) = H * factor;
+    na(r, 7) = H / factor;
+    na(r, 8) = H * factor;
+  }
+}
+
+}  // namespace
+
+// Nelson (1972), Aalen (1978): H(t) = sum_(t_j <= t) d_j / n_j.
+int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix<double>* na) {
+  const double z = InvCDFNormalStd(1.0 - alpha * 0.5);
+  // Every cell inside both tables (the usual case): the columns are read and written directly;
+  // otherwise through the spare-element rule.
+  if (T > 0 && km->data != nullptr && na->data != nullptr && km->cols >= kRiskUsed &&
+      km->rows > static_cast<std::uint32_t>(T) && na->cols >= 9 &&
+      na->rows >= static_cast<std::uint32_t>(T)) {
+    const double* in = km->data;
+    const std::uint64_t ldIn = km->rows, ldOut = na->rows;
+    double* out = na->data;
+    nelson_aalen_rows([&](std::uint64_t i, int c) { return in[(c - 1) * ldIn + i]; },
+                      [&](std::uint64_t r, std::uint64_t c) -> double& { return out[c * ldOut + r]; },
+                      T, z, method);
+  } else {
+    nelson_aalen_rows([&](std::uint64_t i, int c) { return cell(km, i, c); },
+                      [&](std::uint64_t r, std::uint64_t c) -> double& { return na->at0(r, c); },
+                      T, z, method);
   }
   return 0;
 }
