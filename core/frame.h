@@ -33,6 +33,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <type_traits>
 #include <vector>
 
@@ -77,6 +78,24 @@ class FlatFrame {
     const std::uint32_t k = b > 0 ? clamp_dim(keep < len ? keep : len) : 0;
     auto binding = std::make_unique<BlockBinding<T>>(const_cast<T*>(caller), b,
                                                      static_cast<std::uint32_t>(len), k);
+    matrix<T>& ref = binding->m;
+    bindings_.push_back(std::move(binding));
+    return ref;
+  }
+  // Input table (rows x cols, column-major) of which the worker reads only the listed rows
+  // (0-based, each below rows): private copy of those rows, listed row k stored contiguously as
+  // column k of a cols x pick.size() matrix (a transposed gather). Length checks and the
+  // null-array rule apply to the caller's whole array, as for in().
+  template <class T>
+  matrix<T>& in_rows(const T* caller, long long rows, long long cols,
+                     const std::vector<std::uint32_t>& pick) {
+    static_assert(std::is_arithmetic_v<T>);
+    const std::uint32_t r = clamp_dim(rows), c = clamp_dim(cols);
+    if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
+    for (std::uint32_t row : pick)
+      if (row >= r && c > 0) throw std::out_of_range("in_rows: row outside the table");
+    const std::uint32_t k = c > 0 ? clamp_dim(static_cast<long long>(pick.size())) : 0;
+    auto binding = std::make_unique<BlockBinding<T>>(const_cast<T*>(caller), r, c, pick, k);
     matrix<T>& ref = binding->m;
     bindings_.push_back(std::move(binding));
     return ref;
@@ -154,6 +173,26 @@ class FlatFrame {
       }
       for (std::uint64_t b = 0; b < blocks; ++b)
         std::memcpy(dst + b * keep, src + b * len, static_cast<std::size_t>(keep) * sizeof(T));
+      return dst;
+    }
+    // Input of the listed rows of a rows x cols table, transposed (see in_rows).
+    BlockBinding(T* p, std::uint32_t rows, std::uint32_t cols,
+                 const std::vector<std::uint32_t>& pick, std::uint32_t k)
+        : block(bytes_for(cols, k)),
+          m(cols, k, pick_rows(block.get(), p, rows, cols, pick, k), 1),
+          caller(p),
+          output(false) {}
+    static T* pick_rows(void* buffer, const T* src, std::uint32_t rows, std::uint32_t cols,
+                        const std::vector<std::uint32_t>& pick, std::uint32_t k) {
+      T* dst = static_cast<T*>(buffer);
+      if (static_cast<std::uint64_t>(cols) * k == 0) {
+        dst[0] = T{};
+        return dst;
+      }
+      for (std::uint64_t j = 0; j < cols; ++j) {
+        const T* column = src + j * rows;
+        for (std::uint32_t i = 0; i < k; ++i) dst[i * static_cast<std::uint64_t>(cols) + j] = column[pick[i]];
+      }
       return dst;
     }
     void copy_back() noexcept override {

@@ -147,8 +147,13 @@ VELKOR_EXTERN_C VELKOR_API int LoadKaplanTest(int* count, const double* tables, 
 VELKOR_EXTERN_C VELKOR_API int ComputeLifeTests(const double* combined, int T, int G, double alpha,
                                                 double* results) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
-    auto& tab = f.in(combined, 3 * nonneg(G) + 1, T);
     auto& res = f.out(results, 3, 4);
+    if (G >= 2 && G <= 6) {
+      // Only rows 3k - 1 and 3k of each group are read: the private copy holds those rows.
+      auto& rows = f.in_rows(combined, 3 * nonneg(G) + 1, T, LifeTestRiskRows(G));
+      return ComputeLifeTestsRiskRows(&rows, T, G, alpha, &res);
+    }
+    auto& tab = f.in(combined, 3 * nonneg(G) + 1, T);
     return cComputeLifeTests(&tab, T, G, alpha, &res);
   });
 }
@@ -157,9 +162,10 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeMultComp(const double* combined, int T
                                                    double alpha, double* results) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     const long long groups = G > 20000 ? 0 : nonneg(G);
-    auto& tab = f.in(combined, 3 * groups + 1, T);
     auto& res = f.out(results, 3 * (groups * (groups - 1) / 2), 7);
-    return cComputeMultComp(&tab, T, G, alpha, &res);
+    // Only rows 3k - 1 and 3k of each group are read: the private copy holds those rows.
+    auto& rows = f.in_rows(combined, 3 * groups + 1, T, LifeTestRiskRows(static_cast<int>(groups)));
+    return ComputeMultCompRiskRows(&rows, T, G, alpha, &res);
   });
 }
 

@@ -124,34 +124,50 @@ static int merge_risk_sets(int& count, matrix<double>* source, int G, int R, int
 
 namespace {
 
-// The per-time columns the tests read, n_kt (row 3k - 1) and max(0, d_kt) (row 3k) of every
-// group k = 1 .. G, copied out of the combined table once into contiguous arrays, so that the
-// passes below (the overall test and every pair of groups) read unit-stride memory instead of
-// one cache line per time and test. Built only when all those rows lie inside the table.
+// The per-time rows the tests read, n_kt (row 3k - 1) and d_kt (row 3k) of every group
+// k = 1 .. G, each as one contiguous array over the times, so that the passes below (the overall
+// test and every pair of groups) read unit-stride memory instead of one cache line per time and
+// test. Either copied out of the combined table (when all those rows lie inside it) or viewed in
+// the flat entry's private copy, which holds exactly these rows in this layout.
 class RiskColumns {
  public:
   RiskColumns(const matrix<double>& table, int G, std::uint64_t cols)
-      : cols_(cols), block_(2 * static_cast<std::size_t>(G) * (cols > 0 ? cols : 1) * sizeof(double)) {
-    auto* out = static_cast<double*>(block_.get());
+      : cols_(cols),
+        block_(std::make_unique<velkor::frame_memory::Block>(
+            2 * static_cast<std::size_t>(G) * (cols > 0 ? cols : 1) * sizeof(double))) {
+    auto* out = static_cast<double*>(block_->get());
+    base_ = out;
     const std::uint64_t ld = table.rows;
     for (std::uint64_t t = 0; t < cols; ++t) {
       const double* column = table.data + t * ld;
       for (int k = 0; k < G; ++k) {
         out[(2 * static_cast<std::uint64_t>(k)) * cols + t] = column[3 * k + 1];
-        out[(2 * static_cast<std::uint64_t>(k) + 1) * cols + t] = std::max(0.0, column[3 * k + 2]);
+        out[(2 * static_cast<std::uint64_t>(k) + 1) * cols + t] = column[3 * k + 2];
       }
     }
   }
-  // Group g (1-based): numbers at risk and clipped events over the cols times.
-  const double* at_risk(int g) const { return base() + 2 * static_cast<std::uint64_t>(g - 1) * cols_; }
-  const double* events(int g) const { return base() + (2 * static_cast<std::uint64_t>(g - 1) + 1) * cols_; }
+  // A view of rows laid out as above: column 2k - 2 of `rows` n_k, column 2k - 1 d_k (0-based).
+  RiskColumns(const double* rows, std::uint64_t ld, std::uint64_t cols)
+      : cols_(cols), ld_(ld), base_(rows) {}
+  // Group g (1-based): numbers at risk and events over the cols times (events not yet clipped).
+  const double* at_risk(int g) const { return base_ + 2 * static_cast<std::uint64_t>(g - 1) * ld(); }
+  const double* events(int g) const {
+    return base_ + (2 * static_cast<std::uint64_t>(g - 1) + 1) * ld();
+  }
   std::uint64_t cols() const { return cols_; }
 
  private:
-  const double* base() const { return static_cast<const double*>(block_.get()); }
-  std::uint64_t cols_;
-  velkor::frame_memory::Block block_;
+  std::uint64_t ld() const { return block_ ? cols_ : ld_; }
+  std::uint64_t cols_, ld_ = 0;
+  std::unique_ptr<velkor::frame_memory::Block> block_;
+  const double* base_ = nullptr;
 };
+
+// max(0, d): a negative count (the missing-value marker included) and NaN count as 0. Written
+// as a comparison that compilers map to a (packed) max instruction in a loop of its own.
+inline double clip_events(double d) {
+  return d > 0.0 ? d : 0.0;
+}
 
 // The scores U (3 x (G-1)) and covariances V (3 x (G-1)^2) of the three weighted log-rank
 // statistics over the listed groups (the last is the reference), from their RiskColumns. The
@@ -173,15 +189,17 @@ void risk_set_sums(const RiskColumns& rc, const int* groups, double* U, double* 
     d[k] = rc.events(groups[k]);
   }
   double E[k1] = {}, u[3 * k1] = {}, v[3 * kk] = {};
-  double Dc[kChunk], Nc[kChunk], expected[k1][kChunk], share[k1][kChunk], common[kChunk];
+  double dk[G][kChunk], Dc[kChunk], Nc[kChunk], expected[k1][kChunk], share[k1][kChunk], common[kChunk];
   std::uint32_t live[kChunk];
   const std::uint64_t cols = rc.cols();
   for (std::uint64_t t0 = 0; t0 < cols; t0 += kChunk) {
     const std::size_t m = static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, cols - t0));
+    for (int k = 0; k < G; ++k)
+      for (std::size_t c = 0; c < m; ++c) dk[k][c] = clip_events(d[k][t0 + c]);
     for (std::size_t c = 0; c < m; ++c) {
       double D = 0.0, N = 0.0;
       for (int k = 0; k < G; ++k) {
-        D += d[k][t0 + c];
+        D += dk[k][c];
         N += n[k][t0 + c];
       }
       Dc[c] = D;
@@ -203,7 +221,7 @@ void risk_set_sums(const RiskColumns& rc, const int* groups, double* U, double* 
       const double w[3] = {1.0, N, sqr(N)};
       for (int k = 0; k < k1; ++k) {
         if (N > 0.0) E[k] = expected[k][c];  // else kept (deliberate)
-        const double o = d[k][t0 + c] - E[k];
+        const double o = dk[k][c] - E[k];
         for (int j = 0; j < 3; ++j) u[j * k1 + k] += w[j] * o;
       }
       if (N * (N - 1.0) != 0.0) {
@@ -235,9 +253,6 @@ void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, d
     const int k1 = G - 1;
     const std::size_t kk = static_cast<std::size_t>(k1) * static_cast<std::size_t>(k1);
     std::vector<double> U(3 * static_cast<std::size_t>(k1), 0.0), V(3 * kk, 0.0);
-    const std::uint64_t ld = table->rows;
-    const std::uint64_t cols =
-        std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, table->cols);
     // The unrolled pass for the usual small numbers of groups; otherwise the general pass (which
     // reads the spare element for rows outside the table).
     switch (rc != nullptr && G <= 6 ? G : 0) {
@@ -257,6 +272,10 @@ void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, d
         risk_set_sums<6>(*rc, groups.data(), U.data(), V.data());
         break;
       default: {
+        if (table == nullptr) break;  // never: a view of the risk rows serves at most 6 groups
+        const std::uint64_t ld = table->rows;
+        const std::uint64_t cols =
+            std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, table->cols);
         std::vector<double> E(static_cast<std::size_t>(k1), 0.0), n(static_cast<std::size_t>(G)),
             d(static_cast<std::size_t>(G));
         for (std::uint64_t t = 0; t < cols; ++t) {
@@ -347,18 +366,19 @@ static int cComputeLifeTests_impl(matrix<double>* table, int T, int G, double al
   return 0;
 }
 
-static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alpha,
-                                 matrix<double>* results) {
+// Every pair of groups on the combined table (`rc`: its risk columns when available; then
+// `table` may be null).
+static int mult_comp(matrix<double>* table, int T, int G, double alpha, matrix<double>* results,
+                     const RiskColumns* rc) {
   // More pairs than an int can number cannot be laid out in any caller array.
   if (G < 2 || T < 0 || G > 20000) return 0;
   const int P = G * (G - 1) / 2;
   matrix<double> res(3, 4);
-  const std::unique_ptr<RiskColumns> rc = risk_columns(table, T, G);
   std::vector<double> raw(static_cast<std::size_t>(3 * P), 0.0);
   int p = 0;
   for (int a = 1; a < G; ++a) {
     for (int b = a + 1; b <= G; ++b, ++p) {
-      three_tests(table, T, {a, b}, alpha, &res, rc.get());
+      three_tests(table, T, {a, b}, alpha, &res, rc);
       for (int k = 1; k <= 3; ++k) {
         const int row = 3 * p + k;
         results->set(row, 1, a);
@@ -385,6 +405,45 @@ static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alp
     }
   }
   return 0;
+}
+
+static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alpha,
+                                 matrix<double>* results) {
+  if (G < 2 || T < 0 || G > 20000) return 0;
+  const std::unique_ptr<RiskColumns> rc = risk_columns(table, T, G);
+  return mult_comp(table, T, G, alpha, results, rc.get());
+}
+
+std::vector<std::uint32_t> LifeTestRiskRows(int G) {
+  std::vector<std::uint32_t> rows;
+  for (std::uint32_t k = 0; k < static_cast<std::uint32_t>(G > 0 ? G : 0); ++k) {
+    rows.push_back(3 * k + 1);
+    rows.push_back(3 * k + 2);
+  }
+  return rows;
+}
+
+int ComputeLifeTestsRiskRows(matrix<double>* riskRows, int T, int G, double alpha,
+                             matrix<double>* results) {
+  return velkor::guarded_call([&] {
+    std::vector<int> groups;
+    for (int k = 1; k <= G && k <= 6; ++k) groups.push_back(k);
+    const std::uint64_t cols =
+        std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, riskRows->rows);
+    const RiskColumns rc(riskRows->data, riskRows->rows, cols);
+    three_tests(nullptr, T, groups, alpha, results, &rc);
+    return 0;
+  });
+}
+
+int ComputeMultCompRiskRows(matrix<double>* riskRows, int T, int G, double alpha,
+                            matrix<double>* results) {
+  return velkor::guarded_call([&] {
+    const std::uint64_t cols =
+        std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, riskRows->rows);
+    const RiskColumns rc(riskRows->data, riskRows->rows, cols);
+    return mult_comp(nullptr, T, G, alpha, results, &rc);
+  });
 }
 
 // Allocation failures become status codes (the worker is exported under its own name).
