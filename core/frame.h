@@ -100,6 +100,33 @@ class FlatFrame {
     bindings_.push_back(std::move(binding));
     return ref;
   }
+  // Input table (rows x cols, column-major) of which the worker reads only the listed columns
+  // (0-based, each below cols) and of those only the first keepRows rows: private copy of those
+  // parts, keepRows x pick.size(), listed column k as column k. Length checks and the null-array
+  // rule apply to the caller's whole array, as for in().
+  template <class T>
+  matrix<T>& in_columns(const T* caller, long long rows, long long cols,
+                        const std::vector<std::uint32_t>& pick, long long keepRows) {
+    static_assert(std::is_arithmetic_v<T>);
+    const std::uint32_t r = clamp_dim(rows), c = clamp_dim(cols);
+    if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
+    for (std::uint32_t col : pick)
+      if (col >= c && r > 0) throw std::out_of_range("in_columns: column outside the table");
+    const std::uint32_t keep =
+        static_cast<std::uint64_t>(r) * c > 0 ? clamp_dim(keepRows < r ? keepRows : r) : 0;
+    const auto k = static_cast<std::uint32_t>(pick.size());
+    const T* src = caller;
+    auto binding = std::make_unique<BlockBinding<T>>(
+        const_cast<T*>(caller), keep, k, [&](T* dst) {
+          for (std::uint32_t j = 0; j < (keep > 0 ? k : 0); ++j)
+            std::memcpy(dst + static_cast<std::uint64_t>(j) * keep,
+                        src + static_cast<std::uint64_t>(pick[j]) * r,
+                        static_cast<std::size_t>(keep) * sizeof(T));
+        });
+    matrix<T>& ref = binding->m;
+    bindings_.push_back(std::move(binding));
+    return ref;
+  }
   // Scalar output through a pointer: a local value initialised from *caller, written back on
   // success. A null pointer ends the call with VELKOR_E_NULL_ARRAY.
   template <class T>
@@ -173,6 +200,20 @@ class FlatFrame {
       }
       for (std::uint64_t b = 0; b < blocks; ++b)
         std::memcpy(dst + b * keep, src + b * len, static_cast<std::size_t>(keep) * sizeof(T));
+      return dst;
+    }
+    // Input filled by `fill` (which writes all r x c elements when there are any).
+    template <class Fill>
+    BlockBinding(T* p, std::uint32_t r, std::uint32_t c, Fill&& fill)
+        : block(bytes_for(r, c)), m(r, c, filled(block.get(), r, c, fill), 1), caller(p), output(false) {}
+    template <class Fill>
+    static T* filled(void* buffer, std::uint32_t r, std::uint32_t c, Fill& fill) {
+      T* dst = static_cast<T*>(buffer);
+      if (static_cast<std::uint64_t>(r) * c == 0) {
+        dst[0] = T{};
+      } else {
+        fill(dst);
+      }
       return dst;
     }
     // Input of the listed rows of a rows x cols table, transposed (see in_rows).

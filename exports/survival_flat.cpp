@@ -174,11 +174,12 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeKaplanMeanMedian(const double* table, 
                                                            double* cap, double* mean,
                                                            double* quartiles) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
-    // Columns 1 to 11 are read (column 12 never): the private copy stops there.
-    auto& tab = f.in(table, tableRows, 11);
+    // Five columns (time, events, number at risk used, survival, Greenwood sum) of rows 0 ..
+    // nRows - 1 are read: the private copy holds those cells.
+    auto& cols = f.in_columns(table, tableRows, 11, kMeanMedianColumns, nRows);
     double& c = f.scalar(cap);
     auto& m = f.out(mean, 4);
     auto& q = f.out(quartiles, 3, 4);
-    return ComputeKaplanMeanMedian(&tab, alpha, k, nRows, c, &m, &q);
+    return KaplanMeanMedianColumns(&cols, alpha, k, c, &m, &q);
   });
 }

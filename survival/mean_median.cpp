@@ -11,34 +11,12 @@
 using velkor::kEpsilon;
 using velkor::kMissing;
 
-int ComputeKaplanMeanMedian(matrix<double>* table, double alpha, int k, int nRows, double& cap,
-                            matrix<double>* mean, matrix<double>* quartiles) {
-  using namespace km_col;
-  const double labels[3] = {0.75, 0.5, 0.25};
-  cap = 0.0;
-  for (int r = 1; r <= 4; ++r) mean->set(r, 1, kMissing);
-  for (int r = 1; r <= 3; ++r) {
-    quartiles->set(r, 1, labels[r - 1]);
-    for (int c = 2; c <= 4; ++c) quartiles->set(r, c, kMissing);
-  }
-  const int T = std::min<long long>(nRows, table->rows) - 1;
-  if (T < 1) return 0;
-  // Rows 0 .. T lie inside the table (T < rows). The five columns read: the table's own when it
-  // has them, otherwise a copy read through the spare-element rule.
-  const auto len = static_cast<std::size_t>(T) + 1;
-  const int readCols[5] = {kTime, kSurv, kEvents, kRiskUsed, kGreenwood};
-  const double* col[5];
-  std::vector<double> gathered;
-  if (table->data != nullptr && table->cols >= static_cast<std::uint32_t>(kGreenwood)) {
-    for (int c = 0; c < 5; ++c) col[c] = table->data + static_cast<std::size_t>(readCols[c] - 1) * table->rows;
-  } else {
-    gathered.resize(5 * len);
-    for (int c = 0; c < 5; ++c) {
-      for (std::size_t j = 0; j < len; ++j)
-        gathered[c * len + j] = table->at0(j, static_cast<std::uint64_t>(readCols[c] - 1));
-      col[c] = gathered.data() + c * len;
-    }
-  }
+namespace {
+
+// The mean and quartiles from the five columns read (rows 0 .. T, T >= 1): time, survival,
+// events, number at risk used, Greenwood sum.
+void mean_and_quartiles(const double* const col[5], int T, double alpha, int k, double& cap,
+                        matrix<double>* mean, matrix<double>* quartiles) {
   const double *t = col[0], *S = col[1], *d = col[2], *nr = col[3], *G = col[4];
 
   // Time cap.
@@ -118,5 +96,55 @@ int ComputeKaplanMeanMedian(matrix<double>* table, double alpha, int k, int nRow
     quartiles->set(r + 1, 3, lo[r]);
     quartiles->set(r + 1, 4, up[r]);
   }
+}
+
+// Every output at its "nothing computed" value: cap 0, mean record missing, quartile labels with
+// missing times and limits.
+void clear_outputs(double& cap, matrix<double>* mean, matrix<double>* quartiles) {
+  const double labels[3] = {0.75, 0.5, 0.25};
+  cap = 0.0;
+  for (int r = 1; r <= 4; ++r) mean->set(r, 1, kMissing);
+  for (int r = 1; r <= 3; ++r) {
+    quartiles->set(r, 1, labels[r - 1]);
+    for (int c = 2; c <= 4; ++c) quartiles->set(r, c, kMissing);
+  }
+}
+
+}  // namespace
+
+int ComputeKaplanMeanMedian(matrix<double>* table, double alpha, int k, int nRows, double& cap,
+                            matrix<double>* mean, matrix<double>* quartiles) {
+  using namespace km_col;
+  clear_outputs(cap, mean, quartiles);
+  const int T = std::min<long long>(nRows, table->rows) - 1;
+  if (T < 1) return 0;
+  // Rows 0 .. T lie inside the table (T < rows). The five columns read: the table's own when it
+  // has them, otherwise a copy read through the spare-element rule.
+  const auto len = static_cast<std::size_t>(T) + 1;
+  const double* col[5];
+  std::vector<double> gathered;
+  if (table->data != nullptr && table->cols >= static_cast<std::uint32_t>(kGreenwood)) {
+    for (int c = 0; c < 5; ++c)
+      col[c] = table->data + static_cast<std::size_t>(kMeanMedianColumns[c]) * table->rows;
+  } else {
+    gathered.resize(5 * len);
+    for (int c = 0; c < 5; ++c) {
+      for (std::size_t j = 0; j < len; ++j)
+        gathered[c * len + j] = table->at0(j, kMeanMedianColumns[c]);
+      col[c] = gathered.data() + c * len;
+    }
+  }
+  mean_and_quartiles(col, T, alpha, k, cap, mean, quartiles);
+  return 0;
+}
+
+int KaplanMeanMedianColumns(matrix<double>* columns, double alpha, int k, double& cap,
+                            matrix<double>* mean, matrix<double>* quartiles) {
+  clear_outputs(cap, mean, quartiles);
+  const int T = static_cast<int>(columns->rows) - 1;
+  if (T < 1 || columns->cols < 5) return 0;
+  const double* col[5];
+  for (int c = 0; c < 5; ++c) col[c] = columns->data + static_cast<std::size_t>(c) * columns->rows;
+  mean_and_quartiles(col, T, alpha, k, cap, mean, quartiles);
   return 0;
 }
