@@ -62,6 +62,21 @@ class FlatFrame {
   matrix<T>& out(T* caller, long long rows, long long cols = 1) {
     return bind(caller, rows, cols, true);
   }
+  // Output array that the worker overwrites completely, reading none of its cells before writing
+  // them: the private copy is not first filled from the caller's array, a fill no worker could
+  // see. Copied back on success as out() is. Only for workers whose every path writes every
+  // element (the frame-reuse test runs the descriptive chain on blocks left dirty by another data
+  // set and compares every output bit for bit).
+  template <class T>
+  matrix<T>& out_overwritten(T* caller, long long rows, long long cols = 1) {
+    static_assert(std::is_arithmetic_v<T>);
+    const std::uint32_t r = clamp_dim(rows), c = clamp_dim(cols);
+    if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
+    auto binding = std::make_unique<BlockBinding<T>>(caller, r, c, [](T*) {}, true);
+    matrix<T>& ref = binding->m;
+    bindings_.push_back(std::move(binding));
+    return ref;
+  }
   // Input array of `blocks` consecutive blocks of `blockLen` elements each (for instance stacked
   // tables), of which the worker reads only the first `keep` elements of every block: private
   // copy of those parts, (blocks * keep) x 1, block b's part from element b * keep. Length checks
@@ -202,10 +217,10 @@ class FlatFrame {
         std::memcpy(dst + b * keep, src + b * len, static_cast<std::size_t>(keep) * sizeof(T));
       return dst;
     }
-    // Input filled by `fill` (which writes all r x c elements when there are any).
+    // Private copy filled by `fill` (which writes all r x c elements when there are any).
     template <class Fill>
-    BlockBinding(T* p, std::uint32_t r, std::uint32_t c, Fill&& fill)
-        : block(bytes_for(r, c)), m(r, c, filled(block.get(), r, c, fill), 1), caller(p), output(false) {}
+    BlockBinding(T* p, std::uint32_t r, std::uint32_t c, Fill&& fill, bool o = false)
+        : block(bytes_for(r, c)), m(r, c, filled(block.get(), r, c, fill), 1), caller(p), output(o) {}
     template <class Fill>
     static T* filled(void* buffer, std::uint32_t r, std::uint32_t c, Fill& fill) {
       T* dst = static_cast<T*>(buffer);
