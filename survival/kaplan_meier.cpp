@@ -24,6 +24,75 @@ void write_origin(matrix<double>* table) {
 
 }  // namespace
 
+namespace {
+
+// Steps 5 to 10 of the product-limit table: rows 1, 2, ... from the observations 0 .. len - 1 of
+// the block (time(i), status(i), weight(i)) into table cells cellAt(j, c) (row j, 1-based column
+// c), starting from N at risk. Returns the last row written.
+template <class Time, class Status, class Weight, class Cell>
+std::uint32_t product_limit_rows(std::uint64_t len, short grouped, double event, double N,
+                                 Time time, Status status, Weight weight, Cell cellAt) {
+  double S = 1.0, G = 0.0, prevP = 1.0;
+  std::uint64_t i = 0;
+  std::uint32_t j = 0;
+  while (i < len) {
+    ++j;
+    // 5. One run of equal times.
+    const double t = time(i);
+    double d = 0.0, c = 0.0;
+    do {
+      const double st = status(i);
+      const double w = weight(i);
+      if (grouped == -1) {
+        d += st;
+        c += w;
+      } else if (st == event) {
+        d += w;
+      } else {
+        c += w;
+      }
+      ++i;
+    } while (i < len && !(time(i) > t));
+    // 6.
+    cellAt(j, kEvents) = d;
+    cellAt(j, kCensored) = c;
+    cellAt(j, kAtRisk) = N;
+    const double riskUsed = N;
+    N = N - d - c;
+    cellAt(j, kTime) = t;
+    cellAt(j, kRiskUsed) = riskUsed;
+    // 7. Nobody left at risk: the row keeps its counts and the table ends here.
+    if (!(riskUsed > 0.0)) return j;
+    // 8. Censorings only: the previous estimate carries forward.
+    if (!(d > 0.0)) {
+      cellAt(j, kCondSurv) = prevP;
+      cellAt(j, kSurv) = S;
+      cellAt(j, kGreenwood) = G;
+      continue;
+    }
+    // 9. Product-limit step. t_next: the first time after the run (the last run: its time + 1).
+    const double p = 1.0 - d / riskUsed;
+    const double Sj = p * S;
+    const double tNext = i < len ? time(i) : time(i - 1) + 1.0;
+    cellAt(j, kCondSurv) = p;
+    cellAt(j, kSurv) = Sj;
+    cellAt(j, kDensity) = (S - Sj) / (tNext - t);
+    S = Sj;
+    prevP = p;
+    if (p > 0.0) G += (1.0 - p) / p / riskUsed;
+    cellAt(j, kGreenwood) = G;
+  }
+  // 10.
+  return j;
+}
+
+// Rows off .. off + len - 1 of an n x 1 input all inside the matrix.
+bool holds(const matrix<double>* m, std::uint64_t off, std::uint64_t len) {
+  return m->data != nullptr && m->cols >= 1 && off + len <= m->rows;
+}
+
+}  // namespace
+
 // Kaplan & Meier (1958): S(t) = prod_(t_j <= t) (1 - d_j / n_j); Greenwood (1926):
 // Var S(t) = S(t)^2 sum_(t_j <= t) d_j / (n_j (n_j - d_j)) = S^2 sum (1 - p_j) / (p_j n_j).
 int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, int eventCode,
@@ -42,7 +111,6 @@ int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, int eventCode
   }
   // 2. Origin row.
   write_origin(table);
-  double S = 1.0, G = 0.0, prevP = 1.0;
   // 3. Initial number at risk (weights deliberately left out in individual mode).
   double N = 0.0;
   if (grouped == -1) {
@@ -57,61 +125,24 @@ int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, int eventCode
     return 0;
   }
   const double event = static_cast<double>(eventCode);
-  std::uint64_t i = 0;
-  std::uint32_t j = 0;
-  while (i < len) {
-    ++j;
-    // 5. One run of equal times.
-    const double t = T(i);
-    double d = 0.0, c = 0.0;
-    do {
-      const double s = status->at0(off + i);
-      const double w = weights->at0(off + i);
-      if (grouped == -1) {
-        d += s;
-        c += w;
-      } else if (s == event) {
-        d += w;
-      } else {
-        c += w;
-      }
-      ++i;
-    } while (i < len && !(T(i) > t));
-    // 6.
-    cell(table, j, kEvents) = d;
-    cell(table, j, kCensored) = c;
-    cell(table, j, kAtRisk) = N;
-    const double riskUsed = N;
-    N = N - d - c;
-    cell(table, j, kTime) = t;
-    cell(table, j, kRiskUsed) = riskUsed;
-    // 7. Nobody left at risk: the row keeps its counts and the table ends here.
-    if (!(riskUsed > 0.0)) {
-      rows = j;
-      return static_cast<int>(j);
-    }
-    // 8. Censorings only: the previous estimate carries forward.
-    if (!(d > 0.0)) {
-      cell(table, j, kCondSurv) = prevP;
-      cell(table, j, kSurv) = S;
-      cell(table, j, kGreenwood) = G;
-      continue;
-    }
-    // 9. Product-limit step. t_next: the first time after the run (the last run: its time + 1).
-    const double p = 1.0 - d / riskUsed;
-    const double Sj = p * S;
-    const double tNext = i < len ? T(i) : T(i - 1) + 1.0;
-    cell(table, j, kCondSurv) = p;
-    cell(table, j, kSurv) = Sj;
-    cell(table, j, kDensity) = (S - Sj) / (tNext - t);
-    S = Sj;
-    prevP = p;
-    if (p > 0.0) G += (1.0 - p) / p / riskUsed;
-    cell(table, j, kGreenwood) = G;
+  // Every observation and every possible row (at most one per observation) inside the arrays:
+  // the cells are read and written directly; otherwise through the spare-element rule.
+  if (holds(times, off, len) && holds(status, off, len) && holds(weights, off, len) &&
+      table->data != nullptr && table->rows > len && table->cols >= kCount) {
+    const double *t = times->data + off, *st = status->data + off, *w = weights->data + off;
+    double* cells = table->data;
+    const std::uint64_t ld = table->rows;
+    rows = product_limit_rows(
+        len, grouped, event, N, [&](std::uint64_t k) { return t[k]; },
+        [&](std::uint64_t k) { return st[k]; }, [&](std::uint64_t k) { return w[k]; },
+        [&](std::uint64_t r, int c) -> double& { return cells[(c - 1) * ld + r]; });
+  } else {
+    rows = product_limit_rows(
+        len, grouped, event, N, T, [&](std::uint64_t k) { return status->at0(off + k); },
+        [&](std::uint64_t k) { return weights->at0(off + k); },
+        [&](std::uint64_t r, int c) -> double& { return cell(table, r, c); });
   }
-  // 10.
-  rows = j;
-  return static_cast<int>(j);
+  return static_cast<int>(rows);
 }
 
 // Cutler & Ederer (1958) actuarial estimator with the withdrawal adjustment n' = N - c / 2.
