@@ -4,6 +4,7 @@
 #include <cmath>
 #include <memory>
 #include <numeric>
+#include <type_traits>
 #include <vector>
 
 #include "companion/basic.h"
@@ -13,6 +14,63 @@
 #include "core/frame_memory.h"
 #include "core/numeric.h"
 #include "survival/kaplan_meier.h"
+
+// The merge loop of merge_risk_sets on plain column-major memory for a number of groups fixed at
+// compile time (the loops over groups unroll and the merge state stays in registers): the same
+// comparisons and stores, in the same order, as the general loop below. tcol .. ccol: each
+// group's time, at-risk, event and censored columns; next, last, atRisk: the merge state (in
+// and out); returns the number of columns written, at most `capacity`.
+template <int G>
+int merge_fixed(const double* const* tcol, const double* const* ncol, const double* const* dcol,
+                const double* const* ccol, std::uint64_t* nextIO, const std::uint64_t* last,
+                double* atRiskIO, int capacity, double* outData, std::uint64_t ld,
+                double& lastStored) {
+  std::uint64_t next[G];
+  double atRisk[G];
+  const double *tc[G], *nc[G], *dc[G], *cc[G];
+  for (int g = 0; g < G; ++g) {
+    next[g] = nextIO[g];
+    atRisk[g] = atRiskIO[g];
+    tc[g] = tcol[g];
+    nc[g] = ncol[g];
+    dc[g] = dcol[g];
+    cc[g] = ccol[g];
+  }
+  const auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+  int T = 0;
+  while (T < capacity) {
+    bool any = false;
+    double t = 0.0;
+    for (int g = 0; g < G; ++g) {
+      if (next[g] > last[g]) continue;
+      const double tg = tc[g][next[g]];
+      if (!any || tg < t || std::isnan(t)) t = tg, any = true;
+    }
+    if (!any) break;
+    double* out = outData + static_cast<std::uint64_t>(T) * ld;
+    out[0] = t;
+    for (int g = 0; g < G; ++g) {
+      double n = atRisk[g], d = 0.0, c = 0.0;
+      if (next[g] <= last[g] && same(tc[g][next[g]], t)) {
+        n = nc[g][next[g]];
+        d = dc[g][next[g]];
+        c = cc[g][next[g]];
+        atRisk[g] = n - d - c;
+        ++next[g];
+      }
+      out[3 * g + 1] = n;
+      out[3 * g + 2] = d;
+      out[3 * g + 3] = c;
+      lastStored = c;
+    }
+    ++T;
+  }
+  for (int g = 0; g < G; ++g) {
+    nextIO[g] = next[g];
+    atRiskIO[g] = atRisk[g];
+  }
+  return T;
+}
 
 // The merge of cLoadKaplanTest on G tables of R rows and `tableCols` columns each (columns 1 to 6
 // of the product-limit layout at least: 12 for cRunLife's tables, 6 for the flat entry's copy of
@@ -59,7 +117,25 @@ static int merge_risk_sets(int& count, matrix<double>* source, int G, int R, int
       ccol[g] = col_of(g, km_col::kCensored);
     }
     double lastStored = 0.0;
-    while (T < capacity) {
+    const auto fixed = [&](auto groupCount) {
+      constexpr int kG = decltype(groupCount)::value;
+      T = merge_fixed<kG>(tcol.data(), ncol.data(), dcol.data(), ccol.data(), next.data(),
+                          last.data(), atRisk.data(), capacity, table->data, ld, lastStored);
+    };
+    switch (groups) {
+      case 2:
+        fixed(std::integral_constant<int, 2>{});
+        break;
+      case 3:
+        fixed(std::integral_constant<int, 3>{});
+        break;
+      case 4:
+        fixed(std::integral_constant<int, 4>{});
+        break;
+      default:
+        break;
+    }
+    while ((groups < 2 || groups > 4) && T < capacity) {  // other numbers of groups
       bool any = false;
       double t = 0.0;
       for (int g = 0; g < groups; ++g) {

@@ -265,7 +265,7 @@ TEST(SurvivalKaplanMeier, TiesOfEventsAndCensoringsShareOneRow) {
   EXPECT_EQ(km.tot[0], 4);
 }
 
-TEST(SurvivalKaplanMeier, CensoredOnlyRowsRepeatThePreviousRow) {
+TEST(SurvivalKaplanMeier, CensoredOnlyRowsUnweightedInitialRiskSetAndGroupedCounts) {
   KM first({1, 2, 4, 5}, {0, 1, 0, 1});
   EXPECT_EQ(first(1, 7), 1);  // censored first row: origin values
   EXPECT_EQ(first(1, 8), 1);
@@ -274,10 +274,8 @@ TEST(SurvivalKaplanMeier, CensoredOnlyRowsRepeatThePreviousRow) {
   EXPECT_DOUBLE_EQ(first(3, 7), 2.0 / 3);  // previous conditional survival, not 1
   EXPECT_DOUBLE_EQ(first(3, 8), first(2, 8));
   EXPECT_DOUBLE_EQ(first(3, 11), first(2, 11));
-}
-
-TEST(SurvivalKaplanMeier, WeightsEnterTheCountsButNotTheInitialNumberAtRisk) {
-  // Deliberate asymmetry: N starts at n = 3 although the weights sum to 6.
+  // Weights enter the counts but not the initial number at risk (deliberate asymmetry): N starts
+  // at n = 3 although the weights sum to 6.
   KM km({1, 2, 3}, {1, 1, 1}, {2, 2, 2});
   EXPECT_EQ(km.tot[0], 3);
   EXPECT_EQ(km(1, 3), 3);
@@ -287,10 +285,8 @@ TEST(SurvivalKaplanMeier, WeightsEnterTheCountsButNotTheInitialNumberAtRisk) {
   EXPECT_EQ(km.rows(), 3);  // row 3 starts with n' = -1 <= 0: kept with its counts, scan stops
   EXPECT_EQ(km(3, 3), -1);
   EXPECT_EQ(km(3, 8), M);  // not estimated: the pre-filled marker stays
-}
-
-TEST(SurvivalKaplanMeier, GroupedRowsCarryCountsAndFrequencyWeightsEqualRepeatedRows) {
-  // Grouped mode: status = events, weights = censored; N = sum of both.
+  // Grouped mode: status = events, weights = censored; N = sum of both; frequency weights equal
+  // repeated rows.
   KM grouped({1, 2}, {2, 1}, {1, 0}, -1);
   EXPECT_EQ(grouped.tot[0], 4);
   EXPECT_DOUBLE_EQ(grouped(1, 8), 0.5);
