@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "companion/distributions.h"
@@ -19,10 +20,12 @@ void mean_and_quartiles(const double* const col[5], int T, double alpha, int k, 
                         matrix<double>* mean, matrix<double>* quartiles) {
   const double *t = col[0], *S = col[1], *d = col[2], *nr = col[3], *G = col[4];
 
-  // Time cap.
+  // Time cap (a select rather than a branch: censored-only rows come at random).
   if (S[T] > kEpsilon) {
-    for (int j = 2; j <= T; ++j)
-      if (!(d[j] > 0.0) && t[j - 1] > cap) cap = t[j];
+    for (int j = 2; j <= T; ++j) {
+      const bool take = !(d[j] > 0.0) && t[j - 1] > cap;
+      cap = take ? t[j] : cap;
+    }
   }
   // Restricted mean: piece j is [t_j, t_(j+1)) at height S_j (piece 0: [0, t_1) at 1).
   double mu = t[1];
