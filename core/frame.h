@@ -20,6 +20,13 @@
 // runs (an empty array gets one element the worker may only reach through the spare-element
 // rules), so results never depend on earlier calls. Copies in and out are plain memcpy.
 //
+// Copying less where the worker provably sees the same cells: an input may be copied only in
+// the parts its worker reads (in_block_prefixes, in_rows, in_columns: column or row subsets,
+// possibly rearranged into the layout the worker takes), and an output whose worker writes
+// every element before reading any (out_overwritten) is not first filled from the caller, a fill
+// nothing could observe. The worker still runs on private memory only, and only a successful
+// call writes back, every output element in order.
+//
 // Usage in an entry point:
 //   return velkor::flat_call([&](velkor::FlatFrame& f) {
 //     auto& t = f.in(times, n);            // n x 1 copy of a const double*
@@ -72,7 +79,8 @@ class FlatFrame {
     static_assert(std::is_arithmetic_v<T>);
     const std::uint32_t r = clamp_dim(rows), c = clamp_dim(cols);
     if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
-    auto binding = std::make_unique<BlockBinding<T>>(caller, r, c, [](T*) {}, true);
+    auto binding = std::make_unique<BlockBinding<T>>(
+        caller, r, c, [](T*) {}, true);
     matrix<T>& ref = binding->m;
     bindings_.push_back(std::move(binding));
     return ref;
@@ -131,13 +139,12 @@ class FlatFrame {
         static_cast<std::uint64_t>(r) * c > 0 ? clamp_dim(keepRows < r ? keepRows : r) : 0;
     const auto k = static_cast<std::uint32_t>(pick.size());
     const T* src = caller;
-    auto binding = std::make_unique<BlockBinding<T>>(
-        const_cast<T*>(caller), keep, k, [&](T* dst) {
-          for (std::uint32_t j = 0; j < (keep > 0 ? k : 0); ++j)
-            std::memcpy(dst + static_cast<std::uint64_t>(j) * keep,
-                        src + static_cast<std::uint64_t>(pick[j]) * r,
-                        static_cast<std::size_t>(keep) * sizeof(T));
-        });
+    auto binding = std::make_unique<BlockBinding<T>>(const_cast<T*>(caller), keep, k, [&](T* dst) {
+      for (std::uint32_t j = 0; j < (keep > 0 ? k : 0); ++j)
+        std::memcpy(dst + static_cast<std::uint64_t>(j) * keep,
+                    src + static_cast<std::uint64_t>(pick[j]) * r,
+                    static_cast<std::size_t>(keep) * sizeof(T));
+    });
     matrix<T>& ref = binding->m;
     bindings_.push_back(std::move(binding));
     return ref;
@@ -220,7 +227,10 @@ class FlatFrame {
     // Private copy filled by `fill` (which writes all r x c elements when there are any).
     template <class Fill>
     BlockBinding(T* p, std::uint32_t r, std::uint32_t c, Fill&& fill, bool o = false)
-        : block(bytes_for(r, c)), m(r, c, filled(block.get(), r, c, fill), 1), caller(p), output(o) {}
+        : block(bytes_for(r, c)),
+          m(r, c, filled(block.get(), r, c, fill), 1),
+          caller(p),
+          output(o) {}
     template <class Fill>
     static T* filled(void* buffer, std::uint32_t r, std::uint32_t c, Fill& fill) {
       T* dst = static_cast<T*>(buffer);
@@ -247,7 +257,8 @@ class FlatFrame {
       }
       for (std::uint64_t j = 0; j < cols; ++j) {
         const T* column = src + j * rows;
-        for (std::uint32_t i = 0; i < k; ++i) dst[i * static_cast<std::uint64_t>(cols) + j] = column[pick[i]];
+        for (std::uint32_t i = 0; i < k; ++i)
+          dst[i * static_cast<std::uint64_t>(cols) + j] = column[pick[i]];
       }
       return dst;
     }

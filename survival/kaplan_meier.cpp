@@ -318,13 +318,14 @@ int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix
     const double* in = km->data;
     const std::uint64_t ldIn = km->rows, ldOut = na->rows;
     double* out = na->data;
-    nelson_aalen_rows([&](std::uint64_t i, int c) { return in[(c - 1) * ldIn + i]; },
-                      [&](std::uint64_t r, std::uint64_t c) -> double& { return out[c * ldOut + r]; },
-                      T, z, method);
+    nelson_aalen_rows(
+        [&](std::uint64_t i, int c) { return in[(c - 1) * ldIn + i]; },
+        [&](std::uint64_t r, std::uint64_t c) -> double& { return out[c * ldOut + r]; }, T, z,
+        method);
   } else {
     nelson_aalen_rows([&](std::uint64_t i, int c) { return cell(km, i, c); },
-                      [&](std::uint64_t r, std::uint64_t c) -> double& { return na->at0(r, c); },
-                      T, z, method);
+                      [&](std::uint64_t r, std::uint64_t c) -> double& { return na->at0(r, c); }, T,
+                      z, method);
   }
   return 0;
 }

@@ -226,7 +226,9 @@ class RiskColumns {
   RiskColumns(const double* rows, std::uint64_t ld, std::uint64_t cols)
       : cols_(cols), ld_(ld), base_(rows) {}
   // Group g (1-based): numbers at risk and events over the cols times (events not yet clipped).
-  const double* at_risk(int g) const { return base_ + 2 * static_cast<std::uint64_t>(g - 1) * ld(); }
+  const double* at_risk(int g) const {
+    return base_ + 2 * static_cast<std::uint64_t>(g - 1) * ld();
+  }
   const double* events(int g) const {
     return base_ + (2 * static_cast<std::uint64_t>(g - 1) + 1) * ld();
   }
@@ -265,7 +267,8 @@ void risk_set_sums(const RiskColumns& rc, const int* groups, double* U, double* 
     d[k] = rc.events(groups[k]);
   }
   double E[k1] = {}, u[3 * k1] = {}, v[3 * kk] = {};
-  double dk[G][kChunk], Dc[kChunk], Nc[kChunk], expected[k1][kChunk], share[k1][kChunk], common[kChunk];
+  double dk[G][kChunk], Dc[kChunk], Nc[kChunk], expected[k1][kChunk], share[k1][kChunk],
+      common[kChunk];
   std::uint32_t live[kChunk];
   const std::uint64_t cols = rc.cols();
   for (std::uint64_t t0 = 0; t0 < cols; t0 += kChunk) {

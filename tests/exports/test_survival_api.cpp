@@ -114,7 +114,8 @@ TEST(SurvivalReferenceR, LungBySexMatchesSurvfitAndSurvdiff) {
     // One pair: the pairwise statistics are the overall ones, Bonferroni = Holm = raw p.
     EXPECT_NEAR(a.pairs[static_cast<std::size_t>(3 * 3 + r)], lung_tests[r], 1e-9);
     for (int c : {5, 6})
-      EXPECT_EQ(a.pairs[static_cast<std::size_t>(c * 3 + r)], a.pairs[static_cast<std::size_t>(12 + r)]);
+      EXPECT_EQ(a.pairs[static_cast<std::size_t>(c * 3 + r)],
+                a.pairs[static_cast<std::size_t>(12 + r)]);
   }
 }
 
@@ -131,7 +132,9 @@ TEST(SurvivalReferenceR, VeteranFourCellTypesMatchSurvdiffOnThreeDegreesOfFreedo
   // Six pairs (1,2), (1,3), ..., log-rank rows 1, 4, 7, ...; Bonferroni and Holm over the six
   // log-rank p-values.
   const int P = 6;
-  auto col = [&](int p, int c) { return a.pairs[static_cast<std::size_t>(3 * P * (c - 1) + 3 * p)]; };
+  auto col = [&](int p, int c) {
+    return a.pairs[static_cast<std::size_t>(3 * P * (c - 1) + 3 * p)];
+  };
   std::vector<int> order(P);
   std::iota(order.begin(), order.end(), 0);
   std::sort(order.begin(), order.end(), [&](int x, int y) { return col(x, 5) < col(y, 5); });

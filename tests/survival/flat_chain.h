@@ -17,7 +17,10 @@ struct FlatChain {
 
   FlatChain(std::vector<double> time, std::vector<double> st, std::vector<double> group,
             double alpha = 0.05)
-      : n(static_cast<int>(time.size())), t(std::move(time)), s(std::move(st)), g(std::move(group)) {
+      : n(static_cast<int>(time.size())),
+        t(std::move(time)),
+        s(std::move(st)),
+        g(std::move(group)) {
     w.assign(t.size(), 1.0);
     std::vector<double> labels(g);
     std::sort(labels.begin(), labels.end());
@@ -61,7 +64,8 @@ struct FlatChain {
   // Group k's Nelson-Aalen table, rows(k) x 9; its cell (row i, column c), both 1-based.
   double* naTable(int k) { return na.data() + static_cast<std::size_t>(k) * R * 9; }
   double naCell(int k, int i, int c) const {
-    return na[static_cast<std::size_t>(k) * R * 9 + static_cast<std::size_t>(c - 1) * rows(k) + i - 1];
+    return na[static_cast<std::size_t>(k) * R * 9 + static_cast<std::size_t>(c - 1) * rows(k) + i -
+              1];
   }
   // Group k's cap, mean record (4) and quartile table (3 x 4), 17 values from means[17 k].
   const double* meanOf(int k) const { return means.data() + 17 * static_cast<std::size_t>(k); }
