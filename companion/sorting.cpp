@@ -24,6 +24,48 @@ struct KeyIndex {
   std::uint32_t index;
 };
 
+// Stable order of keys that take at most kFewKeys distinct values (group labels, for instance):
+// a counting sort over the distinct values, one pass to number each key's value and one to
+// place the rows, in place of the radix sort's six digit histograms and moving passes. Returns
+// false (order untouched) as soon as a further distinct value appears.
+constexpr int kFewKeys = 16;
+bool few_distinct_order(const double* key, std::size_t n, std::vector<std::uint32_t>& order) {
+  std::uint64_t values[kFewKeys];
+  std::uint32_t count[kFewKeys] = {};
+  int distinct = 0, last = 0;
+  // The number of the value of key k among values[0 .. distinct) (the last one found is tried
+  // first); distinct when it is new.
+  const auto lookup = [&](std::uint64_t k) {
+    if (distinct > 0 && values[last] == k) return last;
+    int v = 0;
+    while (v < distinct && values[v] != k) ++v;
+    return v;
+  };
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::uint64_t k = order_key(key[i]);
+    last = lookup(k);
+    if (last == distinct) {
+      if (distinct == kFewKeys) return false;
+      values[distinct++] = k;
+    }
+    ++count[last];
+  }
+  // Start of each distinct value's rows: the counts of the smaller values before it.
+  std::uint32_t start[kFewKeys];
+  for (int v = 0; v < distinct; ++v) {
+    std::uint32_t before = 0;
+    for (int u = 0; u < distinct; ++u)
+      if (values[u] < values[v]) before += count[u];
+    start[v] = before;
+  }
+  order.resize(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    last = lookup(order_key(key[i]));
+    order[start[last]++] = static_cast<std::uint32_t>(i);
+  }
+  return true;
+}
+
 // Stable order of n keys by LSD radix sort on 11-bit digits (6 passes cover the 64-bit key).
 // All six digit histograms are counted in one pass over the data, and a pass whose digit is the
 // same for every key is skipped (the high digits of times on one scale usually are), so a sort
@@ -43,6 +85,8 @@ std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
     std::iota(identity.begin(), identity.end(), std::uint32_t{0});
     return identity;
   }
+  std::vector<std::uint32_t> order;
+  if (few_distinct_order(key, n, order)) return order;
   velkor::frame_memory::Block blockA(n * sizeof(KeyIndex));
   auto* a = static_cast<KeyIndex*>(blockA.get());
   // The second array of the radix passes; it lives as long as the first, since the sorted keys
@@ -80,7 +124,7 @@ std::vector<std::uint32_t> radix_order(const double* key, std::size_t n) {
       std::swap(a, b);
     }
   }
-  std::vector<std::uint32_t> order(n);
+  order.resize(n);
   for (std::size_t i = 0; i < n; ++i) order[i] = a[i].index;
   return order;
 }
@@ -122,6 +166,12 @@ void ApplyRowPermutation(matrix<T>* m, std::size_t offset,
                          const std::vector<std::uint32_t>& order) {
   std::vector<T> scratch;
   permute_rows(m, offset, order, scratch);
+}
+
+void ApplyRowPermutation(std::initializer_list<matrix<double>*> columns, std::size_t offset,
+                         const std::vector<std::uint32_t>& order) {
+  std::vector<double> scratch;
+  for (matrix<double>* m : columns) permute_rows(m, offset, order, scratch);
 }
 
 template void ApplyRowPermutation<double>(matrix<double>*, std::size_t,

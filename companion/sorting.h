@@ -37,3 +37,6 @@ void SortQVector(matrix<double>* v, int n);
 // column of m.
 template <class T>
 void ApplyRowPermutation(matrix<T>* m, std::size_t offset, const std::vector<std::uint32_t>& order);
+// The same on several matrices (one scratch buffer for all).
+void ApplyRowPermutation(std::initializer_list<matrix<double>*> columns, std::size_t offset,
+                         const std::vector<std::uint32_t>& order);

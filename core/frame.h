@@ -20,6 +20,13 @@
 // runs (an empty array gets one element the worker may only reach through the spare-element
 // rules), so results never depend on earlier calls. Copies in and out are plain memcpy.
 //
+// Copying less where the worker provably sees the same cells: an input may be copied only in
+// the parts its worker reads (in_block_prefixes, in_rows, in_columns: column or row subsets,
+// possibly rearranged into the layout the worker takes), and an output whose worker writes
+// every element before reading any (out_overwritten) is not first filled from the caller, a fill
+// nothing could observe. The worker still runs on private memory only, and only a successful
+// call writes back, every output element in order.
+//
 // Usage in an entry point:
 //   return velkor::flat_call([&](velkor::FlatFrame& f) {
 //     auto& t = f.in(times, n);            // n x 1 copy of a const double*
@@ -33,6 +40,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <type_traits>
 #include <vector>
 
@@ -61,6 +69,22 @@ class FlatFrame {
   matrix<T>& out(T* caller, long long rows, long long cols = 1) {
     return bind(caller, rows, cols, true);
   }
+  // Output array that the worker overwrites completely, reading none of its cells before writing
+  // them: the private copy is not first filled from the caller's array, a fill no worker could
+  // see. Copied back on success as out() is. Only for workers whose every path writes every
+  // element (the frame-reuse test runs the descriptive chain on blocks left dirty by another data
+  // set and compares every output bit for bit).
+  template <class T>
+  matrix<T>& out_overwritten(T* caller, long long rows, long long cols = 1) {
+    static_assert(std::is_arithmetic_v<T>);
+    const std::uint32_t r = clamp_dim(rows), c = clamp_dim(cols);
+    if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
+    auto binding = std::make_unique<BlockBinding<T>>(
+        caller, r, c, [](T*) {}, true);
+    matrix<T>& ref = binding->m;
+    bindings_.push_back(std::move(binding));
+    return ref;
+  }
   // Input array of `blocks` consecutive blocks of `blockLen` elements each (for instance stacked
   // tables), of which the worker reads only the first `keep` elements of every block: private
   // copy of those parts, (blocks * keep) x 1, block b's part from element b * keep. Length checks
@@ -77,6 +101,50 @@ class FlatFrame {
     const std::uint32_t k = b > 0 ? clamp_dim(keep < len ? keep : len) : 0;
     auto binding = std::make_unique<BlockBinding<T>>(const_cast<T*>(caller), b,
                                                      static_cast<std::uint32_t>(len), k);
+    matrix<T>& ref = binding->m;
+    bindings_.push_back(std::move(binding));
+    return ref;
+  }
+  // Input table (rows x cols, column-major) of which the worker reads only the listed rows
+  // (0-based, each below rows): private copy of those rows, listed row k stored contiguously as
+  // column k of a cols x pick.size() matrix (a transposed gather). Length checks and the
+  // null-array rule apply to the caller's whole array, as for in().
+  template <class T>
+  matrix<T>& in_rows(const T* caller, long long rows, long long cols,
+                     const std::vector<std::uint32_t>& pick) {
+    static_assert(std::is_arithmetic_v<T>);
+    const std::uint32_t r = clamp_dim(rows), c = clamp_dim(cols);
+    if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
+    for (std::uint32_t row : pick)
+      if (row >= r && c > 0) throw std::out_of_range("in_rows: row outside the table");
+    const std::uint32_t k = c > 0 ? clamp_dim(static_cast<long long>(pick.size())) : 0;
+    auto binding = std::make_unique<BlockBinding<T>>(const_cast<T*>(caller), r, c, pick, k);
+    matrix<T>& ref = binding->m;
+    bindings_.push_back(std::move(binding));
+    return ref;
+  }
+  // Input table (rows x cols, column-major) of which the worker reads only the listed columns
+  // (0-based, each below cols) and of those only the first keepRows rows: private copy of those
+  // parts, keepRows x pick.size(), listed column k as column k. Length checks and the null-array
+  // rule apply to the caller's whole array, as for in().
+  template <class T>
+  matrix<T>& in_columns(const T* caller, long long rows, long long cols,
+                        const std::vector<std::uint32_t>& pick, long long keepRows) {
+    static_assert(std::is_arithmetic_v<T>);
+    const std::uint32_t r = clamp_dim(rows), c = clamp_dim(cols);
+    if (caller == nullptr && static_cast<std::uint64_t>(r) * c > 0) throw NullCallerArray{};
+    for (std::uint32_t col : pick)
+      if (col >= c && r > 0) throw std::out_of_range("in_columns: column outside the table");
+    const std::uint32_t keep =
+        static_cast<std::uint64_t>(r) * c > 0 ? clamp_dim(keepRows < r ? keepRows : r) : 0;
+    const auto k = static_cast<std::uint32_t>(pick.size());
+    const T* src = caller;
+    auto binding = std::make_unique<BlockBinding<T>>(const_cast<T*>(caller), keep, k, [&](T* dst) {
+      for (std::uint32_t j = 0; j < (keep > 0 ? k : 0); ++j)
+        std::memcpy(dst + static_cast<std::uint64_t>(j) * keep,
+                    src + static_cast<std::uint64_t>(pick[j]) * r,
+                    static_cast<std::size_t>(keep) * sizeof(T));
+    });
     matrix<T>& ref = binding->m;
     bindings_.push_back(std::move(binding));
     return ref;
@@ -154,6 +222,44 @@ class FlatFrame {
       }
       for (std::uint64_t b = 0; b < blocks; ++b)
         std::memcpy(dst + b * keep, src + b * len, static_cast<std::size_t>(keep) * sizeof(T));
+      return dst;
+    }
+    // Private copy filled by `fill` (which writes all r x c elements when there are any).
+    template <class Fill>
+    BlockBinding(T* p, std::uint32_t r, std::uint32_t c, Fill&& fill, bool o = false)
+        : block(bytes_for(r, c)),
+          m(r, c, filled(block.get(), r, c, fill), 1),
+          caller(p),
+          output(o) {}
+    template <class Fill>
+    static T* filled(void* buffer, std::uint32_t r, std::uint32_t c, Fill& fill) {
+      T* dst = static_cast<T*>(buffer);
+      if (static_cast<std::uint64_t>(r) * c == 0) {
+        dst[0] = T{};
+      } else {
+        fill(dst);
+      }
+      return dst;
+    }
+    // Input of the listed rows of a rows x cols table, transposed (see in_rows).
+    BlockBinding(T* p, std::uint32_t rows, std::uint32_t cols,
+                 const std::vector<std::uint32_t>& pick, std::uint32_t k)
+        : block(bytes_for(cols, k)),
+          m(cols, k, pick_rows(block.get(), p, rows, cols, pick, k), 1),
+          caller(p),
+          output(false) {}
+    static T* pick_rows(void* buffer, const T* src, std::uint32_t rows, std::uint32_t cols,
+                        const std::vector<std::uint32_t>& pick, std::uint32_t k) {
+      T* dst = static_cast<T*>(buffer);
+      if (static_cast<std::uint64_t>(cols) * k == 0) {
+        dst[0] = T{};
+        return dst;
+      }
+      for (std::uint64_t j = 0; j < cols; ++j) {
+        const T* column = src + j * rows;
+        for (std::uint32_t i = 0; i < k; ++i)
+          dst[i * static_cast<std::uint64_t>(cols) + j] = column[pick[i]];
+      }
       return dst;
     }
     void copy_back() noexcept override {

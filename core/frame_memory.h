@@ -8,7 +8,9 @@
 // already present.
 //
 // What it is and is not: allocator behaviour only. A block handed out to the frame is always
-// completely overwritten (copied from the caller's array) before any worker sees it, and a block
+// completely overwritten (copied from the caller's array, or, for an output its worker
+// overwrites completely, written by that worker before it reads any of it) before any result
+// can depend on it, and a block
 // behind a ScratchVector holds elements the vector initialises, so no result can depend on what
 // an earlier call left in the memory, and the cache holds no analysis state. It is bounded (at most kMaxCachedBlocks blocks and kMaxCachedBytes bytes in
 // all, least recently released evicted first), shared by all threads under one mutex, and emptied

@@ -1,6 +1,7 @@
 // Flat entry points of the descriptive survival family: thin wrappers over the workers in
 // survival/. Every caller array goes through the frame (private copies, copy-back on return).
 #include <cstdint>
+#include <cstring>
 
 #include "core/frame.h"
 #include "survival/charts.h"
@@ -65,7 +66,8 @@ VELKOR_EXTERN_C VELKOR_API int RunLife(const double* times, const double* status
     auto& s = f.in(status, n);
     auto& w = f.in(weights, n);
     auto& sizes = f.in(groupSizes, 1, nGroups);
-    auto& tab = f.out(tables, G * nonneg(blockRows) * kTableCols);
+    // cRunLife writes every cell of every table (the marker first): no fill from the caller.
+    auto& tab = f.out_overwritten(tables, G * nonneg(blockRows) * kTableCols);
     auto& last = f.out(lastRows, G);
     auto& tot = f.out(totals, G);
     return cRunLife(&t, &s, &w, n, &sizes, nGroups, grouped, eventCode, lifeTable, width, blockRows,
@@ -78,7 +80,8 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_TransNelsonAalen(const double* table, int tab
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     // Only columns 1 to 6 are read (time, counts, number at risk): the private copy stops there.
     auto& km = f.in(table, tableRows, 6);
-    auto& out = f.out(na, T, 9);
+    // Every cell of the T x 9 result is written: no fill from the caller.
+    auto& out = f.out_overwritten(na, T, 9);
     return TransNelsonAalen(&km, T, alpha, method, &out);
   });
 }
@@ -139,16 +142,31 @@ VELKOR_EXTERN_C VELKOR_API int LoadKaplanTest(int* count, const double* tables, 
     const long long R = nonneg(blockRows);
     auto& tab = f.in_block_prefixes(tables, groups, R * kTableCols, R * kReadCols);
     auto& last = f.in(lastRows, groups);
-    auto& out = f.out(combined, 3 * groups + 1, nonneg(cnt));
-    return LoadKaplanTestColumns(cnt, &tab, G, blockRows, static_cast<int>(kReadCols), &last, &out);
+    // The merge writes every row of its first T columns and nothing after them: those columns
+    // are not filled from the caller; the rest of the private copy gets the caller's values after
+    // the merge, so that they go back unchanged.
+    const long long rows = 3 * groups + 1, capacity = nonneg(cnt);
+    auto& out = f.out_overwritten(combined, rows, capacity);
+    const int status =
+        LoadKaplanTestColumns(cnt, &tab, G, blockRows, static_cast<int>(kReadCols), &last, &out);
+    const long long written = cnt < 0 ? 0 : cnt > capacity ? capacity : cnt;
+    if (capacity > written)
+      std::memcpy(out.data + written * rows, combined + written * rows,
+                  static_cast<std::size_t>((capacity - written) * rows) * sizeof(double));
+    return status;
   });
 }
 
 VELKOR_EXTERN_C VELKOR_API int ComputeLifeTests(const double* combined, int T, int G, double alpha,
                                                 double* results) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
-    auto& tab = f.in(combined, 3 * nonneg(G) + 1, T);
     auto& res = f.out(results, 3, 4);
+    if (G >= 2 && G <= 6) {
+      // Only rows 3k - 1 and 3k of each group are read: the private copy holds those rows.
+      auto& rows = f.in_rows(combined, 3 * nonneg(G) + 1, T, LifeTestRiskRows(G));
+      return ComputeLifeTestsRiskRows(&rows, T, G, alpha, &res);
+    }
+    auto& tab = f.in(combined, 3 * nonneg(G) + 1, T);
     return cComputeLifeTests(&tab, T, G, alpha, &res);
   });
 }
@@ -157,9 +175,10 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeMultComp(const double* combined, int T
                                                    double alpha, double* results) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
     const long long groups = G > 20000 ? 0 : nonneg(G);
-    auto& tab = f.in(combined, 3 * groups + 1, T);
     auto& res = f.out(results, 3 * (groups * (groups - 1) / 2), 7);
-    return cComputeMultComp(&tab, T, G, alpha, &res);
+    // Only rows 3k - 1 and 3k of each group are read: the private copy holds those rows.
+    auto& rows = f.in_rows(combined, 3 * groups + 1, T, LifeTestRiskRows(static_cast<int>(groups)));
+    return ComputeMultCompRiskRows(&rows, T, G, alpha, &res);
   });
 }
 
@@ -168,11 +187,12 @@ VELKOR_EXTERN_C VELKOR_API int Cpp_ComputeKaplanMeanMedian(const double* table, 
                                                            double* cap, double* mean,
                                                            double* quartiles) {
   return velkor::flat_call([&](velkor::FlatFrame& f) {
-    // Columns 1 to 11 are read (column 12 never): the private copy stops there.
-    auto& tab = f.in(table, tableRows, 11);
+    // Five columns (time, events, number at risk used, survival, Greenwood sum) of rows 0 ..
+    // nRows - 1 are read: the private copy holds those cells.
+    auto& cols = f.in_columns(table, tableRows, 11, kMeanMedianColumns, nRows);
     double& c = f.scalar(cap);
     auto& m = f.out(mean, 4);
     auto& q = f.out(quartiles, 3, 4);
-    return ComputeKaplanMeanMedian(&tab, alpha, k, nRows, c, &m, &q);
+    return KaplanMeanMedianColumns(&cols, alpha, k, c, &m, &q);
   });
 }

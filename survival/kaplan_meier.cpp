@@ -24,6 +24,75 @@ void write_origin(matrix<double>* table) {
 
 }  // namespace
 
+namespace {
+
+// Steps 5 to 10 of the product-limit table: rows 1, 2, ... from the observations 0 .. len - 1 of
+// the block (time(i), status(i), weight(i)) into table cells cellAt(j, c) (row j, 1-based column
+// c), starting from N at risk. Returns the last row written.
+template <class Time, class Status, class Weight, class Cell>
+std::uint32_t product_limit_rows(std::uint64_t len, short grouped, double event, double N,
+                                 Time time, Status status, Weight weight, Cell cellAt) {
+  double S = 1.0, G = 0.0, prevP = 1.0;
+  std::uint64_t i = 0;
+  std::uint32_t j = 0;
+  while (i < len) {
+    ++j;
+    // 5. One run of equal times.
+    const double t = time(i);
+    double d = 0.0, c = 0.0;
+    do {
+      const double st = status(i);
+      const double w = weight(i);
+      if (grouped == -1) {
+        d += st;
+        c += w;
+      } else if (st == event) {
+        d += w;
+      } else {
+        c += w;
+      }
+      ++i;
+    } while (i < len && !(time(i) > t));
+    // 6.
+    cellAt(j, kEvents) = d;
+    cellAt(j, kCensored) = c;
+    cellAt(j, kAtRisk) = N;
+    const double riskUsed = N;
+    N = N - d - c;
+    cellAt(j, kTime) = t;
+    cellAt(j, kRiskUsed) = riskUsed;
+    // 7. Nobody left at risk: the row keeps its counts and the table ends here.
+    if (!(riskUsed > 0.0)) return j;
+    // 8. Censorings only: the previous estimate carries forward.
+    if (!(d > 0.0)) {
+      cellAt(j, kCondSurv) = prevP;
+      cellAt(j, kSurv) = S;
+      cellAt(j, kGreenwood) = G;
+      continue;
+    }
+    // 9. Product-limit step. t_next: the first time after the run (the last run: its time + 1).
+    const double p = 1.0 - d / riskUsed;
+    const double Sj = p * S;
+    const double tNext = i < len ? time(i) : time(i - 1) + 1.0;
+    cellAt(j, kCondSurv) = p;
+    cellAt(j, kSurv) = Sj;
+    cellAt(j, kDensity) = (S - Sj) / (tNext - t);
+    S = Sj;
+    prevP = p;
+    if (p > 0.0) G += (1.0 - p) / p / riskUsed;
+    cellAt(j, kGreenwood) = G;
+  }
+  // 10.
+  return j;
+}
+
+// Rows off .. off + len - 1 of an n x 1 input all inside the matrix.
+bool holds(const matrix<double>* m, std::uint64_t off, std::uint64_t len) {
+  return m->data != nullptr && m->cols >= 1 && off + len <= m->rows;
+}
+
+}  // namespace
+
 // Kaplan & Meier (1958): S(t) = prod_(t_j <= t) (1 - d_j / n_j); Greenwood (1926):
 // Var S(t) = S(t)^2 sum_(t_j <= t) d_j / (n_j (n_j - d_j)) = S^2 sum (1 - p_j) / (p_j n_j).
 int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, int eventCode,
@@ -42,7 +111,6 @@ int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, int eventCode
   }
   // 2. Origin row.
   write_origin(table);
-  double S = 1.0, G = 0.0, prevP = 1.0;
   // 3. Initial number at risk (weights deliberately left out in individual mode).
   double N = 0.0;
   if (grouped == -1) {
@@ -57,61 +125,24 @@ int ComputeKaplanMeier(std::uint32_t offset, int n, short grouped, int eventCode
     return 0;
   }
   const double event = static_cast<double>(eventCode);
-  std::uint64_t i = 0;
-  std::uint32_t j = 0;
-  while (i < len) {
-    ++j;
-    // 5. One run of equal times.
-    const double t = T(i);
-    double d = 0.0, c = 0.0;
-    do {
-      const double s = status->at0(off + i);
-      const double w = weights->at0(off + i);
-      if (grouped == -1) {
-        d += s;
-        c += w;
-      } else if (s == event) {
-        d += w;
-      } else {
-        c += w;
-      }
-      ++i;
-    } while (i < len && !(T(i) > t));
-    // 6.
-    cell(table, j, kEvents) = d;
-    cell(table, j, kCensored) = c;
-    cell(table, j, kAtRisk) = N;
-    const double riskUsed = N;
-    N = N - d - c;
-    cell(table, j, kTime) = t;
-    cell(table, j, kRiskUsed) = riskUsed;
-    // 7. Nobody left at risk: the row keeps its counts and the table ends here.
-    if (!(riskUsed > 0.0)) {
-      rows = j;
-      return static_cast<int>(j);
-    }
-    // 8. Censorings only: the previous estimate carries forward.
-    if (!(d > 0.0)) {
-      cell(table, j, kCondSurv) = prevP;
-      cell(table, j, kSurv) = S;
-      cell(table, j, kGreenwood) = G;
-      continue;
-    }
-    // 9. Product-limit step. t_next: the first time after the run (the last run: its time + 1).
-    const double p = 1.0 - d / riskUsed;
-    const double Sj = p * S;
-    const double tNext = i < len ? T(i) : T(i - 1) + 1.0;
-    cell(table, j, kCondSurv) = p;
-    cell(table, j, kSurv) = Sj;
-    cell(table, j, kDensity) = (S - Sj) / (tNext - t);
-    S = Sj;
-    prevP = p;
-    if (p > 0.0) G += (1.0 - p) / p / riskUsed;
-    cell(table, j, kGreenwood) = G;
+  // Every observation and every possible row (at most one per observation) inside the arrays:
+  // the cells are read and written directly; otherwise through the spare-element rule.
+  if (holds(times, off, len) && holds(status, off, len) && holds(weights, off, len) &&
+      table->data != nullptr && table->rows > len && table->cols >= kCount) {
+    const double *t = times->data + off, *st = status->data + off, *w = weights->data + off;
+    double* cells = table->data;
+    const std::uint64_t ld = table->rows;
+    rows = product_limit_rows(
+        len, grouped, event, N, [&](std::uint64_t k) { return t[k]; },
+        [&](std::uint64_t k) { return st[k]; }, [&](std::uint64_t k) { return w[k]; },
+        [&](std::uint64_t r, int c) -> double& { return cells[(c - 1) * ld + r]; });
+  } else {
+    rows = product_limit_rows(
+        len, grouped, event, N, T, [&](std::uint64_t k) { return status->at0(off + k); },
+        [&](std::uint64_t k) { return weights->at0(off + k); },
+        [&](std::uint64_t r, int c) -> double& { return cell(table, r, c); });
   }
-  // 10.
-  rows = j;
-  return static_cast<int>(j);
+  return static_cast<int>(rows);
 }
 
 // Cutler & Ederer (1958) actuarial estimator with the withdrawal adjustment n' = N - c / 2.
@@ -230,23 +261,27 @@ static int cRunLife_impl(matrix<double>* times, matrix<double>* status, matrix<d
   return 0;
 }
 
-// Nelson (1972), Aalen (1978): H(t) = sum_(t_j <= t) d_j / n_j.
-int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix<double>* na) {
-  const double z = InvCDFNormalStd(1.0 - alpha * 0.5);
+namespace {
+
+// The Nelson-Aalen rows 1 .. T from product-limit cells km(i, c) (row i, 1-based column c) into
+// na(r, c) (0-based row and column), one pass.
+template <class In, class Out>
+void nelson_aalen_rows(In km, Out na, int T, double z, int method) {
   bool started = false;
   double H = 0.0, V = 0.0;
   for (int i = 1; i <= T; ++i) {
     const auto r = static_cast<std::uint64_t>(i - 1);
-    const double n1 = cell(km, static_cast<std::uint64_t>(i), kRiskUsed);
-    const double d = cell(km, static_cast<std::uint64_t>(i), kEvents);
-    na->at0(r, 0) = cell(km, static_cast<std::uint64_t>(i), kTime);
-    na->at0(r, 1) = n1;
-    na->at0(r, 2) = d;
-    na->at0(r, 3) = cell(km, static_cast<std::uint64_t>(i), kCensored);
+    const auto row = static_cast<std::uint64_t>(i);
+    const double n1 = km(row, kRiskUsed);
+    const double d = km(row, kEvents);
+    na(r, 0) = km(row, kTime);
+    na(r, 1) = n1;
+    na(r, 2) = d;
+    na(r, 3) = km(row, kCensored);
     if (!(d > 0.0) || !(n1 > 0.0)) {
       // No estimate yet, or carry the previous row's estimate forward.
       for (std::uint64_t c = 4; c < 9; ++c)
-        na->at0(r, c) = (started && r > 0) ? na->at0(r - 1, c) : velkor::kMissing;
+        na(r, c) = (started && r > 0) ? na(r - 1, c) : velkor::kMissing;
       continue;
     }
     started = true;
@@ -261,12 +296,36 @@ int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix
     }
     V += inc;
     const double se = std::sqrt(V);
-    na->at0(r, 4) = H;
-    na->at0(r, 5) = V;
-    na->at0(r, 6) = se;
+    na(r, 4) = H;
+    na(r, 5) = V;
+    na(r, 6) = se;
     const double factor = std::exp(z * se / H);
-    na->at0(r, 7) = H / factor;
-    na->at0(r, 8) = H * factor;
+    na(r, 7) = H / factor;
+    na(r, 8) = H * factor;
+  }
+}
+
+}  // namespace
+
+// Nelson (1972), Aalen (1978): H(t) = sum_(t_j <= t) d_j / n_j.
+int TransNelsonAalen(matrix<double>* km, int T, double alpha, int method, matrix<double>* na) {
+  const double z = InvCDFNormalStd(1.0 - alpha * 0.5);
+  // Every cell inside both tables (the usual case): the columns are read and written directly;
+  // otherwise through the spare-element rule.
+  if (T > 0 && km->data != nullptr && na->data != nullptr && km->cols >= kRiskUsed &&
+      km->rows > static_cast<std::uint32_t>(T) && na->cols >= 9 &&
+      na->rows >= static_cast<std::uint32_t>(T)) {
+    const double* in = km->data;
+    const std::uint64_t ldIn = km->rows, ldOut = na->rows;
+    double* out = na->data;
+    nelson_aalen_rows(
+        [&](std::uint64_t i, int c) { return in[(c - 1) * ldIn + i]; },
+        [&](std::uint64_t r, std::uint64_t c) -> double& { return out[c * ldOut + r]; }, T, z,
+        method);
+  } else {
+    nelson_aalen_rows([&](std::uint64_t i, int c) { return cell(km, i, c); },
+                      [&](std::uint64_t r, std::uint64_t c) -> double& { return na->at0(r, c); }, T,
+                      z, method);
   }
   return 0;
 }

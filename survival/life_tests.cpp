@@ -2,15 +2,75 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <numeric>
+#include <type_traits>
 #include <vector>
 
 #include "companion/basic.h"
 #include "companion/distributions.h"
 #include "companion/linalg.h"
 #include "core/frame.h"
+#include "core/frame_memory.h"
 #include "core/numeric.h"
 #include "survival/kaplan_meier.h"
+
+// The merge loop of merge_risk_sets on plain column-major memory for a number of groups fixed at
+// compile time (the loops over groups unroll and the merge state stays in registers): the same
+// comparisons and stores, in the same order, as the general loop below. tcol .. ccol: each
+// group's time, at-risk, event and censored columns; next, last, atRisk: the merge state (in
+// and out); returns the number of columns written, at most `capacity`.
+template <int G>
+int merge_fixed(const double* const* tcol, const double* const* ncol, const double* const* dcol,
+                const double* const* ccol, std::uint64_t* nextIO, const std::uint64_t* last,
+                double* atRiskIO, int capacity, double* outData, std::uint64_t ld,
+                double& lastStored) {
+  std::uint64_t next[G];
+  double atRisk[G];
+  const double *tc[G], *nc[G], *dc[G], *cc[G];
+  for (int g = 0; g < G; ++g) {
+    next[g] = nextIO[g];
+    atRisk[g] = atRiskIO[g];
+    tc[g] = tcol[g];
+    nc[g] = ncol[g];
+    dc[g] = dcol[g];
+    cc[g] = ccol[g];
+  }
+  const auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+  int T = 0;
+  while (T < capacity) {
+    bool any = false;
+    double t = 0.0;
+    for (int g = 0; g < G; ++g) {
+      if (next[g] > last[g]) continue;
+      const double tg = tc[g][next[g]];
+      if (!any || tg < t || std::isnan(t)) t = tg, any = true;
+    }
+    if (!any) break;
+    double* out = outData + static_cast<std::uint64_t>(T) * ld;
+    out[0] = t;
+    for (int g = 0; g < G; ++g) {
+      double n = atRisk[g], d = 0.0, c = 0.0;
+      if (next[g] <= last[g] && same(tc[g][next[g]], t)) {
+        n = nc[g][next[g]];
+        d = dc[g][next[g]];
+        c = cc[g][next[g]];
+        atRisk[g] = n - d - c;
+        ++next[g];
+      }
+      out[3 * g + 1] = n;
+      out[3 * g + 2] = d;
+      out[3 * g + 3] = c;
+      lastStored = c;
+    }
+    ++T;
+  }
+  for (int g = 0; g < G; ++g) {
+    nextIO[g] = next[g];
+    atRiskIO[g] = atRisk[g];
+  }
+  return T;
+}
 
 // The merge of cLoadKaplanTest on G tables of R rows and `tableCols` columns each (columns 1 to 6
 // of the product-limit layout at least: 12 for cRunLife's tables, 6 for the flat entry's copy of
@@ -57,7 +117,25 @@ static int merge_risk_sets(int& count, matrix<double>* source, int G, int R, int
       ccol[g] = col_of(g, km_col::kCensored);
     }
     double lastStored = 0.0;
-    while (T < capacity) {
+    const auto fixed = [&](auto groupCount) {
+      constexpr int kG = decltype(groupCount)::value;
+      T = merge_fixed<kG>(tcol.data(), ncol.data(), dcol.data(), ccol.data(), next.data(),
+                          last.data(), atRisk.data(), capacity, table->data, ld, lastStored);
+    };
+    switch (groups) {
+      case 2:
+        fixed(std::integral_constant<int, 2>{});
+        break;
+      case 3:
+        fixed(std::integral_constant<int, 3>{});
+        break;
+      case 4:
+        fixed(std::integral_constant<int, 4>{});
+        break;
+      default:
+        break;
+    }
+    while ((groups < 2 || groups > 4) && T < capacity) {  // other numbers of groups
       bool any = false;
       double t = 0.0;
       for (int g = 0; g < groups; ++g) {
@@ -122,59 +200,131 @@ static int merge_risk_sets(int& count, matrix<double>* source, int G, int R, int
 
 namespace {
 
+// The per-time rows the tests read, n_kt (row 3k - 1) and d_kt (row 3k) of every group
+// k = 1 .. G, each as one contiguous array over the times, so that the passes below (the overall
+// test and every pair of groups) read unit-stride memory instead of one cache line per time and
+// test. Either copied out of the combined table (when all those rows lie inside it) or viewed in
+// the flat entry's private copy, which holds exactly these rows in this layout.
+class RiskColumns {
+ public:
+  RiskColumns(const matrix<double>& table, int G, std::uint64_t cols)
+      : cols_(cols),
+        block_(std::make_unique<velkor::frame_memory::Block>(
+            2 * static_cast<std::size_t>(G) * (cols > 0 ? cols : 1) * sizeof(double))) {
+    auto* out = static_cast<double*>(block_->get());
+    base_ = out;
+    const std::uint64_t ld = table.rows;
+    for (std::uint64_t t = 0; t < cols; ++t) {
+      const double* column = table.data + t * ld;
+      for (int k = 0; k < G; ++k) {
+        out[(2 * static_cast<std::uint64_t>(k)) * cols + t] = column[3 * k + 1];
+        out[(2 * static_cast<std::uint64_t>(k) + 1) * cols + t] = column[3 * k + 2];
+      }
+    }
+  }
+  // A view of rows laid out as above: column 2k - 2 of `rows` n_k, column 2k - 1 d_k (0-based).
+  RiskColumns(const double* rows, std::uint64_t ld, std::uint64_t cols)
+      : cols_(cols), ld_(ld), base_(rows) {}
+  // Group g (1-based): numbers at risk and events over the cols times (events not yet clipped).
+  const double* at_risk(int g) const {
+    return base_ + 2 * static_cast<std::uint64_t>(g - 1) * ld();
+  }
+  const double* events(int g) const {
+    return base_ + (2 * static_cast<std::uint64_t>(g - 1) + 1) * ld();
+  }
+  std::uint64_t cols() const { return cols_; }
+
+ private:
+  std::uint64_t ld() const { return block_ ? cols_ : ld_; }
+  std::uint64_t cols_, ld_ = 0;
+  std::unique_ptr<velkor::frame_memory::Block> block_;
+  const double* base_ = nullptr;
+};
+
+// max(0, d): a negative count (the missing-value marker included) and NaN count as 0. Written
+// as a comparison that compilers map to a (packed) max instruction in a loop of its own.
+inline double clip_events(double d) {
+  return d > 0.0 ? d : 0.0;
+}
+
 // The scores U (3 x (G-1)) and covariances V (3 x (G-1)^2) of the three weighted log-rank
-// statistics, summed over the T columns of the combined table for G listed groups (the last is
-// the reference) whose rows 3k - 1 (at risk) and 3k (events) all lie inside the table. The same
-// arithmetic, term by term and in the same order, as the general pass in three_tests, with the
-// group count fixed at compile time so that the loops over groups unroll; the results are
-// bit-identical.
+// statistics over the listed groups (the last is the reference), from their RiskColumns. The
+// same arithmetic, term by term and in the same order, as the general pass in three_tests, with
+// the group count fixed at compile time so that the loops over groups unroll; the results are
+// bit-identical. Times go in chunks: first, for every time of the chunk, D_t, N_t and the
+// quotients n_k D / N, n_k / N and D (N - D) / (N - 1), in loops without branches that the
+// compiler turns into packed arithmetic (each quotient is correctly rounded either way); then
+// the sums, in time order, over the times with D_t > 0 only.
 template <int G>
-void risk_set_sums(const double* data, std::uint64_t ld, std::uint64_t cols, const int* groups,
-                   double* U, double* V) {
+void risk_set_sums(const RiskColumns& rc, const int* groups, double* U, double* V) {
   constexpr int k1 = G - 1;
   constexpr std::size_t kk = static_cast<std::size_t>(k1) * k1;
-  std::uint64_t rowN[G], rowD[G];
+  constexpr std::size_t kChunk = 256;
+  const double* n[G];
+  const double* d[G];
   for (int k = 0; k < G; ++k) {
-    rowN[k] = 3 * static_cast<std::uint64_t>(groups[k]) - 2;
-    rowD[k] = rowN[k] + 1;
+    n[k] = rc.at_risk(groups[k]);
+    d[k] = rc.events(groups[k]);
   }
-  double E[k1 > 0 ? k1 : 1] = {};
-  for (std::uint64_t t = 0; t < cols; ++t) {
-    const double* column = data + t * ld;
-    double n[G], d[G];
-    double D = 0.0, N = 0.0;
-    for (int k = 0; k < G; ++k) {
-      n[k] = column[rowN[k]];
-      d[k] = std::max(0.0, column[rowD[k]]);
-      D += d[k];
-      N += n[k];
+  double E[k1] = {}, u[3 * k1] = {}, v[3 * kk] = {};
+  double dk[G][kChunk], Dc[kChunk], Nc[kChunk], expected[k1][kChunk], share[k1][kChunk],
+      common[kChunk];
+  std::uint32_t live[kChunk];
+  const std::uint64_t cols = rc.cols();
+  for (std::uint64_t t0 = 0; t0 < cols; t0 += kChunk) {
+    const std::size_t m = static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, cols - t0));
+    for (int k = 0; k < G; ++k)
+      for (std::size_t c = 0; c < m; ++c) dk[k][c] = clip_events(d[k][t0 + c]);
+    for (std::size_t c = 0; c < m; ++c) {
+      double D = 0.0, N = 0.0;
+      for (int k = 0; k < G; ++k) {
+        D += dk[k][c];
+        N += n[k][t0 + c];
+      }
+      Dc[c] = D;
+      Nc[c] = N;
     }
-    if (!(D > 0.0)) continue;
-    const double w[3] = {1.0, N, sqr(N)};
-    for (int k = 0; k < k1; ++k) {
-      if (N > 0.0) E[k] = n[k] * D / N;  // else kept (deliberate)
-      const double o = d[k] - E[k];
-      for (int m = 0; m < 3; ++m) U[m * k1 + k] += w[m] * o;
+    for (int k = 0; k < k1; ++k)
+      for (std::size_t c = 0; c < m; ++c) expected[k][c] = n[k][t0 + c] * Dc[c] / Nc[c];
+    for (int k = 0; k < k1; ++k)
+      for (std::size_t c = 0; c < m; ++c) share[k][c] = n[k][t0 + c] / Nc[c];
+    for (std::size_t c = 0; c < m; ++c) common[c] = Dc[c] * (Nc[c] - Dc[c]) / (Nc[c] - 1.0);
+    std::size_t nLive = 0;
+    for (std::size_t c = 0; c < m; ++c) {
+      live[nLive] = static_cast<std::uint32_t>(c);
+      nLive += Dc[c] > 0.0 ? 1 : 0;
     }
-    if (N * (N - 1.0) != 0.0) {
-      const double common = D * (N - D) / (N - 1.0);
+    for (std::size_t i = 0; i < nLive; ++i) {
+      const std::size_t c = live[i];
+      const double N = Nc[c];
+      const double w[3] = {1.0, N, sqr(N)};
       for (int k = 0; k < k1; ++k) {
-        const double share = n[k] / N;
-        for (int l = 0; l < k1; ++l) {
-          const double v = common * share * ((k == l ? 1.0 : 0.0) - n[l] / N);
-          const std::size_t at = static_cast<std::size_t>(k) * k1 + static_cast<std::size_t>(l);
-          for (int m = 0; m < 3; ++m) V[static_cast<std::size_t>(m) * kk + at] += w[m] * w[m] * v;
+        if (N > 0.0) E[k] = expected[k][c];  // else kept (deliberate)
+        const double o = dk[k][c] - E[k];
+        for (int j = 0; j < 3; ++j) u[j * k1 + k] += w[j] * o;
+      }
+      if (N * (N - 1.0) != 0.0) {
+        for (int k = 0; k < k1; ++k) {
+          const double cs = common[c] * share[k][c];
+          for (int l = 0; l < k1; ++l) {
+            const double x = cs * ((k == l ? 1.0 : 0.0) - share[l][c]);
+            const std::size_t at = static_cast<std::size_t>(k) * k1 + static_cast<std::size_t>(l);
+            for (int j = 0; j < 3; ++j) v[static_cast<std::size_t>(j) * kk + at] += w[j] * w[j] * x;
+          }
         }
       }
     }
   }
+  for (int e = 0; e < 3 * k1; ++e) U[e] = u[e];
+  for (std::size_t e = 0; e < 3 * kk; ++e) V[e] = v[e];
 }
 
 // The three weighted log-rank statistics (weights 1, N_t, sqrt(N_t)) of the groups whose 1-based
 // numbers are listed in `groups` (the last one is the reference), accumulated in one pass over
-// the combined table, read in place. Results rows 1-3: X^2, critical value, p-value, alpha.
+// the combined table (`rc`: its risk columns when built). Results rows 1-3: X^2, critical value,
+// p-value, alpha.
 void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, double alpha,
-                 matrix<double>* results) {
+                 matrix<double>* results, const RiskColumns* rc) {
   const int G = static_cast<int>(groups.size());
   double x2[3] = {velkor::kMissing, velkor::kMissing, velkor::kMissing};
   double crit = velkor::kMissing, pval[3] = {velkor::kMissing, velkor::kMissing, velkor::kMissing};
@@ -182,32 +332,29 @@ void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, d
     const int k1 = G - 1;
     const std::size_t kk = static_cast<std::size_t>(k1) * static_cast<std::size_t>(k1);
     std::vector<double> U(3 * static_cast<std::size_t>(k1), 0.0), V(3 * kk, 0.0);
-    const std::uint64_t ld = table->rows;
-    const std::uint64_t cols =
-        std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, table->cols);
-    // Rows 3k - 1 and 3k of every listed group inside the table: the unrolled pass for the usual
-    // small numbers of groups; otherwise the general pass (which reads the spare element for rows
-    // outside the table).
-    bool inside = true;
-    for (int g : groups) inside = inside && 3 * static_cast<std::uint64_t>(g) - 1 < ld;
-    const bool fast = inside && groups.size() <= 6;
-    switch (fast ? G : 0) {
+    // The unrolled pass for the usual small numbers of groups; otherwise the general pass (which
+    // reads the spare element for rows outside the table).
+    switch (rc != nullptr && G <= 6 ? G : 0) {
       case 2:
-        risk_set_sums<2>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        risk_set_sums<2>(*rc, groups.data(), U.data(), V.data());
         break;
       case 3:
-        risk_set_sums<3>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        risk_set_sums<3>(*rc, groups.data(), U.data(), V.data());
         break;
       case 4:
-        risk_set_sums<4>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        risk_set_sums<4>(*rc, groups.data(), U.data(), V.data());
         break;
       case 5:
-        risk_set_sums<5>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        risk_set_sums<5>(*rc, groups.data(), U.data(), V.data());
         break;
       case 6:
-        risk_set_sums<6>(table->data, ld, cols, groups.data(), U.data(), V.data());
+        risk_set_sums<6>(*rc, groups.data(), U.data(), V.data());
         break;
       default: {
+        if (table == nullptr) break;  // never: a view of the risk rows serves at most 6 groups
+        const std::uint64_t ld = table->rows;
+        const std::uint64_t cols =
+            std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, table->cols);
         std::vector<double> E(static_cast<std::size_t>(k1), 0.0), n(static_cast<std::size_t>(G)),
             d(static_cast<std::size_t>(G));
         for (std::uint64_t t = 0; t < cols; ++t) {
@@ -276,18 +423,32 @@ void three_tests(matrix<double>* table, int T, const std::vector<int>& groups, d
   }
 }
 
+// The risk columns of groups 1 .. G when their rows lie inside the table (null otherwise: the
+// tests then take the general pass).
+std::unique_ptr<RiskColumns> risk_columns(matrix<double>* table, int T, int G) {
+  if (G < 2 || G > 20000 || table->data == nullptr ||
+      3 * static_cast<std::uint64_t>(G) - 1 >= table->rows)
+    return nullptr;
+  const std::uint64_t cols =
+      std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, table->cols);
+  return std::make_unique<RiskColumns>(*table, G, cols);
+}
+
 }  // namespace
 
 static int cComputeLifeTests_impl(matrix<double>* table, int T, int G, double alpha,
                                   matrix<double>* results) {
   std::vector<int> groups;
   for (int k = 1; k <= G && k <= 1000000; ++k) groups.push_back(k);
-  three_tests(table, T, groups, alpha, results);
+  const std::unique_ptr<RiskColumns> rc = G <= 6 ? risk_columns(table, T, G) : nullptr;
+  three_tests(table, T, groups, alpha, results, rc.get());
   return 0;
 }
 
-static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alpha,
-                                 matrix<double>* results) {
+// Every pair of groups on the combined table (`rc`: its risk columns when available; then
+// `table` may be null).
+static int mult_comp(matrix<double>* table, int T, int G, double alpha, matrix<double>* results,
+                     const RiskColumns* rc) {
   // More pairs than an int can number cannot be laid out in any caller array.
   if (G < 2 || T < 0 || G > 20000) return 0;
   const int P = G * (G - 1) / 2;
@@ -296,7 +457,7 @@ static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alp
   int p = 0;
   for (int a = 1; a < G; ++a) {
     for (int b = a + 1; b <= G; ++b, ++p) {
-      three_tests(table, T, {a, b}, alpha, &res);
+      three_tests(table, T, {a, b}, alpha, &res, rc);
       for (int k = 1; k <= 3; ++k) {
         const int row = 3 * p + k;
         results->set(row, 1, a);
@@ -323,6 +484,45 @@ static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alp
     }
   }
   return 0;
+}
+
+static int cComputeMultComp_impl(matrix<double>* table, int T, int G, double alpha,
+                                 matrix<double>* results) {
+  if (G < 2 || T < 0 || G > 20000) return 0;
+  const std::unique_ptr<RiskColumns> rc = risk_columns(table, T, G);
+  return mult_comp(table, T, G, alpha, results, rc.get());
+}
+
+std::vector<std::uint32_t> LifeTestRiskRows(int G) {
+  std::vector<std::uint32_t> rows;
+  for (std::uint32_t k = 0; k < static_cast<std::uint32_t>(G > 0 ? G : 0); ++k) {
+    rows.push_back(3 * k + 1);
+    rows.push_back(3 * k + 2);
+  }
+  return rows;
+}
+
+int ComputeLifeTestsRiskRows(matrix<double>* riskRows, int T, int G, double alpha,
+                             matrix<double>* results) {
+  return velkor::guarded_call([&] {
+    std::vector<int> groups;
+    for (int k = 1; k <= G && k <= 6; ++k) groups.push_back(k);
+    const std::uint64_t cols =
+        std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, riskRows->rows);
+    const RiskColumns rc(riskRows->data, riskRows->rows, cols);
+    three_tests(nullptr, T, groups, alpha, results, &rc);
+    return 0;
+  });
+}
+
+int ComputeMultCompRiskRows(matrix<double>* riskRows, int T, int G, double alpha,
+                            matrix<double>* results) {
+  return velkor::guarded_call([&] {
+    const std::uint64_t cols =
+        std::min<std::uint64_t>(T > 0 ? static_cast<std::uint64_t>(T) : 0, riskRows->rows);
+    const RiskColumns rc(riskRows->data, riskRows->rows, cols);
+    return mult_comp(nullptr, T, G, alpha, results, &rc);
+  });
 }
 
 // Allocation failures become status codes (the worker is exported under its own name).

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "velkor/containers.h"
 #include "velkor/survival_objects.h"
@@ -46,6 +47,17 @@ int LoadKaplanTestColumns(int& count, matrix<double>* source, int G, int R, int 
 // missing-value marker. Returns 0. Cost O(T G^2 + G^3).
 VELKOR_API int cComputeLifeTests(matrix<double>* table, int T, int G, double alpha,
                                  matrix<double>* results);
+
+// The flat entries' form of both tests: their private copy of the combined table holds only the
+// rows the tests read, rows 3k - 1 (n_kt) and 3k (d_kt) of each group k = 1 .. G, listed by
+// LifeTestRiskRows(G) as 0-based rows (1, 2, 4, 5, ...), each stored as one column of `riskRows`
+// (T x 2G: column 2k - 1 n_k, column 2k d_k, 1-based). Same results as cComputeLifeTests (for
+// G <= 6) and cComputeMultComp on the whole table. Not exported.
+std::vector<std::uint32_t> LifeTestRiskRows(int G);
+int ComputeLifeTestsRiskRows(matrix<double>* riskRows, int T, int G, double alpha,
+                             matrix<double>* results);
+int ComputeMultCompRiskRows(matrix<double>* riskRows, int T, int G, double alpha,
+                            matrix<double>* results);
 
 // cComputeMultComp: every pair (a, b), a < b, of the G groups tested with the three tests on the
 // pair's rows of the combined table. P = G (G - 1) / 2 pairs in the order (1,2), (1,3), ...,

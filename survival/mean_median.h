@@ -2,6 +2,10 @@
 // limits, from one group's product-limit table.
 #pragma once
 
+#include <cstdint>
+#include <vector>
+
+#include "survival/kaplan_meier.h"
 #include "velkor/containers.h"
 #include "velkor/survival_objects.h"
 
@@ -37,3 +41,15 @@
 VELKOR_API int ComputeKaplanMeanMedian(matrix<double>* table, double alpha, int k, int nRows,
                                        double& cap, matrix<double>* mean,
                                        matrix<double>* quartiles);
+
+// The five columns (0-based) the mean and quartiles read: time, survival, events, number at risk
+// used, Greenwood sum.
+inline const std::vector<std::uint32_t> kMeanMedianColumns = {
+    km_col::kTime - 1, km_col::kSurv - 1, km_col::kEvents - 1, km_col::kRiskUsed - 1,
+    km_col::kGreenwood - 1};
+
+// KaplanMeanMedianColumns: ComputeKaplanMeanMedian on a copy of only the cells it reads, as the
+// flat entry's private copy holds them: columns = rows 0 .. T of the table (T + 1 = nRows rows,
+// clipped to the table) with the kMeanMedianColumns as its 5 columns. Same outputs. Not exported.
+int KaplanMeanMedianColumns(matrix<double>* columns, double alpha, int k, double& cap,
+                            matrix<double>* mean, matrix<double>* quartiles);

@@ -54,7 +54,7 @@ static int cReorganizeData_impl(matrix<double>* times, int& n, matrix<double>* s
   // sorting status/weights by label and then times/labels by label, since the sort is stable).
   if (nGroups > 1 && rows > 1) {
     const std::vector<std::uint32_t> order = SortOrder(groups->data, rows);
-    for (matrix<double>* m : {status, weights, times, groups}) ApplyRowPermutation(m, 0, order);
+    ApplyRowPermutation({status, weights, times, groups}, 0, order);
   }
 
   // 6. Largest time.
@@ -77,7 +77,7 @@ static int cReorganizeData_impl(matrix<double>* times, int& n, matrix<double>* s
       const std::size_t off = static_cast<std::size_t>(start);
       const std::vector<std::uint32_t> order =
           SortOrder(times->data + off, static_cast<std::size_t>(size));
-      for (matrix<double>* m : {status, weights, times}) ApplyRowPermutation(m, off, order);
+      ApplyRowPermutation({status, weights, times}, off, order);
     }
     start += size;
   }

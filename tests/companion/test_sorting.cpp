@@ -70,21 +70,26 @@ TEST(SortQ, OutOfRangeBlocksAreClippedOrIgnored) {
   EXPECT_EQ(values(key), (std::vector<double>{1, 2, 3}));
 }
 
-TEST(SortOrder, RadixPathAgreesWithStableSortOnLargeInputs) {
-  std::mt19937_64 rng(7);
-  std::uniform_int_distribution<int> d(-500, 500);
-  std::vector<double> v(20000);
-  for (auto& x : v) x = d(rng) * 0.25;  // many ties
-  v[17] = std::numeric_limits<double>::quiet_NaN();
-  const auto order = SortOrder(v.data(), v.size());
-  std::vector<std::uint32_t> ref(v.size());
-  for (std::uint32_t i = 0; i < ref.size(); ++i) ref[i] = i;
-  std::stable_sort(ref.begin(), ref.end(), [&](auto a, auto b) {
-    if (std::isnan(v[a])) return false;
-    if (std::isnan(v[b])) return true;
-    return v[a] < v[b];
-  });
-  EXPECT_EQ(order, ref);
+// Up to 16 distinct keys take the counting sort, more the radix sort (from 512 keys): both must
+// give the stable order, with -0 equal to 0 and NaN last.
+TEST(SortOrder, CountingAndRadixPathsAgreeWithStableSort) {
+  for (int half : {1, 7, 8, 500}) {  // 3 + NaN, 15 + NaN (= 16), 17 + NaN, 1001 + NaN values
+    std::mt19937_64 rng(7);
+    std::uniform_int_distribution<int> d(-half, half);
+    std::vector<double> v(20000);
+    for (auto& x : v) x = d(rng) * 0.25;  // many ties
+    v[17] = std::numeric_limits<double>::quiet_NaN();
+    v[18] = -0.0;
+    const auto order = SortOrder(v.data(), v.size());
+    std::vector<std::uint32_t> ref(v.size());
+    for (std::uint32_t i = 0; i < ref.size(); ++i) ref[i] = i;
+    std::stable_sort(ref.begin(), ref.end(), [&](auto a, auto b) {
+      if (std::isnan(v[a])) return false;
+      if (std::isnan(v[b])) return true;
+      return v[a] < v[b];
+    });
+    EXPECT_EQ(order, ref) << half;
+  }
 }
 
 // Keys already in order take the one-pass shortcut; keys out of order only at the very end, or

@@ -1,17 +1,15 @@
 // Workers of the descriptive survival family called directly (static library): the parts the
-// flat interface does not show (workspace, merging of risk sets, singular covariance, stable
-// ordering) and invariants on real data.
+// flat interface does not show (workspace, merging of risk sets, singular covariance) and
+// invariants on real data.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <vector>
 
 #include "core/numeric.h"
-#include "survival/charts.h"
 #include "survival/kaplan_meier.h"
 #include "survival/life_tests.h"
-#include "survival/preparation.h"
+#include "flat_chain.h"
 
 namespace {
 #include "reference/survival/survival_fixtures.inc"
@@ -21,16 +19,6 @@ matrix<double> Column(std::vector<double> v) {
   return m;
 }
 }  // namespace
-
-TEST(SurvivalWorkers, StableOrderingKeepsTiesInInputOrderWithinEachBlock) {
-  matrix<double> t = Column({2, 1, 2, 2, 1}), s = Column({1, 0, 0, 1, 1}),
-                 w = Column({1, 2, 3, 4, 5}), g = Column({7, 7, 7, 7, 7}), sizes = Column({5});
-  int n = 5;
-  cReorganizeResult r;
-  EXPECT_EQ(cReorganizeData(&t, n, &s, &w, &g, &sizes, 1, 0, r), 0);
-  EXPECT_EQ(std::vector<double>(w.data, w.data + 5), (std::vector<double>{2, 5, 1, 3, 4}));
-  EXPECT_EQ(r.maxTime, 2);
-}
 
 TEST(SurvivalWorkers, WorkspaceHoldsEachTimeAndTheNextOne) {
   matrix<double> t = Column({0, 0, 0, 1, 2, 2}), s = Column({0, 0, 0, 1, 0, 1}),
@@ -83,42 +71,19 @@ TEST(SurvivalWorkers, SingularCovarianceGivesAZeroStatistic) {
   }
 }
 
-TEST(SurvivalWorkers, ShortChartSeriesLoseTheirTailToTheSpareElement) {
-  matrix<double> t = Column({1, 2, 3, 4}), s = Column({1, 0, 1, 1}), w = Column({1, 1, 1, 1});
-  matrix<double> table(5, 12), main(3, 7), haz(1, 3), ll(1, 3);
-  double total;
-  std::uint32_t rows;
-  ComputeKaplanMeier(0, 4, 0, 1, &t, &s, &w, total, &table, rows, nullptr);
-  EXPECT_EQ(
-      KaplanChartSeries(static_cast<int>(rows), -1, -1, -1, 1, &table, 0.05, &main, &haz, &ll, 1),
-      0);
-  EXPECT_EQ(main(3, 1), 1);  // the first step point fits
-  EXPECT_EQ(main.rows, 3u);
-}
-
 TEST(SurvivalWorkers, LungCurvesAreMonotoneAndBelowTheNelsonAalenSurvival) {
   const int n = static_cast<int>(sizeof(lung_time) / sizeof(lung_time[0]));
-  matrix<double> t(static_cast<std::uint32_t>(n), 1, const_cast<double*>(lung_time), 0);
-  matrix<double> s(static_cast<std::uint32_t>(n), 1, const_cast<double*>(lung_status), 0);
-  matrix<double> w(static_cast<std::uint32_t>(n), 1), g(static_cast<std::uint32_t>(n), 1),
-      sizes(1, 1);
-  for (int i = 0; i < n; ++i) w.data[i] = 1;
-  sizes.data[0] = n;
-  int count = n;
-  cReorganizeResult r;
-  ASSERT_EQ(cReorganizeData(&t, count, &s, &w, &g, &sizes, 1, 0, r), 0);
-  matrix<double> table(static_cast<std::uint32_t>(n + 1), 12), na(static_cast<std::uint32_t>(n), 9);
-  double total;
-  std::uint32_t rows;
-  ComputeKaplanMeier(0, n, 0, 1, &t, &s, &w, total, &table, rows, nullptr);
-  TransNelsonAalen(&table, static_cast<int>(rows), 0.05, 1, &na);
-  for (std::uint32_t j = 1; j <= rows; ++j) {
-    const double S = table.at0(j, 7), prev = table.at0(j - 1, 7);
-    EXPECT_LE(S, prev);
-    EXPECT_GE(S, 0);
-    // 1 - x <= exp(-x) term by term: the product-limit curve lies below exp(-H).
-    if (!velkor::IsMissing(na.at0(j - 1, 4))) {
-      EXPECT_LE(S, std::exp(-na.at0(j - 1, 4)) + 1e-15);
+  const FlatChain a({lung_time, lung_time + n}, {lung_status, lung_status + n},
+                    {lung_group, lung_group + n});
+  for (int k = 0; k < a.G; ++k) {
+    for (int j = 1; j <= a.rows(k); ++j) {
+      const double S = a.cell(k, j, 8), H = a.naCell(k, j, 5);
+      EXPECT_LE(S, a.cell(k, j - 1, 8));
+      EXPECT_GE(S, 0);
+      // 1 - x <= exp(-x) term by term: the product-limit curve lies below exp(-H).
+      if (!velkor::IsMissing(H)) {
+        EXPECT_LE(S, std::exp(-H) + 1e-15);
+      }
     }
   }
 }
