@@ -7,8 +7,12 @@
 #include <cstdint>
 #include <vector>
 
+#include <random>
+
+#include "companion/sorting.h"
 #include "core/numeric.h"
 #include "cox/cox.h"
+#include "cox/key_order.h"
 #include "cox/run.h"
 #include "velkor/cox_objects.h"
 
@@ -63,6 +67,31 @@ TEST(CoxPreparation, TiedBlocksCensoringOnlyTimesAndChecks) {
   EXPECT_EQ(bad.rc, -1);
   EXPECT_EQ(bad.t[0], 2.0);      // nothing reordered
   EXPECT_EQ(bad.nt.data[0], 0);  // nor written (the container's fill value)
+}
+
+TEST(CoxPreparation, KeyOrderIsTheStableSortOrder) {
+  // Continuous keys (runs of equal top halves that need the full keys), heavy ties, signed zeros,
+  // NaN and infinities, keys already in order, and a size below the radix threshold.
+  std::mt19937_64 gen(7);
+  std::normal_distribution<double> z;
+  std::uniform_int_distribution<int> pick(0, 99);
+  for (const std::size_t n : {std::size_t{50000}, std::size_t{1000}}) {
+    std::vector<double> cont(n), tied(n), odd(n), asc(n);
+    for (std::size_t i = 0; i < n; ++i) {
+      cont[i] = z(gen) * (i % 3 == 0 ? 1e-7 : 1.0) + (i % 5 == 0 ? 1.0 : 0.0);
+      tied[i] = std::round(z(gen) * 4) / 4;
+      const int k = pick(gen);
+      odd[i] = k < 5    ? NAN
+               : k < 10 ? -0.0
+               : k < 15 ? 0.0
+               : k < 18 ? -INFINITY
+               : k < 21 ? INFINITY
+                        : std::nextafter(1.0, k % 2 ? 2.0 : 0.0);
+      asc[i] = static_cast<double>(i / 3);
+    }
+    for (const auto* keys : {&cont, &tied, &odd, &asc})
+      EXPECT_EQ(velkor::cox::KeyOrder(keys->data(), n), SortOrder(keys->data(), n));
+  }
 }
 
 // A fitted problem over raw data (one stratum), reusing the preparation.
