@@ -28,12 +28,7 @@ FilledLaterVector<double> CentredColumns(const cCOX_Results& res, const std::vec
   const std::size_t q = cols.size();
   FilledLaterVector<double> x(n * q);
   std::vector<double> mean(q, 0.0);
-  for (std::size_t j = 0; j < q; ++j) {
-    const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
-    double s = 0.0;
-    for (std::size_t i = 0; i < n; ++i) s += src[i];
-    mean[j] = n > 0 ? s / static_cast<double>(n) : 0.0;
-  }
+  for (std::size_t j = 0; j < q; ++j) mean[j] = ColumnMean(res, cols[j]);
   if (columnMajor) {
     for (std::size_t j = 0; j < q; ++j) {
       const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
@@ -88,13 +83,10 @@ void StoreFit(COX_Param& param, cCOX_Results& res, const FitResult& f,
     if (b == 0.0) res.zeroCoefficient = 1.0;
   res.inModel.resize(static_cast<std::uint32_t>(res.p), 0);
   for (int c : cols) res.inModel.setElement(static_cast<std::uint32_t>(c), 1);
-  res.means.resize(static_cast<std::uint32_t>(res.p), 0.0);
-  const auto n = static_cast<std::size_t>(res.n);
-  for (int j = 0; j < res.p && n > 0; ++j) {
-    const double* col = res.design.data + static_cast<std::size_t>(j) * n;
-    double sum = 0.0;
-    for (std::size_t i = 0; i < n; ++i) sum += col[i];
-    res.means.data[j] = sum / static_cast<double>(n);
+  if (res.means.count != static_cast<std::uint32_t>(res.p)) {
+    std::vector<double> means(static_cast<std::size_t>(res.p < 0 ? 0 : res.p));
+    for (int j = 0; j < res.p; ++j) means[static_cast<std::size_t>(j)] = ColumnMean(res, j);
+    AssignValues(res.means, means);
   }
 }
 
@@ -103,6 +95,17 @@ std::vector<int> VariableCoefs(const cCOX_Results& res) {
 }
 
 }  // namespace
+
+double ColumnMean(const cCOX_Results& res, int j) {
+  const auto n = static_cast<std::size_t>(res.n < 0 ? 0 : res.n);
+  if (j < 0 || j >= res.p || n == 0) return 0.0;
+  if (res.means.count == static_cast<std::uint32_t>(res.p)) return res.means.data[j];
+  const std::size_t off = static_cast<std::size_t>(j) * n;
+  if (off + n > res.design.count) return 0.0;
+  double s = 0.0;
+  for (std::size_t i = 0; i < n; ++i) s += res.design.data[off + i];
+  return s / static_cast<double>(n);
+}
 
 TieTerms ObjectTerms(int ties) {
   return ties == 1 ? TieTerms::EfronWeighted
@@ -318,15 +321,24 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   AssignValues(res.strataSizes, sizes.data(), um);
   // The design, column by column in sorted order (each column's reads stay within one source
   // column).
+  // The column means over the n rows are summed as the columns are written (the same order of
+  // summation as a pass over each column), for the fit's centring and the later steps.
   ResizeFilledLater(res.design, n * up);
+  std::vector<double> sums(up, 0.0);
   {
     double* out = res.design.data;
     const int* rowIndex = res.rowIndex.data;
     std::size_t j = 0;
     for (const VectD* c : quant) {
-      double* col = out + (j++) * n;
+      double* col = out + j * n;
       const double* src = c->data;
-      for (std::uint32_t r = 0; r < n; ++r) col[r] = src[rowIndex[r]];
+      double s = 0.0;
+      for (std::uint32_t r = 0; r < n; ++r) {
+        const double v = src[rowIndex[r]];
+        col[r] = v;
+        s += v;
+      }
+      sums[j++] = s;
     }
     for (const Quali& q : qualis) {
       const auto levels = q.level.size();
@@ -336,8 +348,17 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
         for (std::size_t l = 1; l < levels; ++l)
           out[(j + l - 1) * n + r] = static_cast<int>(l) == lev ? 1.0 : 0.0;
       }
-      j += levels - 1;
+      for (std::size_t l = 1; l < levels; ++l, ++j) {
+        const double* col = out + j * n;
+        double sum = 0.0;
+        for (std::uint32_t r = 0; r < n; ++r) sum += col[r];
+        sums[j] = sum;
+      }
     }
+  }
+  if (n > 0) {
+    for (double& v : sums) v /= static_cast<double>(n);
+    AssignValues(res.means, sums);
   }
   AssignValues(res.designNames, names.data(), up);
   AssignValues(res.designVariable, designVar.data(), up);

@@ -42,9 +42,7 @@ ModelDesign MakeModelDesign(const cCOX_Results& res) {
     const std::size_t off = static_cast<std::size_t>(d.columns[c]) * d.n;
     if (off + d.n > res.design.count) continue;
     const double* src = res.design.data + off;
-    double s = 0.0;
-    for (std::size_t i = 0; i < d.n; ++i) s += src[i];
-    const double mean = d.n > 0 ? s / static_cast<double>(d.n) : 0.0;
+    const double mean = ColumnMean(res, d.columns[c]);
     for (std::size_t i = 0; i < d.n; ++i) d.x[i * uq + c] = src[i] - mean;
   }
   d.beta.assign(uq, 0.0);
@@ -225,9 +223,7 @@ int ConcordIndex_ST(cCOX_Results& res) {
     Term t{nullptr, b, 0.0};
     if (off + n <= res.design.count) {
       t.src = res.design.data + off;
-      double s = 0.0;
-      for (std::size_t i = 0; i < n; ++i) s += t.src[i];
-      t.mean = s / static_cast<double>(n);
+      t.mean = ColumnMean(res, static_cast<int>(j));
     }
     terms.push_back(t);
   }

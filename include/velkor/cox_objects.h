@@ -117,7 +117,8 @@ struct cCOX_Results {
   VectD strataKey;              // n: stratum key of each sorted row
   VectD strataSizes;            // nStrata: rows per stratum
   VectD design;                 // n x p design matrix (centred by the fit), column-major
-  VectD means;                  // p: column means subtracted by the fit
+  VectD means;                  // p: column means over the n rows (preparation); the fit
+                                //    subtracts them
   VectS designNames;            // p: "age", "celltype=large", ...
   VectI designVariable;         // p: variable number (0-based; quantitative first)
   VectI variableCoefs;          // variables: number of design columns of each variable
