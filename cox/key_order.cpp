@@ -69,11 +69,10 @@ std::vector<std::uint32_t> KeyOrder(const double* key, std::size_t n) {
       ++e;
     }
     if (!inOrder)
-      std::stable_sort(order.begin() + static_cast<std::ptrdiff_t>(g),
-                       order.begin() + static_cast<std::ptrdiff_t>(e),
-                       [&](std::uint32_t x, std::uint32_t y) {
-                         return OrderKey(key[x]) < OrderKey(key[y]);
-                       });
+      std::stable_sort(
+          order.begin() + static_cast<std::ptrdiff_t>(g),
+          order.begin() + static_cast<std::ptrdiff_t>(e),
+          [&](std::uint32_t x, std::uint32_t y) { return OrderKey(key[x]) < OrderKey(key[y]); });
     g = e;
   }
   return order;

@@ -17,7 +17,6 @@ bool Present(double v) {
   return !std::isnan(v) && !IsMissing(v);
 }
 
-
 // The listed design columns, each centred on its mean over the rows, stored row by row (n x q)
 // or, with columnMajor, column by column.
 // The copy comes from the frame's block cache (memory of an earlier call reused) and is written

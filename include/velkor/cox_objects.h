@@ -101,6 +101,13 @@ struct COX_Param {
 // ---------------------------------------------------------------------------------------------
 // Results of the object form. The caller sets the two request flags; everything else is written
 // by the run. Vectors are column-major tables as described at the top of this header.
+//
+// Memory: every vector of the results owns its buffer, allocated with new[] by the library, and
+// the vector's own destructor frees it with delete[] (the inline cST_MVect destructor, compiled
+// into the caller): layout and ownership are those of cST_MVect, on both sides of the library
+// boundary. The run replaces a vector's buffer in place, once per output, and leaves the large
+// per-row outputs (time, status, weights, row numbers, design) unfilled until it writes them;
+// it never hands out memory of its internal block cache, which a caller could not free.
 // ---------------------------------------------------------------------------------------------
 struct cCOX_Results {
   // Requests of the caller.

@@ -84,7 +84,8 @@ TEST(CoxFit, IterationLimitAndBookkeeping) {
 TEST(CoxFit, SingularMatrixObjectFitFails) {
   // A constant (centred: zero) column makes the matrix singular: the object form's step fails
   // (-1, reported by the run as -5); the flat form goes on (tested through RunCoxReg).
-  EXPECT_EQ(Prepared({1, 2, 3, 4}, {1, 1, 0, 1}, {0, 0, 0, 0, 1, 3, 2, 5}, 2).Object(10).status, -1);
+  EXPECT_EQ(Prepared({1, 2, 3, 4}, {1, 1, 0, 1}, {0, 0, 0, 0, 1, 3, 2, 5}, 2).Object(10).status,
+            -1);
 }
 
 // ---- Criteria ----------------------------------------------------------------------------------
@@ -129,7 +130,8 @@ TEST(CoxCriteria, ModelStatisticsAndGlobalTests) {
   const Crit c = RunCriteria(2, beta, inv, -40.0, -45.0, 3);
   // Column-major 6 x 2. Events used and the Schwarz size: n minus the FIRST stratum's censored
   // count (20 - 3); null model: 0 df, -2 L0 in rows 3 to 5, 1 iteration.
-  const std::vector<double> stats = {17, 0, 90, 90, 90, 1, 17, 2, 80, 84, 2 * std::log(17.0) + 80, 7};
+  const std::vector<double> stats = {17, 0, 90, 90, 90, 1, 17, 2, 80, 84, 2 * std::log(17.0) + 80,
+                                     7};
   EXPECT_EQ(std::vector<double>(c.stats, c.stats + 12), stats);
   EXPECT_EQ(c.tests[0], 2.0);
   EXPECT_EQ(c.tests[3], 10.0);                     // -2 (L0 - L)

@@ -45,10 +45,10 @@ TEST(CoxLikelihood, CumulativeSumsEqualDirectSumsAndTheTextbookDefinitionOnHeavy
       for (std::size_t k = 0; k < a.h.size(); ++k)
         EXPECT_NEAR(a.h[k], b.h[k], 1e-11 * std::fabs(b.h[k]) + 1e-12);
     }
-    EXPECT_NEAR(b.ll,
-                prep.Textbook(beta, terms == TieTerms::EfronWeighted,
-                              terms == TieTerms::BreslowCount),
-                1e-10);
+    EXPECT_NEAR(
+        b.ll,
+        prep.Textbook(beta, terms == TieTerms::EfronWeighted, terms == TieTerms::BreslowCount),
+        1e-10);
   }
 }
 
@@ -145,9 +145,9 @@ TEST(CoxLikelihood, CallerBuiltTablesOutOfOrderOrOverlappingGiveTheDirectSums) {
     bool ascending;
     TieTerms terms;
   };
-  for (const Case& c : {Case{{{3, 1, 1}, {0, 1, 1}, {1, 2, 1}, {4, 1, 1}}, false,
-                             TieTerms::BreslowCount},
-                        Case{{{0, 3, 3}, {2, 2, 2}, {4, 2, 2}}, true, TieTerms::EfronWeighted}}) {
+  for (const Case& c :
+       {Case{{{3, 1, 1}, {0, 1, 1}, {1, 2, 1}, {4, 1, 1}}, false, TieTerms::BreslowCount},
+        Case{{{0, 3, 3}, {2, 2, 2}, {4, 2, 2}}, true, TieTerms::EfronWeighted}}) {
     velkor::cox::RiskLayout lay;
     lay.n = 6;
     lay.blocks = c.blocks;

@@ -69,12 +69,12 @@ FlatRun RunFlat(const CoxFixture& f, int ties, int selection = -1, double thresh
   r.coef.assign(up * 9, -7.0);
   r.steps.assign(up * 4, -7.0);
   r.varStep.assign(up, -7);
-  r.status = RunCoxReg(f.time, f.status, nullptr, f.x, m > 1 ? f.strata : nullptr,
-                       m > 1 && !countSizes ? sizes.data() : nullptr, f.n, f.p, m, ties,
-                       &r.iterations, 1e-12, selection, threshold, backStat, 0, nullptr, 0.05, 0, 0,
-                       r.beta.data(), r.stats.data(), r.tests.data(), r.coef.data(), &r.z,
-                       r.steps.data(), r.varStep.data(), &r.nFinal, nullptr, nullptr, nullptr,
-                       nullptr);
+  r.status =
+      RunCoxReg(f.time, f.status, nullptr, f.x, m > 1 ? f.strata : nullptr,
+                m > 1 && !countSizes ? sizes.data() : nullptr, f.n, f.p, m, ties, &r.iterations,
+                1e-12, selection, threshold, backStat, 0, nullptr, 0.05, 0, 0, r.beta.data(),
+                r.stats.data(), r.tests.data(), r.coef.data(), &r.z, r.steps.data(),
+                r.varStep.data(), &r.nFinal, nullptr, nullptr, nullptr, nullptr);
   return r;
 }
 
@@ -367,10 +367,10 @@ TEST(CoxApiBadInput, DataConditionsReturnTheirCodesAndWriteNothing) {
     std::vector<double> t, s;
     int status;
   };
-  for (const Case& c : {Case{{1, 2, 3, 4}, {1, 2, 0, 1}, -1},    // status 2
-                        Case{{1, 2, 3, 4}, {1, NAN, 0, 1}, -1},  // NaN status is not in [0, 1]
-                        Case{{1}, {1}, -2},                      // one row
-                        Case{{}, {}, -2},                        // n = 0
+  for (const Case& c : {Case{{1, 2, 3, 4}, {1, 2, 0, 1}, -1},     // status 2
+                        Case{{1, 2, 3, 4}, {1, NAN, 0, 1}, -1},   // NaN status is not in [0, 1]
+                        Case{{1}, {1}, -2},                       // one row
+                        Case{{}, {}, -2},                         // n = 0
                         Case{{1, 2, 3, 4}, {0, 0, 0, 0}, -3}}) {  // no event
     SmallRun r(c.t, c.s, x, 1);
     EXPECT_EQ(r.status, c.status);
@@ -550,8 +550,9 @@ TEST(CoxApiWorkers, ObjectWorkersChainToTheComputeResult) {
   ASSERT_EQ(ReorganizeDataCox_ST(d, par2, steps, factors), 0);
   ASSERT_EQ(OptimizeCoxModel_ST(par2, steps, {}), 0);
   ASSERT_EQ(ComputeCritCox_ST(par2, steps), 0);
-  EXPECT_EQ(std::vector<double>(steps.coefTable.data, steps.coefTable.data + steps.coefTable.count),
-            std::vector<double>(whole.coefTable.data, whole.coefTable.data + whole.coefTable.count));
+  EXPECT_EQ(
+      std::vector<double>(steps.coefTable.data, steps.coefTable.data + steps.coefTable.count),
+      std::vector<double>(whole.coefTable.data, whole.coefTable.data + whole.coefTable.count));
   double ll = 0;
   VectD g, h;
   ASSERT_EQ(ComputeLogLikeDerivativesCox_ST(whole.beta, {}, nullptr, par, whole, ll, g, h), 0);
