@@ -240,8 +240,11 @@ struct Evaluation {
     double s = 0.0, a[P] = {}, c[kC] = {};
     for (std::size_t i = from; i < to; ++i) {
       const double f = e0[i - from];
-      const double wf = w[i] * f;
-      const double e = (w[i] != 0.0) & (f >= 0.0) ? wf : 0.0;
+      // wf where the row enters, +0 otherwise, by a bit mask (a conditional expression here is
+      // compiled into the very branch this avoids).
+      const std::uint64_t keep =
+          std::uint64_t{0} - static_cast<std::uint64_t>((w[i] != 0.0) & (f >= 0.0));
+      const double e = std::bit_cast<double>(std::bit_cast<std::uint64_t>(w[i] * f) & keep);
       const double* x = rm + i * P;
       s += e;
       int idx = 0;
