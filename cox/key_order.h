@@ -1,5 +1,6 @@
-// Stable ascending order of a column of doubles for the Cox routines' large sorts (times in the
-// preparation, linear predictors in the concordance index).
+// Stable ascending order of a column of continuous doubles (the linear predictors of the
+// concordance index). Keys with many exact ties (times) sort faster with the companion SortOrder,
+// which skips the radix digits all keys share.
 #pragma once
 
 #include <cstddef>

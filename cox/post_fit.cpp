@@ -214,7 +214,7 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
   for (std::size_t k = 0; k < n && ascending; ++k)
     ascending = !std::isnan(time[k]) && (k == 0 || !(time[k] < time[k - 1]));
   std::vector<std::uint32_t> sorted;
-  if (!ascending) sorted = KeyOrder(time, n);
+  if (!ascending) sorted = SortOrder(time, n);
   // Rows with a time (NaN last in the ascending order), visited from the last: row(k) is the
   // k-th row in descending time.
   std::size_t timed = ascending ? n : sorted.size();

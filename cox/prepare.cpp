@@ -5,7 +5,6 @@
 
 #include "companion/sorting.h"
 #include "cox/cox.h"
-#include "cox/key_order.h"
 
 namespace velkor::cox {
 namespace {
@@ -57,20 +56,20 @@ int SortedRowOrder(matrix<double>* time, int n, matrix<double>* status, matrix<d
   // One stratum holding every row in input order: the order is the time order itself (no
   // identity permutation to build first). Otherwise start from the identity or the key order.
   if (identity && nStrata >= 1 && size[0] == rows && rows >= 2) {
-    order = KeyOrder(time->data, rows);
+    order = SortOrder(time->data, rows);
     return 0;
   }
   if (identity) {
     order.resize(rows);
     for (std::size_t i = 0; i < rows; ++i) order[i] = static_cast<std::uint32_t>(i);
   } else {
-    order = KeyOrder(strataKey->data, rows);
+    order = SortOrder(strataKey->data, rows);
   }
   std::vector<double> block_times;
   for (std::size_t s = 0; s < first.size(); ++s) {
     if (size[s] < 2) continue;
     if (identity && first[s] == 0) {  // rows still in input order: sort the times where they are
-      std::vector<std::uint32_t> by_time = KeyOrder(time->data, size[s]);
+      std::vector<std::uint32_t> by_time = SortOrder(time->data, size[s]);
       if (size[s] == rows) {
         order.swap(by_time);  // the whole order: no copy
       } else {
@@ -80,7 +79,7 @@ int SortedRowOrder(matrix<double>* time, int n, matrix<double>* status, matrix<d
     }
     block_times.resize(size[s]);
     for (std::size_t r = 0; r < size[s]; ++r) block_times[r] = time->data[order[first[s] + r]];
-    const std::vector<std::uint32_t> by_time = KeyOrder(block_times.data(), size[s]);
+    const std::vector<std::uint32_t> by_time = SortOrder(block_times.data(), size[s]);
     std::vector<std::uint32_t> sub(size[s]);
     for (std::size_t r = 0; r < size[s]; ++r) sub[r] = order[first[s] + by_time[r]];
     std::copy(sub.begin(), sub.end(), order.begin() + static_cast<std::ptrdiff_t>(first[s]));
