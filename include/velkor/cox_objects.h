@@ -15,7 +15,9 @@
 // Efron terms of a time with d tied events all carry the mean event weight W_k / d (W_k the sum
 // of the case weights of those events), so that sum_j equals sum_i w_i log S_k for Breslow ties;
 // the gradient and matrix are weighted the same way, so they are the derivatives of the
-// log-likelihood that is reported.
+// log-likelihood that is reported. The d logarithms of a tied time are taken as one logarithm of
+// their product (kept as mantissa and binary exponent, so it never overflows): the value agrees
+// with the sum of the d logarithms to rounding, not bit for bit.
 //
 // Decisions of this library where the usual descriptions leave a choice:
 //   - qualitative variables: treatment coding, first level the reference (as R's default
