@@ -12,6 +12,9 @@
 //                          compared with coxph.fit(method = "efron", resid = FALSE), so the
 //                          results object asks for no survival function and residuals
 //                          (suppressSurvival = -1), which coxph.fit does not compute either
+//   ST steps, no quality   the object run's preparation, fit and criteria through the exported
+//                          workers, without the quality row (its concordance index): what the
+//                          quality row costs
 //   evaluation/breslow|efron  one log-likelihood + gradient + matrix evaluation (the cost of an
 //                          iteration without its inversion)
 // The flat run's tolerance is absolute: 1e-9 x n matches coxph's relative 1e-9 on a
@@ -133,6 +136,35 @@ void BM_COX_Compute_ST(benchmark::State& st) {
   g_iterations[Key("COX_Compute_ST/efron", d.n)] = iters;
 }
 
+// The object run's steps without the quality row (preparation, fit, criteria through the
+// exported workers): the part of COX_Compute_ST that coxph.fit also does, measured to show what
+// the concordance index of the quality row costs.
+void BM_ObjectSteps(benchmark::State& st) {
+  const Data& d = Load(st.range(0));
+  const auto un = static_cast<std::uint32_t>(d.n);
+  cST_DataSet ds;
+  ds.add(u"time", d.time.data(), un);
+  ds.add(u"status", d.status.data(), un);
+  cST_FactorsInfo fi;
+  for (int j = 0; j < kP; ++j) {
+    ds.add(u"x" + std::u16string(1, static_cast<char16_t>(u'1' + j)),
+           d.x.data() + static_cast<std::size_t>(j) * un, un);
+    fi.quantitative.push_back(2 + j);
+  }
+  double iters = 0;
+  for (auto _ : st) {
+    COX_Param par;
+    par.ties = 1;
+    cCOX_Results res;
+    if (ReorganizeDataCox_ST(ds, par, res, fi) != 0 || OptimizeCoxModel_ST(par, res, {}) != 0 ||
+        ComputeCritCox_ST(par, res) != 0)
+      st.SkipWithError("object steps failed");
+    iters = res.iterations;
+    benchmark::DoNotOptimize(res.beta.data);
+  }
+  g_iterations[Key("ST steps, no quality", d.n)] = iters;
+}
+
 template <velkor::cox::TieTerms Terms>
 void BM_Evaluation(benchmark::State& st) {
   const Data& d = Load(st.range(0));
@@ -218,6 +250,12 @@ BENCHMARK(BM_COX_Compute_ST)
     ->Arg(kSizes[2])
     ->Unit(benchmark::kMillisecond)
     ->MinTime(0.2);
+BENCHMARK(BM_ObjectSteps)
+    ->Arg(kSizes[0])
+    ->Arg(kSizes[1])
+    ->Arg(kSizes[2])
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(0.2);
 BENCHMARK(BM_Evaluation<velkor::cox::TieTerms::BreslowCount>)
     ->Name("BM_Evaluation/breslow")
     ->Arg(kSizes[0])
@@ -246,7 +284,8 @@ int main(int argc, char** argv) {
     const char* ties;
   };
   for (const Row& row : {Row{"RunCoxReg/breslow", "BM_RunCoxReg", "breslow"},
-                         Row{"COX_Compute_ST/efron", "BM_COX_Compute_ST", "efron"}}) {
+                         Row{"COX_Compute_ST/efron", "BM_COX_Compute_ST", "efron"},
+                         Row{"ST steps, no quality", "BM_ObjectSteps", "efron"}}) {
     for (long long n : kSizes) {
       const std::string b = std::string(row.bench) + "/" + std::to_string(n);
       if (!rec.seconds.count(b)) continue;

@@ -17,10 +17,6 @@ bool Present(double v) {
   return !std::isnan(v) && !IsMissing(v);
 }
 
-VectD ToVect(const std::vector<double>& v) {
-  return VectD(v.data(), static_cast<std::uint32_t>(v.size()));
-}
-
 // The listed design columns, each centred on its mean over the rows, stored row by row (n x q)
 // or, with columnMajor, column by column.
 // The copy comes from the frame's block cache (memory of an earlier call reused) and is written
@@ -31,12 +27,7 @@ FilledLaterVector<double> CentredColumns(const cCOX_Results& res, const std::vec
   const std::size_t q = cols.size();
   FilledLaterVector<double> x(n * q);
   std::vector<double> mean(q, 0.0);
-  for (std::size_t j = 0; j < q; ++j) {
-    const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
-    double s = 0.0;
-    for (std::size_t i = 0; i < n; ++i) s += src[i];
-    mean[j] = n > 0 ? s / static_cast<double>(n) : 0.0;
-  }
+  for (std::size_t j = 0; j < q; ++j) mean[j] = ColumnMean(res, cols[j]);
   if (columnMajor) {
     for (std::size_t j = 0; j < q; ++j) {
       const double* src = res.design.data + static_cast<std::size_t>(cols[j]) * n;
@@ -74,13 +65,13 @@ FitResult FitColumns(COX_Param& param, cCOX_Results& res, const RiskLayout& layo
 // Stores a fit of the columns `cols` as the final model of res.
 void StoreFit(COX_Param& param, cCOX_Results& res, const FitResult& f,
               const std::vector<int>& cols) {
-  res.beta = ToVect(f.beta);
-  res.se = ToVect(f.se);
-  res.gradient = ToVect(f.grad);
-  res.hessian = ToVect(f.hess);
-  res.inverse = ToVect(f.inv);
-  res.initGradient = ToVect(f.grad0);
-  res.initInverse = ToVect(f.inv0);
+  AssignValues(res.beta, f.beta);
+  AssignValues(res.se, f.se);
+  AssignValues(res.gradient, f.grad);
+  AssignValues(res.hessian, f.hess);
+  AssignValues(res.inverse, f.inv);
+  AssignValues(res.initGradient, f.grad0);
+  AssignValues(res.initInverse, f.inv0);
   res.logLik = f.loglik;
   res.logLik0 = f.loglik0;
   res.iterations = f.iterations;
@@ -89,15 +80,12 @@ void StoreFit(COX_Param& param, cCOX_Results& res, const FitResult& f,
   res.zeroCoefficient = 0.0;
   for (double b : f.beta)
     if (b == 0.0) res.zeroCoefficient = 1.0;
-  res.inModel = VectI(static_cast<std::uint32_t>(res.p), 0);
+  res.inModel.resize(static_cast<std::uint32_t>(res.p), 0);
   for (int c : cols) res.inModel.setElement(static_cast<std::uint32_t>(c), 1);
-  res.means = VectD(static_cast<std::uint32_t>(res.p), 0.0);
-  const auto n = static_cast<std::size_t>(res.n);
-  for (int j = 0; j < res.p && n > 0; ++j) {
-    const double* col = res.design.data + static_cast<std::size_t>(j) * n;
-    double sum = 0.0;
-    for (std::size_t i = 0; i < n; ++i) sum += col[i];
-    res.means.data[j] = sum / static_cast<double>(n);
+  if (res.means.count != static_cast<std::uint32_t>(res.p)) {
+    std::vector<double> means(static_cast<std::size_t>(res.p < 0 ? 0 : res.p));
+    for (int j = 0; j < res.p; ++j) means[static_cast<std::size_t>(j)] = ColumnMean(res, j);
+    AssignValues(res.means, means);
   }
 }
 
@@ -106,6 +94,17 @@ std::vector<int> VariableCoefs(const cCOX_Results& res) {
 }
 
 }  // namespace
+
+double ColumnMean(const cCOX_Results& res, int j) {
+  const auto n = static_cast<std::size_t>(res.n < 0 ? 0 : res.n);
+  if (j < 0 || j >= res.p || n == 0) return 0.0;
+  if (res.means.count == static_cast<std::uint32_t>(res.p)) return res.means.data[j];
+  const std::size_t off = static_cast<std::size_t>(j) * n;
+  if (off + n > res.design.count) return 0.0;
+  double s = 0.0;
+  for (std::size_t i = 0; i < n; ++i) s += res.design.data[off + i];
+  return s / static_cast<double>(n);
+}
 
 TieTerms ObjectTerms(int ties) {
   return ties == 1 ? TieTerms::EfronWeighted
@@ -275,19 +274,22 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
   res.n = static_cast<int>(n);
   res.p = p;
   res.nStrata = m;
-  res.time = VectD(n);
-  res.status = VectD(n);
-  res.strataKey = VectD(n);
-  res.rowIndex = VectI(n);
-  res.weights = VectD(n);
-  res.eventWeights = VectD(n);
+  ResizeFilledLater(res.time, n);
+  ResizeFilledLater(res.status, n);
+  ResizeFilledLater(res.rowIndex, n);
+  ResizeFilledLater(res.weights, n);
+  ResizeFilledLater(res.eventWeights, n);
   // One vector per loop: each loop reads a single source in random order, which keeps that
   // source in cache far better than reading all of them row by row.
   const std::uint32_t* o = order.data();
   for (std::uint32_t r = 0; r < n; ++r) res.time.data[r] = tSrc[o[r]];
   for (std::uint32_t r = 0; r < n; ++r) res.status.data[r] = sSrc[o[r]];
-  if (kSrc)
+  if (kSrc) {
+    ResizeFilledLater(res.strataKey, n);
     for (std::uint32_t r = 0; r < n; ++r) res.strataKey.data[r] = kSrc[o[r]];
+  } else {
+    res.strataKey.resize(n, 0.0);  // one stratum: every key 0
+  }
   if (allRows) {
     for (std::uint32_t r = 0; r < n; ++r) res.rowIndex.data[r] = static_cast<int>(o[r]);
   } else {
@@ -315,18 +317,27 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
       bSize.data[cell] = 0;
       bEvents.data[cell] = 0;
     }
-  res.strataSizes = VectD(sizes.data(), um);
+  AssignValues(res.strataSizes, sizes.data(), um);
   // The design, column by column in sorted order (each column's reads stay within one source
   // column).
-  res.design = VectD(n * up);
+  // The column means over the n rows are summed as the columns are written (the same order of
+  // summation as a pass over each column), for the fit's centring and the later steps.
+  ResizeFilledLater(res.design, n * up);
+  std::vector<double> sums(up, 0.0);
   {
     double* out = res.design.data;
     const int* rowIndex = res.rowIndex.data;
     std::size_t j = 0;
     for (const VectD* c : quant) {
-      double* col = out + (j++) * n;
+      double* col = out + j * n;
       const double* src = c->data;
-      for (std::uint32_t r = 0; r < n; ++r) col[r] = src[rowIndex[r]];
+      double s = 0.0;
+      for (std::uint32_t r = 0; r < n; ++r) {
+        const double v = src[rowIndex[r]];
+        col[r] = v;
+        s += v;
+      }
+      sums[j++] = s;
     }
     for (const Quali& q : qualis) {
       const auto levels = q.level.size();
@@ -336,19 +347,28 @@ int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
         for (std::size_t l = 1; l < levels; ++l)
           out[(j + l - 1) * n + r] = static_cast<int>(l) == lev ? 1.0 : 0.0;
       }
-      j += levels - 1;
+      for (std::size_t l = 1; l < levels; ++l, ++j) {
+        const double* col = out + j * n;
+        double sum = 0.0;
+        for (std::uint32_t r = 0; r < n; ++r) sum += col[r];
+        sums[j] = sum;
+      }
     }
   }
-  res.designNames = VectS(names.data(), up);
-  res.designVariable = VectI(designVar.data(), up);
-  res.variableCoefs = VectI(varCoefs.data(), static_cast<std::uint32_t>(varCoefs.size()));
+  if (n > 0) {
+    for (double& v : sums) v /= static_cast<double>(n);
+    AssignValues(res.means, sums);
+  }
+  AssignValues(res.designNames, names.data(), up);
+  AssignValues(res.designVariable, designVar.data(), up);
+  AssignValues(res.variableCoefs, varCoefs);
   res.maxTimes = maxTimes;
-  res.nTimes = VectI(nTimes.data, um);
-  res.nCensored = VectI(nCens.data, um);
+  AssignValues(res.nTimes, nTimes.data, um);
+  AssignValues(res.nCensored, nCens.data, um);
   const std::size_t cells = static_cast<std::size_t>(um) * static_cast<std::size_t>(maxTimes);
-  res.blockStart = VectI(bStart.data, static_cast<std::uint32_t>(cells));
-  res.blockSize = VectI(bSize.data, static_cast<std::uint32_t>(cells));
-  res.blockEvents = VectI(bEvents.data, static_cast<std::uint32_t>(cells));
+  AssignValues(res.blockStart, bStart.data, static_cast<std::uint32_t>(cells));
+  AssignValues(res.blockSize, bSize.data, static_cast<std::uint32_t>(cells));
+  AssignValues(res.blockEvents, bEvents.data, static_cast<std::uint32_t>(cells));
   factors.designNames = names;
   factors.designVariable = designVar;
   return 0;
@@ -369,8 +389,8 @@ int ComputeLogLikeDerivativesCox_ST(const VectD& beta, const std::vector<int>& c
   EvaluateRiskSets(layout, x.data(), static_cast<std::size_t>(res.n), static_cast<int>(q),
                    res.eventWeights.data, b.data(), ObjectTerms(param.ties), loglik, g.data(),
                    h.data());
-  grad = ToVect(g);
-  hess = ToVect(h);
+  AssignValues(grad, g);
+  AssignValues(hess, h);
   return 0;
 }
 
@@ -398,9 +418,9 @@ int ComputeCritCox_ST(COX_Param& param, cCOX_Results& res) {
            static_cast<int>(res.iterations), param.alpha, res.beta.data, res.hessian.data,
            res.inverse.data, res.z, stats.data(), res.initGradient.data, res.initInverse.data,
            coef.data(), q, tests.data());
-  res.modelStats = ToVect(stats);
-  res.globalTests = ToVect(tests);
-  res.coefTable = VectD(static_cast<std::uint32_t>(up * 9), 0.0);
+  AssignValues(res.modelStats, stats);
+  AssignValues(res.globalTests, tests);
+  res.coefTable.resize(static_cast<std::uint32_t>(up * 9), 0.0);
   std::vector<std::vector<int>> varCols;
   std::vector<int> varOfCol(up, -1);
   if (VariableColumns(VariableCoefs(res), p, varCols))
@@ -447,11 +467,10 @@ int Select(COX_Param& param, cCOX_Results& res, bool forward) {
   param.maxIterations = limit;
   if (sel.status < 0) return -1;
   StoreFit(param, res, sel.fit, sel.columns);
-  res.stepTable = ToVect(sel.stepTable);
+  AssignValues(res.stepTable, sel.stepTable);
   for (std::uint32_t k = 0; k < res.stepTable.count; ++k)
     if (std::isnan(res.stepTable.data[k])) res.stepTable.data[k] = kMissing;
-  res.variableStep =
-      VectI(sel.variableStep.data(), static_cast<std::uint32_t>(sel.variableStep.size()));
+  AssignValues(res.variableStep, sel.variableStep);
   res.steps = sel.steps;
   return sel.status;
 }
@@ -485,7 +504,7 @@ int COX_RunCoxReg_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,
       return 0;  // no fit requested: the prepared data only
   }
   if (rc < 0) return -5;
-  if (res.variableStep.count == 0) res.variableStep = VectI(res.variableCoefs.count, 0);
+  if (res.variableStep.count == 0) res.variableStep.resize(res.variableCoefs.count, 0);
   cox::ComputeCritCox_ST(param, res);
   // Quality indices of the fitted model; then, unless suppressed, the survival function, residuals
   // and the proportional-hazards test; then the validation the parameters ask for.

@@ -11,6 +11,7 @@
 #include "companion/sorting.h"
 #include "core/frame_memory.h"
 #include "core/numeric.h"
+#include "cox/key_order.h"
 #include "cox/scratch.h"
 
 namespace velkor::cox {
@@ -194,7 +195,7 @@ double ConcordanceFenwick(std::size_t n, const double* time, const double* statu
   // the first position of its group of equal eta (a NaN is equal to nothing): the rows with eta
   // below row i's are exactly those placed before i's group. Positions are unique, so the rows
   // already counted form a set of positions held as a bitset.
-  const std::vector<std::uint32_t> byEta = SortOrder(eta, n);
+  const std::vector<std::uint32_t> byEta = KeyOrder(eta, n);
   struct Place {
     std::uint32_t pos, low;
   };

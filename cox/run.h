@@ -36,6 +36,10 @@ int cRunCoxReg(matrix<double>* time, matrix<double>* status, matrix<double>* wei
 RiskLayout ObjectLayout(cCOX_Results& res);
 // Tie terms of the object form: 1 Efron, 0 Breslow (event terms weighted), others nothing.
 TieTerms ObjectTerms(int ties);
+// Mean of design column j over the n prepared rows: res.means (the preparation computes them, in
+// the same order of summation as a pass over the column) when it holds p values, otherwise a pass
+// over the column.
+double ColumnMean(const cCOX_Results& res, int j);
 
 // Object form (contracts in velkor/cox_objects.h, under the same names without the namespace).
 int ReorganizeDataCox_ST(cST_DataSet& data, COX_Param& param, cCOX_Results& res,

@@ -42,9 +42,7 @@ ModelDesign MakeModelDesign(const cCOX_Results& res) {
     const std::size_t off = static_cast<std::size_t>(d.columns[c]) * d.n;
     if (off + d.n > res.design.count) continue;
     const double* src = res.design.data + off;
-    double s = 0.0;
-    for (std::size_t i = 0; i < d.n; ++i) s += src[i];
-    const double mean = d.n > 0 ? s / static_cast<double>(d.n) : 0.0;
+    const double mean = ColumnMean(res, d.columns[c]);
     for (std::size_t i = 0; i < d.n; ++i) d.x[i * uq + c] = src[i] - mean;
   }
   d.beta.assign(uq, 0.0);
@@ -173,15 +171,15 @@ int SurvFoncCox_ST(COX_Param& /*param*/, cCOX_Results& res) {
   const auto m = static_cast<std::uint32_t>(layout.strata.size());
   const auto K = static_cast<std::uint32_t>(res.maxTimes < 0 ? 0 : res.maxTimes);
   const auto n = static_cast<std::uint32_t>(d.n);
-  res.baseSurvival = VectD(m * K, kMissing);
-  res.meanSurvival = VectD(m * K, kMissing);
+  res.baseSurvival.resize(m * K, kMissing);
+  res.meanSurvival.resize(m * K, kMissing);
   // Centred covariates: the mean covariate vector is 0.
   const std::vector<double> zero(static_cast<std::size_t>(d.q), 0.0);
   FillSurvival(layout, bl, d.q, d.beta.data(), zero.data(), static_cast<int>(K),
                res.baseSurvival.data, nullptr, res.meanSurvival.data);
   // Survival of each row at its own time, S0(t_i)^exp(eta_i): n values (the whole curve of row i
   // is baseSurvival^exp(eta_i); an n x K table would not fit in memory for large data sets).
-  res.rowSurvival = VectD(n, kMissing);
+  res.rowSurvival.resize(n, kMissing);
   for (std::uint32_t i = 0; i < n; ++i) {
     const std::uint32_t b = bl.blockOf[i];
     const double H = b == BreslowBaseline::kNoBlock ? 0.0 : bl.cumHaz[b];
@@ -197,7 +195,7 @@ int ResCox_ST(COX_Param& /*param*/, cCOX_Results& res) {
   const ModelDesign d = MakeModelDesign(res);
   const BreslowBaseline bl = ComputeBreslowBaseline(layout, d.x.data(), d.q, d.beta.data());
   const auto n = static_cast<std::uint32_t>(d.n);
-  res.residuals = VectD(n * static_cast<std::uint32_t>(4 + 2 * d.q), kMissing);
+  res.residuals.resize(n * static_cast<std::uint32_t>(4 + 2 * d.q), kMissing);
   FillResiduals(layout, bl, res.time.data, res.status.data, d.x.data(), d.q, nullptr,
                 res.residuals.data, d.n);
   return 0;
@@ -225,9 +223,7 @@ int ConcordIndex_ST(cCOX_Results& res) {
     Term t{nullptr, b, 0.0};
     if (off + n <= res.design.count) {
       t.src = res.design.data + off;
-      double s = 0.0;
-      for (std::size_t i = 0; i < n; ++i) s += t.src[i];
-      t.mean = s / static_cast<double>(n);
+      t.mean = ColumnMean(res, static_cast<int>(j));
     }
     terms.push_back(t);
   }
@@ -248,7 +244,7 @@ int ConcordIndex_ST(cCOX_Results& res) {
 int ComputeCVTable_ST(COX_Param& /*param*/, cCOX_Results& res) {
   if (cox::ConcordIndex_ST(res) != 0 || res.modelStats.count < 12) return -1;
   const double D0 = res.modelStats.data[2], D = res.modelStats.data[8];
-  res.cvTable = VectD(5, kMissing);
+  res.cvTable.resize(5, kMissing);
   double row[5];
   QualityRow(D0, D, res.n, static_cast<int>(res.beta.count), D, D0, res.concordance, row);
   for (std::uint32_t c = 0; c < 5; ++c) res.cvTable.data[c] = row[c];
@@ -259,7 +255,7 @@ int Cox_ProportionalityTest_ST(COX_Param& param, cCOX_Results& res) {
   if (!Prepared(res)) return -1;
   const RiskLayout layout = ObjectLayout(res);
   const ModelDesign d = MakeModelDesign(res);
-  res.phTest = VectD(static_cast<std::uint32_t>(d.q + 1) * 3, kMissing);
+  res.phTest.resize(static_cast<std::uint32_t>(d.q + 1) * 3, kMissing);
   const int tr = param.phTransform;
   const PHTransform t = tr == 0   ? PHTransform::Identity
                         : tr == 1 ? PHTransform::Log
@@ -370,7 +366,7 @@ int ComputeBootOut_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info) {
   if (!Prepared(res)) return -1;
   const int B = param.bootstrapSamples;
   if (B < 1) {
-    res.bootTable = VectD();
+    res.bootTable.resize(0, 0.0);
     return 0;
   }
   const ModelDesign d = MakeModelDesign(res);
@@ -399,7 +395,7 @@ int ComputeBootOut_ST(COX_Param& param, cCOX_Results& res, VELKORInfo& info) {
   std::vector<double> est(d.beta);
   if (cox::ConcordIndex_ST(res) == 0) est.push_back(res.concordance);
   est.resize(cols, kMissing);
-  res.bootTable = VectD(static_cast<std::uint32_t>(cols * 6), kMissing);
+  res.bootTable.resize(static_cast<std::uint32_t>(cols * 6), kMissing);
   BootSummary(B, static_cast<int>(cols), reps.data(), est.data(), param.alpha, res.bootTable.data);
   return 0;
 }

@@ -15,7 +15,9 @@
 // Efron terms of a time with d tied events all carry the mean event weight W_k / d (W_k the sum
 // of the case weights of those events), so that sum_j equals sum_i w_i log S_k for Breslow ties;
 // the gradient and matrix are weighted the same way, so they are the derivatives of the
-// log-likelihood that is reported.
+// log-likelihood that is reported. The d logarithms of a tied time are taken as one logarithm of
+// their product (kept as mantissa and binary exponent, so it never overflows): the value agrees
+// with the sum of the d logarithms to rounding, not bit for bit.
 //
 // Decisions of this library where the usual descriptions leave a choice:
 //   - qualitative variables: treatment coding, first level the reference (as R's default
@@ -101,6 +103,13 @@ struct COX_Param {
 // ---------------------------------------------------------------------------------------------
 // Results of the object form. The caller sets the two request flags; everything else is written
 // by the run. Vectors are column-major tables as described at the top of this header.
+//
+// Memory: every vector of the results owns its buffer, allocated with new[] by the library, and
+// the vector's own destructor frees it with delete[] (the inline cST_MVect destructor, compiled
+// into the caller): layout and ownership are those of cST_MVect, on both sides of the library
+// boundary. The run replaces a vector's buffer in place, once per output, and leaves the large
+// per-row outputs (time, status, weights, row numbers, design) unfilled until it writes them;
+// it never hands out memory of its internal block cache, which a caller could not free.
 // ---------------------------------------------------------------------------------------------
 struct cCOX_Results {
   // Requests of the caller.
@@ -117,7 +126,8 @@ struct cCOX_Results {
   VectD strataKey;              // n: stratum key of each sorted row
   VectD strataSizes;            // nStrata: rows per stratum
   VectD design;                 // n x p design matrix (centred by the fit), column-major
-  VectD means;                  // p: column means subtracted by the fit
+  VectD means;                  // p: column means over the n rows (preparation); the fit
+                                //    subtracts them
   VectS designNames;            // p: "age", "celltype=large", ...
   VectI designVariable;         // p: variable number (0-based; quantitative first)
   VectI variableCoefs;          // variables: number of design columns of each variable

@@ -49,85 +49,74 @@ std::vector<double> StrataSizes(const CoxFixture& f) {
 }
 
 struct FlatRun {
-  int status = 0, iterations = 0, nFinal = -1;
+  int status = 0, iterations = 100, nFinal = -1;
   double z = 0;
   std::vector<double> beta, stats, tests, coef, steps;
   std::vector<int> varStep;
 };
 
+// RunCoxReg on a fixture, outputs pre-filled with -7; the stratum sizes are passed unless
+// countSizes (then the run counts them from the keys).
 FlatRun RunFlat(const CoxFixture& f, int ties, int selection = -1, double threshold = 0.1,
-                int backStat = 0) {
+                int backStat = 0, bool countSizes = false) {
   FlatRun r;
   const std::vector<double> sizes = StrataSizes(f);
   const int m = static_cast<int>(sizes.size());
-  r.iterations = 100;
-  r.beta.assign(static_cast<std::size_t>(f.p), -7.0);
+  const auto up = static_cast<std::size_t>(f.p);
+  r.beta.assign(up, -7.0);
   r.stats.assign(12, -7.0);
   r.tests.assign(9, -7.0);
-  r.coef.assign(static_cast<std::size_t>(f.p) * 9, -7.0);
-  r.steps.assign(static_cast<std::size_t>(f.p) * 4, -7.0);
-  r.varStep.assign(static_cast<std::size_t>(f.p), -7);
-  r.status = RunCoxReg(f.time, f.status, nullptr, f.x, m > 1 ? f.strata : nullptr,
-                       m > 1 ? sizes.data() : nullptr, f.n, f.p, m, ties, &r.iterations, 1e-12,
-                       selection, threshold, backStat, 0, nullptr, 0.05, 0, 0, r.beta.data(),
-                       r.stats.data(), r.tests.data(), r.coef.data(), &r.z, r.steps.data(),
-                       r.varStep.data(), &r.nFinal, nullptr, nullptr, nullptr, nullptr);
+  r.coef.assign(up * 9, -7.0);
+  r.steps.assign(up * 4, -7.0);
+  r.varStep.assign(up, -7);
+  r.status =
+      RunCoxReg(f.time, f.status, nullptr, f.x, m > 1 ? f.strata : nullptr,
+                m > 1 && !countSizes ? sizes.data() : nullptr, f.n, f.p, m, ties, &r.iterations,
+                1e-12, selection, threshold, backStat, 0, nullptr, 0.05, 0, 0, r.beta.data(),
+                r.stats.data(), r.tests.data(), r.coef.data(), &r.z, r.steps.data(),
+                r.varStep.data(), &r.nFinal, nullptr, nullptr, nullptr, nullptr);
   return r;
-}
-
-void CompareFlat(const CoxFixture& f) {
-  SCOPED_TRACE(f.name);
-  const FlatRun r = RunFlat(f, 0);
-  ASSERT_EQ(r.status, 0);
-  for (int j = 0; j < f.p; ++j) {
-    ExpectRel(r.beta[j], f.coef[j], kTolCoef, std::string("beta ") + f.names[j]);
-    ExpectRel(r.coef[j], f.coef[j], kTolCoef, "table beta");
-    ExpectRel(r.coef[static_cast<std::size_t>(f.p) + j], f.se[j], kTolCoef,
-              std::string("se ") + f.names[j]);
-    EXPECT_DOUBLE_EQ(r.coef[static_cast<std::size_t>(f.p) * 4 + j], std::exp(r.beta[j]));
-    EXPECT_EQ(r.coef[static_cast<std::size_t>(f.p) * 7 + j], 1.0);  // in the model
-    EXPECT_EQ(r.coef[static_cast<std::size_t>(f.p) * 8 + j], 0.0);  // no selection step
-  }
-  ExpectRel(r.stats[2], -2 * f.loglik0, kTolLik, "-2 L0");
-  ExpectRel(r.stats[8], -2 * f.loglik, kTolLik, "-2 L");
-  ExpectRel(r.stats[9], 2.0 * f.p - 2 * f.loglik, kTolLik, "AIC");
-  ExpectRel(r.tests[3], f.lr, 1e-8, "LR");
-  ExpectRel(r.tests[4], f.score, kTolLik, "score");  // at beta = 0: no convergence error
-  ExpectRel(r.tests[5], f.wald, 1e-7, "Wald");
-  ExpectRel(r.tests[6], f.lrp, 1e-6, "LR p");
-  ExpectRel(r.tests[7], f.scorep, 1e-8, "score p");
-  ExpectRel(r.tests[8], f.waldp, 1e-6, "Wald p");
-  EXPECT_EQ(r.tests[0], f.p);
-  EXPECT_NEAR(r.z, 1.959963984540054, 1e-14);
-  EXPECT_EQ(r.nFinal, f.p);
-  EXPECT_GE(r.iterations, 2);
 }
 
 TEST(CoxApiReference, FlatFormMatchesCoxphBreslow) {
   for (const CoxFixture* f : {&lung_breslow, &veteran_breslow, &veteran_celltype_breslow,
-                              &pbc_breslow, &lung_strata_breslow, &colon_strata_breslow})
-    CompareFlat(*f);
+                              &pbc_breslow, &lung_strata_breslow, &colon_strata_breslow}) {
+    SCOPED_TRACE(f->name);
+    const FlatRun r = RunFlat(*f, 0);
+    ASSERT_EQ(r.status, 0);
+    const auto up = static_cast<std::size_t>(f->p);
+    for (std::size_t j = 0; j < up; ++j) {
+      ExpectRel(r.beta[j], f->coef[j], kTolCoef, std::string("beta ") + f->names[j]);
+      EXPECT_EQ(r.coef[j], r.beta[j]);
+      ExpectRel(r.coef[up + j], f->se[j], kTolCoef, std::string("se ") + f->names[j]);
+      EXPECT_DOUBLE_EQ(r.coef[up * 4 + j], std::exp(r.beta[j]));
+      EXPECT_EQ(r.coef[up * 7 + j], 1.0);  // in the model
+      EXPECT_EQ(r.coef[up * 8 + j], 0.0);  // no selection step
+    }
+    ExpectRel(r.stats[2], -2 * f->loglik0, kTolLik, "-2 L0");
+    ExpectRel(r.stats[8], -2 * f->loglik, kTolLik, "-2 L");
+    ExpectRel(r.stats[9], 2.0 * f->p - 2 * f->loglik, kTolLik, "AIC");
+    ExpectRel(r.tests[3], f->lr, 1e-8, "LR");
+    ExpectRel(r.tests[4], f->score, kTolLik, "score");  // at beta = 0: no convergence error
+    ExpectRel(r.tests[5], f->wald, 1e-7, "Wald");
+    ExpectRel(r.tests[6], f->lrp, 1e-6, "LR p");
+    ExpectRel(r.tests[7], f->scorep, 1e-8, "score p");
+    ExpectRel(r.tests[8], f->waldp, 1e-6, "Wald p");
+    EXPECT_EQ(r.tests[0], f->p);
+    EXPECT_NEAR(r.z, 1.959963984540054, 1e-14);
+    EXPECT_EQ(r.nFinal, f->p);
+    EXPECT_GE(r.iterations, 2);
+  }
+  // Stratum sizes not given: counted from the keys.
+  const FlatRun c = RunFlat(colon_strata_breslow, 0, -1, 0.1, 0, true);
+  ASSERT_EQ(c.status, 0);
+  for (int j = 0; j < colon_strata_breslow.p; ++j)
+    ExpectRel(c.beta[static_cast<std::size_t>(j)], colon_strata_breslow.coef[j], kTolCoef, "beta");
 }
 
-TEST(CoxApiReference, FlatFormCountsStratumSizesWhenNotGiven) {
-  const CoxFixture& f = colon_strata_breslow;
-  int iters = 100, nf = 0;
-  double z = 0;
-  std::vector<double> beta(static_cast<std::size_t>(f.p)), ms(12), gt(9), ct(beta.size() * 9),
-      st(beta.size() * 4);
-  std::vector<int> vs(beta.size());
-  ASSERT_EQ(RunCoxReg(f.time, f.status, nullptr, f.x, f.strata, nullptr, f.n, f.p, 2, 0, &iters,
-                      1e-12, -1, 0.05, 0, 0, nullptr, 0.05, 0, 0, beta.data(), ms.data(), gt.data(),
-                      ct.data(), &z, st.data(), vs.data(), &nf, nullptr, nullptr, nullptr, nullptr),
-            0);
-  for (int j = 0; j < f.p; ++j)
-    ExpectRel(beta[static_cast<std::size_t>(j)], f.coef[j], kTolCoef, "beta");
-  ExpectRel(ms[8], -2 * f.loglik, kTolLik, "-2 L");
-}
-
-TEST(CoxApiReference, SchwarzCriterionUsesTheFirstStratumCensoredCountOnly) {
+TEST(CoxApiReference, FlatQuirksSchwarzSizeAndTruncatedEfronFraction) {
   // lung stratified by sex: the sample size of rows 1 and 5 is n minus the censored rows of the
-  // first stratum (sex 1), not n minus all censored rows (which would be the events).
+  // first stratum (sex 1) only.
   const CoxFixture& f = lung_strata_breslow;
   int censoredFirst = 0;
   for (int i = 0; i < f.n; ++i) censoredFirst += (f.strata[i] == 1.0 && f.status[i] == 0.0);
@@ -135,15 +124,11 @@ TEST(CoxApiReference, SchwarzCriterionUsesTheFirstStratumCensoredCountOnly) {
   const double used = f.n - censoredFirst;
   EXPECT_EQ(r.stats[0], used);
   EXPECT_EQ(r.stats[10], f.p * std::log(used) + r.stats[8]);
-}
-
-TEST(CoxApiReference, FlatEfronCodeGivesTheBreslowFit) {
   // The flat Efron fraction truncates to 0: on veteran (heavy ties) code 1 is code 0 exactly.
   const FlatRun b = RunFlat(veteran_breslow, 0), e = RunFlat(veteran_breslow, 1);
-  ASSERT_EQ(b.status, 0);
   ASSERT_EQ(e.status, 0);
-  for (std::size_t k = 0; k < b.coef.size(); ++k) EXPECT_EQ(b.coef[k], e.coef[k]);
-  for (std::size_t k = 0; k < b.stats.size(); ++k) EXPECT_EQ(b.stats[k], e.stats[k]);
+  EXPECT_EQ(b.coef, e.coef);
+  EXPECT_EQ(b.stats, e.stats);
 }
 
 // ---- Object form -------------------------------------------------------------------------------
@@ -200,67 +185,49 @@ void CompareObject(const CoxFixture& f, cST_DataSet& d, cST_FactorsInfo& factors
   EXPECT_EQ(par.maxIterations, res.iterations);
 }
 
-TEST(CoxApiReference, ObjectFormMatchesCoxphEfron) {
-  for (const CoxFixture* f : {&lung_efron, &veteran_efron, &pbc_efron, &lung_strata_efron}) {
+TEST(CoxApiReference, ObjectFormMatchesCoxphEfronAndBreslow) {
+  for (const CoxFixture* f :
+       {&lung_efron, &veteran_efron, &pbc_efron, &lung_strata_efron, &veteran_breslow}) {
     cST_FactorsInfo factors;
     cST_DataSet d = DataSet(*f, f->p, factors);
     CompareObject(*f, d, factors, f == &lung_strata_efron);
   }
 }
 
-TEST(CoxApiReference, ObjectFormWithBreslowTiesMatchesCoxphBreslow) {
-  cST_FactorsInfo factors;
-  cST_DataSet d = DataSet(veteran_breslow, veteran_breslow.p, factors);
-  CompareObject(veteran_breslow, d, factors, false);
-}
-
-// Rows with a missing cell (time, covariate, stratum key or weight) are left out exactly: the run
-// on the data with such rows inserted (after some complete rows, adjacent, at the end) equals, bit
-// for bit, the run on the complete rows alone, strata and case weights included; only the data-set
-// row numbers of the sorted rows differ.
+// Rows with a missing cell (time, stratum key, weight or covariate) are left out exactly: the run
+// with such rows inserted (after some complete rows, adjacent, at the end) equals, bit for bit,
+// the run on the complete rows alone, strata and case weights included; only the data-set row
+// numbers of the sorted rows differ.
 TEST(CoxApiReference, IncompleteRowsAreLeftOutBitForBit) {
   const CoxFixture& f = lung_strata_efron;
-  const auto n = static_cast<std::size_t>(f.n);
-  const auto up = static_cast<std::size_t>(f.p);
-  struct Columns {
-    std::vector<double> time, status, stratum, weight;
-    std::vector<std::vector<double>> x;
-    std::vector<int> source;  // fixture row of each row, -1 for an inserted incomplete row
-  };
-  auto build = [&](bool withIncomplete) {
-    Columns c;
-    c.x.resize(up);
-    auto push = [&](int i, int missingCell) {
-      const double nan = std::numeric_limits<double>::quiet_NaN();
-      const auto k = static_cast<std::size_t>(i < 0 ? 0 : i);
-      c.time.push_back(missingCell == 0 ? nan : f.time[k]);
-      c.status.push_back(f.status[k]);
-      c.stratum.push_back(missingCell == 1 ? nan : f.strata[k]);
-      c.weight.push_back(missingCell == 2 ? VELKOR_MISSING
-                                          : 0.5 + 0.25 * static_cast<double>(k % 4));
+  const auto n = static_cast<std::size_t>(f.n), up = static_cast<std::size_t>(f.p);
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  // Columns time, status, stratum, weight, covariates; source: fixture row of each row (-1 for
+  // an inserted incomplete one).
+  auto build = [&](bool holes, std::vector<std::vector<double>>& cols, std::vector<int>& source) {
+    cols.assign(4 + up, {});
+    auto push = [&](std::size_t k, int missingCell) {
+      const double row[4] = {missingCell == 0 ? nan : f.time[k], f.status[k],
+                             missingCell == 1 ? nan : f.strata[k],
+                             missingCell == 2 ? VELKOR_MISSING : 0.5 + 0.25 * double(k % 4)};
+      for (std::size_t c = 0; c < 4; ++c) cols[c].push_back(row[c]);
       for (std::size_t j = 0; j < up; ++j)
-        c.x[j].push_back(missingCell == 3 && j == up - 1 ? nan : f.x[j * n + k]);
-      c.source.push_back(i);
+        cols[4 + j].push_back(missingCell == 3 && j == up - 1 ? nan : f.x[j * n + k]);
+      source.push_back(missingCell < 0 ? static_cast<int>(k) : -1);
     };
     for (std::size_t i = 0; i < n; ++i) {
-      if (withIncomplete && (i == 5 || i == 17 || i == 18 || i == 101))
-        push(-1 - static_cast<int>(i % 4), static_cast<int>(i % 4));
-      push(static_cast<int>(i), -1);
+      if (holes && (i == 5 || i == 17 || i == 18 || i == 101)) push(i, static_cast<int>(i % 4));
+      push(i, -1);
     }
-    if (withIncomplete) push(-9, 3);
-    return c;
+    if (holes) push(0, 3);
   };
-  auto run = [&](Columns& c, cCOX_Results& res) {
+  auto run = [&](std::vector<std::vector<double>>& cols, cCOX_Results& res) {
     cST_DataSet d;
-    const auto rows = static_cast<std::uint32_t>(c.time.size());
-    d.add(u"time", c.time.data(), rows);
-    d.add(u"status", c.status.data(), rows);
-    d.add(u"stratum", c.stratum.data(), rows);
-    d.add(u"w", c.weight.data(), rows);
     cST_FactorsInfo factors;
-    for (std::size_t j = 0; j < up; ++j) {
-      d.add(U16(f.names[j]), c.x[j].data(), rows);
-      factors.quantitative.push_back(4 + static_cast<int>(j));
+    for (std::size_t c = 0; c < cols.size(); ++c) {
+      d.add(c < 4 ? u"c" : U16(f.names[c - 4]), cols[c].data(),
+            static_cast<std::uint32_t>(cols[c].size()));
+      if (c >= 4) factors.quantitative.push_back(static_cast<int>(c));
     }
     COX_Param par;
     par.strataColumn = 2;
@@ -268,15 +235,18 @@ TEST(CoxApiReference, IncompleteRowsAreLeftOutBitForBit) {
     VELKORInfo info;
     return COX_Compute_ST(d, par, res, factors, info);
   };
-  Columns clean = build(false), holes = build(true);
+  std::vector<std::vector<double>> clean, holes;
+  std::vector<int> cleanSource, holesSource;
+  build(false, clean, cleanSource);
+  build(true, holes, holesSource);
   cCOX_Results a, b;
   ASSERT_EQ(run(clean, a), 0);
   ASSERT_EQ(run(holes, b), 0);
   ASSERT_EQ(a.n, f.n);
   ASSERT_EQ(b.n, f.n);
-  auto same = [](const VectD& x, const VectD& y, const char* what) {
+  auto same = [](const auto& x, const auto& y, const char* what) {
     ASSERT_EQ(x.count, y.count) << what;
-    EXPECT_EQ(0, std::memcmp(x.data, y.data, x.count * sizeof(double))) << what;
+    EXPECT_EQ(0, std::memcmp(x.data, y.data, x.count * sizeof(*x.data))) << what;
   };
   same(a.time, b.time, "time");
   same(a.strataKey, b.strataKey, "strata");
@@ -287,25 +257,18 @@ TEST(CoxApiReference, IncompleteRowsAreLeftOutBitForBit) {
   same(a.coefTable, b.coefTable, "coefficient table");
   same(a.cvTable, b.cvTable, "quality row");
   same(a.residuals, b.residuals, "residuals");
-  // The block tables agree too, including the cells past a stratum's own number of distinct
-  // times, which are reported as 0 (nothing of the memory's earlier contents).
+  same(a.blockStart, b.blockStart, "block starts");
+  same(a.blockSize, b.blockSize, "block sizes");
+  same(a.blockEvents, b.blockEvents, "block events");
+  // Block-table cells past a stratum's own number of distinct times hold 0.
   int pastEnd = 0;
-  for (const auto* t : {&a.blockStart, &a.blockSize, &a.blockEvents}) {
-    const VectI& other = t == &a.blockStart  ? b.blockStart
-                         : t == &a.blockSize ? b.blockSize
-                                             : b.blockEvents;
-    ASSERT_EQ(t->count, other.count);
-    EXPECT_EQ(0, std::memcmp(t->data, other.data, t->count * sizeof(int)));
-    for (int s = 0; s < a.nStrata; ++s)
-      for (int k = a.nTimes.data[s]; k < a.maxTimes; ++k, ++pastEnd)
-        EXPECT_EQ(t->data[static_cast<std::size_t>(k) * static_cast<std::size_t>(a.nStrata) +
-                          static_cast<std::size_t>(s)],
-                  0);
-  }
+  for (int s = 0; s < a.nStrata; ++s)
+    for (int k = a.nTimes.data[s]; k < a.maxTimes; ++k, ++pastEnd)
+      EXPECT_EQ(a.blockStart.data[static_cast<std::size_t>(k * a.nStrata + s)], 0);
   EXPECT_GT(pastEnd, 0);  // the strata have different numbers of distinct times
   for (int r = 0; r < f.n; ++r)
-    EXPECT_EQ(clean.source[static_cast<std::size_t>(a.rowIndex.data[r])],
-              holes.source[static_cast<std::size_t>(b.rowIndex.data[r])]);
+    EXPECT_EQ(cleanSource[static_cast<std::size_t>(a.rowIndex.data[r])],
+              holesSource[static_cast<std::size_t>(b.rowIndex.data[r])]);
 }
 
 TEST(CoxApiReference, QualitativeVariablesUseTreatmentCodingLikeR) {
@@ -363,84 +326,57 @@ TEST(CoxApiReference, SelectionsFollowTheLikelihoodRatioAndWaldRulesOfR) {
   EXPECT_EQ(bw.steps[static_cast<std::size_t>(5 + lung_backward_removed_count)], -7.0);
 }
 
-TEST(CoxApiReference, ObjectSelectionsAgreeWithTheFlatOnesOnUntiedChoices) {
-  cST_FactorsInfo factors;
-  cST_DataSet d = DataSet(lung_breslow, 5, factors);
-  COX_Param par;
-  par.ties = 0;
-  par.selection = 0;
-  par.entryThreshold = 0.10;
-  cCOX_Results res;
-  VELKORInfo info;
-  ASSERT_EQ(COX_Compute_ST(d, par, res, factors, info), 0);
-  ASSERT_EQ(res.steps, static_cast<int>(std::size(lung_forward_order)));
-  for (int s = 0; s < res.steps; ++s)
-    EXPECT_EQ(res.stepTable.data[3 * 5 + s], lung_forward_order[s]);
-  EXPECT_EQ(par.maxIterations, res.iterations);  // the final fit's count, not a candidate's
-}
-
 // ---- Bad input ---------------------------------------------------------------------------------
 
-// Outputs of RunCoxReg surrounded by guard cells, to catch writes outside the stated lengths.
-struct Guarded {
-  static constexpr double kGuard = 12345.678;
-  std::vector<double> buf;
-  std::size_t len;
-  explicit Guarded(std::size_t n) : buf(n + 4, kGuard), len(n) {}
-  double* data() { return buf.data() + 2; }
-  bool intact() const {
-    return buf[0] == kGuard && buf[1] == kGuard && buf[len + 2] == kGuard && buf[len + 3] == kGuard;
-  }
-};
-
+// RunCoxReg on small data with every output surrounded by guard cells, to catch writes outside
+// the stated lengths.
 struct SmallRun {
+  static constexpr double kGuard = 12345.678;
   int status, iterations = 50, nFinal = -1;
   double z = 0;
-  Guarded beta, stats{12}, tests{9}, coef, steps;
+  std::vector<std::vector<double>> out;  // beta, stats, tests, coef, steps: 2 guards each side
   std::vector<int> varStep;
   SmallRun(const std::vector<double>& t, const std::vector<double>& s, const std::vector<double>& x,
            int p, int ties = 0, int m = 1, const double* strata = nullptr,
            const double* sizes = nullptr)
-      : beta(static_cast<std::size_t>(p)),
-        coef(static_cast<std::size_t>(p) * 9),
-        steps(static_cast<std::size_t>(p) * 4),
-        varStep(static_cast<std::size_t>(p) + 1, 0) {
-    status =
-        RunCoxReg(t.data(), s.data(), nullptr, x.data(), strata, sizes, static_cast<int>(t.size()),
-                  p, m, ties, &iterations, 1e-9, -1, 0.05, 0, 0, nullptr, 0.05, 0, 0, beta.data(),
-                  stats.data(), tests.data(), coef.data(), &z, steps.data(), varStep.data(),
-                  &nFinal, nullptr, nullptr, nullptr, nullptr);
+      : varStep(static_cast<std::size_t>(p) + 1, 0) {
+    const auto up = static_cast<std::size_t>(p);
+    for (std::size_t len : {up, std::size_t{12}, std::size_t{9}, up * 9, up * 4})
+      out.emplace_back(len + 4, kGuard);
+    status = RunCoxReg(t.data(), s.data(), nullptr, x.data(), strata, sizes,
+                       static_cast<int>(t.size()), p, m, ties, &iterations, 1e-9, -1, 0.05, 0, 0,
+                       nullptr, 0.05, 0, 0, at(0), at(1), at(2), at(3), &z, at(4), varStep.data(),
+                       &nFinal, nullptr, nullptr, nullptr, nullptr);
   }
+  double* at(int k) { return out[static_cast<std::size_t>(k)].data() + 2; }
+  double beta(int j) { return at(0)[j]; }
+  double stats(int k) { return at(1)[k]; }
+  double tests(int k) { return at(2)[k]; }
+  double coef(int k) { return at(3)[k]; }
   bool intact() const {
-    return beta.intact() && stats.intact() && tests.intact() && coef.intact() && steps.intact();
+    for (const auto& v : out)
+      if (v[0] != kGuard || v[1] != kGuard || v[v.size() - 2] != kGuard || v.back() != kGuard)
+        return false;
+    return true;
   }
 };
 
 TEST(CoxApiBadInput, DataConditionsReturnTheirCodesAndWriteNothing) {
   const std::vector<double> x = {1, 2, 3, 4};
-  {
-    SmallRun r({1, 2, 3, 4}, {1, 2, 0, 1}, x, 1);  // status 2
-    EXPECT_EQ(r.status, -1);
-    EXPECT_EQ(r.stats.data()[0], Guarded::kGuard);
+  struct Case {
+    std::vector<double> t, s;
+    int status;
+  };
+  for (const Case& c : {Case{{1, 2, 3, 4}, {1, 2, 0, 1}, -1},     // status 2
+                        Case{{1, 2, 3, 4}, {1, NAN, 0, 1}, -1},   // NaN status is not in [0, 1]
+                        Case{{1}, {1}, -2},                       // one row
+                        Case{{}, {}, -2},                         // n = 0
+                        Case{{1, 2, 3, 4}, {0, 0, 0, 0}, -3}}) {  // no event
+    SmallRun r(c.t, c.s, x, 1);
+    EXPECT_EQ(r.status, c.status);
+    EXPECT_EQ(r.stats(0), SmallRun::kGuard);
+    EXPECT_EQ(r.beta(0), SmallRun::kGuard);
     EXPECT_TRUE(r.intact());
-  }
-  {
-    SmallRun r({1, 2, 3, 4}, {1, NAN, 0, 1}, x, 1);  // NaN status is not in [0, 1]
-    EXPECT_EQ(r.status, -1);
-  }
-  {
-    SmallRun r({1}, {1}, {1}, 1);  // one row
-    EXPECT_EQ(r.status, -2);
-    EXPECT_EQ(r.beta.data()[0], Guarded::kGuard);
-  }
-  {
-    SmallRun r({1, 2, 3, 4}, {0, 0, 0, 0}, x, 1);  // no event
-    EXPECT_EQ(r.status, -3);
-    EXPECT_TRUE(r.intact());
-  }
-  {
-    SmallRun r({}, {}, {}, 1);  // n = 0
-    EXPECT_EQ(r.status, -2);
   }
   // A null array given a positive length: internal failure code, nothing written.
   int it = 10, nf = 0;
@@ -456,56 +392,36 @@ TEST(CoxApiBadInput, DataConditionsReturnTheirCodesAndWriteNothing) {
 }
 
 TEST(CoxApiBadInput, DegenerateDesignsCompleteWithMissingCells) {
-  const std::vector<double> t = {1, 2, 3, 4, 5, 6, 7, 8};
-  const std::vector<double> s = {1, 1, 0, 1, 1, 0, 1, 1};
-  {
-    // A constant covariate: singular matrix; the flat fit goes on, its standard error is missing.
-    SmallRun r(t, s, std::vector<double>(8, 3.0), 1);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.beta.data()[0], 0.0);
-    for (int c = 1; c < 7; ++c) EXPECT_EQ(r.coef.data()[c], VELKOR_MISSING);
-    EXPECT_TRUE(r.intact());
-  }
-  {
-    // Perfect separation (monotone likelihood): early events have the larger covariate. The
-    // coefficient grows without a clamp and the run ends within the iteration limit.
-    SmallRun r(t, s, {8, 7, 6, 5, 4, 3, 2, 1}, 1);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_GT(r.beta.data()[0], 3.0);
-    EXPECT_LE(r.iterations, 50);
-    EXPECT_TRUE(r.intact());
-  }
-  {
-    // NaN covariate: a completed run whose statistics are missing values.
-    std::vector<double> x = {1, 2, 3, NAN, 5, 6, 7, 8};
-    SmallRun r(t, s, x, 1);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.stats.data()[8], VELKOR_MISSING);  // -2 log L
-    EXPECT_EQ(r.coef.data()[1], VELKOR_MISSING);   // standard error
-    EXPECT_LE(r.iterations, 50);
-    EXPECT_TRUE(r.intact());
-  }
-  {
-    // p = 0: nothing is accumulated; the run completes with the null tables.
-    SmallRun r(t, s, {}, 0);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.stats.data()[0], 6.0);  // events used
-    EXPECT_EQ(r.tests.data()[6], VELKOR_MISSING);
-    EXPECT_TRUE(r.intact());
-  }
-  {
-    // More strata than rows, with sizes that overrun n: clipped, no crash, no stray write.
-    const double keys[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    const double sizes[12] = {1, 1, 1, 1, 1, 1, 1, 5, 5, 5, 5, 5};
-    SmallRun r(t, s, {1, 2, 3, 4, 5, 6, 7, 8}, 1, 0, 12, keys, sizes);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(r.intact());
-  }
-  {
-    // An unknown ties code computes no likelihood; the run completes.
-    SmallRun r(t, s, {1, 2, 3, 4, 5, 6, 7, 8}, 1, 7);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.stats.data()[2], 0.0);
+  const std::vector<double> t = {1, 2, 3, 4, 5, 6, 7, 8}, s = {1, 1, 0, 1, 1, 0, 1, 1};
+  const std::vector<double> ramp = {1, 2, 3, 4, 5, 6, 7, 8};
+  // A constant covariate: singular matrix; the flat fit goes on, its standard error is missing.
+  SmallRun constant(t, s, std::vector<double>(8, 3.0), 1);
+  EXPECT_EQ(constant.beta(0), 0.0);
+  for (int c = 1; c < 7; ++c) EXPECT_EQ(constant.coef(c), VELKOR_MISSING);
+  // Perfect separation (monotone likelihood): early events have the larger covariate. The
+  // coefficient grows without a clamp and the run ends within the iteration limit.
+  SmallRun separated(t, s, {8, 7, 6, 5, 4, 3, 2, 1}, 1);
+  EXPECT_GT(separated.beta(0), 3.0);
+  EXPECT_LE(separated.iterations, 50);
+  // NaN covariate: a completed run whose statistics are missing values.
+  SmallRun withNaN(t, s, {1, 2, 3, NAN, 5, 6, 7, 8}, 1);
+  EXPECT_EQ(withNaN.stats(8), VELKOR_MISSING);  // -2 log L
+  EXPECT_EQ(withNaN.coef(1), VELKOR_MISSING);   // standard error
+  EXPECT_LE(withNaN.iterations, 50);
+  // p = 0: nothing is accumulated; the run completes with the null tables.
+  SmallRun empty(t, s, {}, 0);
+  EXPECT_EQ(empty.stats(0), 6.0);  // events used
+  EXPECT_EQ(empty.tests(6), VELKOR_MISSING);
+  // More strata than rows, with sizes that overrun n: clipped, no crash, no stray write.
+  const double keys[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+  const double sizes[12] = {1, 1, 1, 1, 1, 1, 1, 5, 5, 5, 5, 5};
+  SmallRun strata(t, s, ramp, 1, 0, 12, keys, sizes);
+  // An unknown ties code computes no likelihood; the run completes.
+  SmallRun ties7(t, s, ramp, 1, 7);
+  EXPECT_EQ(ties7.stats(2), 0.0);
+  for (SmallRun* r : {&constant, &separated, &withNaN, &empty, &strata, &ties7}) {
+    EXPECT_EQ(r->status, 0);
+    EXPECT_TRUE(r->intact());
   }
 }
 
@@ -534,22 +450,26 @@ TEST(CoxApiPreparation, TablesOfTiedBlocksThroughTheFlatEntry) {
   ASSERT_EQ(Cpp_ReorganizeDataCox(time, 6, 1, status, nullptr, nullptr, x, key, sizes, 2, nTimes,
                                   nCens, start, size, events, &maxTimes),
             0);
+  // Times one ulp apart are distinct; the tied middle row and the time-7 row are censored in
+  // stratum 1; tables are 2 x 6, column-major ((s, k) at k * 2 + s); the censoring-only time 7
+  // is a block with no event.
   EXPECT_EQ(maxTimes, 2);
-  EXPECT_EQ(nTimes[0], 2);
-  EXPECT_EQ(nTimes[1], 2);  // times one ulp apart are distinct
-  EXPECT_EQ(nCens[0], 2);   // the tied middle row and the time-7 row
-  EXPECT_EQ(nCens[1], 1);
-  // Tables are 2 x 6, column-major: (s, k) at k * 2 + s.
-  EXPECT_EQ(start[0], 1);
-  EXPECT_EQ(size[0], 3);
-  EXPECT_EQ(events[0], 2);
-  EXPECT_EQ(start[2], 4);
-  EXPECT_EQ(events[2], 0);  // a censoring-only time is a block with no event
-  EXPECT_EQ(start[1], 5);
-  EXPECT_EQ(start[3], 6);
-  const double want_x[6] = {11, 12, 13, 15, 10, 14};
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(x[i], want_x[i]);
+  EXPECT_EQ(std::vector<int>(nTimes, nTimes + 2), std::vector<int>({2, 2}));
+  EXPECT_EQ(std::vector<int>(nCens, nCens + 2), std::vector<int>({2, 1}));
+  EXPECT_EQ(std::vector<int>(start, start + 4), std::vector<int>({1, 5, 4, 6}));
+  EXPECT_EQ(std::vector<int>(size, size + 4), std::vector<int>({3, 1, 1, 1}));
+  EXPECT_EQ(std::vector<int>(events, events + 4), std::vector<int>({2, 1, 0, 0}));
+  EXPECT_EQ(std::vector<double>(x, x + 6), std::vector<double>({11, 12, 13, 15, 10, 14}));
   EXPECT_EQ(key[0], 1.0);
+
+  // A tied row whose third-column value is 0 is not counted in its block.
+  double t3[3] = {2, 2, 2}, s3[3] = {1, 1, 1}, c3[3] = {1, 0, 1}, x3[3] = {0, 0, 0};
+  int nt3, nc3, bs3[3], bz3[3], be3[3], mt3;
+  ASSERT_EQ(Cpp_ReorganizeDataCox(t3, 3, 1, s3, nullptr, c3, x3, nullptr, nullptr, 1, &nt3, &nc3,
+                                  bs3, bz3, be3, &mt3),
+            0);
+  EXPECT_EQ(bz3[0], 2);
+  EXPECT_EQ(be3[0], 2);
 
   double bad[3] = {1, 2, 3}, bst[3] = {1, 2, 1}, bx[3] = {0, 0, 0};
   int nt[1] = {-9}, nc[1], bs[3], bz[3], be[3], mt = -9;
@@ -591,9 +511,10 @@ TEST(CoxApiWorkers, FlatWorkersChainToTheRunResult) {
                            &ct, &gt),
             0);
   const FlatRun r = RunFlat(f, 0);
-  for (int k = 0; k < 12; ++k) EXPECT_EQ(ms.data[k], r.stats[static_cast<std::size_t>(k)]);
-  for (int k = 0; k < 9; ++k) EXPECT_EQ(gt.data[k], r.tests[static_cast<std::size_t>(k)]);
-  for (int k = 0; k < p * 7; ++k) EXPECT_EQ(ct.data[k], r.coef[static_cast<std::size_t>(k)]);
+  EXPECT_EQ(std::vector<double>(ms.data, ms.data + 12), r.stats);
+  EXPECT_EQ(std::vector<double>(gt.data, gt.data + 9), r.tests);
+  EXPECT_EQ(std::vector<double>(ct.data, ct.data + p * 7),
+            std::vector<double>(r.coef.begin(), r.coef.begin() + p * 7));
   // The likelihood worker at the fitted beta: zero gradient.
   double l2 = 0;
   matrix<double> g2(up, 1), h2(up, up);
@@ -610,7 +531,7 @@ TEST(CoxApiWorkers, FlatWorkersChainToTheRunResult) {
                        &inModel, &vstep, &steps, &b2, ll, ll0, &g, &h, &inv, &g0, &inv0);
   const FlatRun fr = RunFlat(f, 0, 0, 0.10);
   EXPECT_EQ(nsteps, fr.nFinal);
-  for (int j = 0; j < p; ++j) EXPECT_EQ(vstep.data[j], fr.varStep[static_cast<std::size_t>(j)]);
+  EXPECT_EQ(std::vector<int>(vstep.data, vstep.data + p), fr.varStep);
   const int bsteps =
       Cox_BackSelection(p, &W, &X, 0, &NT, &BZ, &BS, 1, &sizes, &BE, &it2, 1e-12, 0.10, 0, p, &vc,
                         &pf, &inModel, &vstep, &steps, &b2, ll, ll0, &g, &h, &inv, &g0, &inv0);
@@ -629,21 +550,33 @@ TEST(CoxApiWorkers, ObjectWorkersChainToTheComputeResult) {
   ASSERT_EQ(ReorganizeDataCox_ST(d, par2, steps, factors), 0);
   ASSERT_EQ(OptimizeCoxModel_ST(par2, steps, {}), 0);
   ASSERT_EQ(ComputeCritCox_ST(par2, steps), 0);
-  ASSERT_EQ(steps.coefTable.count, whole.coefTable.count);
-  for (std::uint32_t k = 0; k < whole.coefTable.count; ++k)
-    EXPECT_EQ(steps.coefTable.data[k], whole.coefTable.data[k]);
+  EXPECT_EQ(
+      std::vector<double>(steps.coefTable.data, steps.coefTable.data + steps.coefTable.count),
+      std::vector<double>(whole.coefTable.data, whole.coefTable.data + whole.coefTable.count));
   double ll = 0;
   VectD g, h;
   ASSERT_EQ(ComputeLogLikeDerivativesCox_ST(whole.beta, {}, nullptr, par, whole, ll, g, h), 0);
   EXPECT_NEAR(ll, whole.logLik, 1e-9);
   for (std::uint32_t j = 0; j < g.count; ++j) EXPECT_NEAR(g.data[j], 0.0, 1e-5);
-  // Selections of the object form through their own symbols.
+  // Selections of the object form through their own symbols agree with the flat ones on lung
+  // (Breslow; no ties among the choices); the run reports the final fit's iterations.
+  cST_FactorsInfo lf;
+  cST_DataSet ld = DataSet(lung_breslow, 5, lf);
   COX_Param sp;
+  sp.ties = 0;
+  sp.selection = 0;
   sp.entryThreshold = 0.10;
-  EXPECT_GE(Cox_ForSelection_ST(sp, steps), 1);
+  cCOX_Results sel;
+  ASSERT_EQ(COX_Compute_ST(ld, sp, sel, lf, info), 0);
+  ASSERT_EQ(sel.steps, static_cast<int>(std::size(lung_forward_order)));
+  for (int s = 0; s < sel.steps; ++s)
+    EXPECT_EQ(sel.stepTable.data[3 * 5 + s], lung_forward_order[s]);
+  EXPECT_EQ(sp.maxIterations, sel.iterations);  // the final fit's count, not a candidate's
+  sp.maxIterations = 100;
+  EXPECT_EQ(Cox_ForSelection_ST(sp, sel), sel.steps);
   sp.backwardStatistic = 1;  // likelihood-ratio statistic
-  EXPECT_GE(Cox_BackSelection_ST(sp, steps), 1);
-  EXPECT_EQ(steps.variableStep.count, 5u);
+  EXPECT_GE(Cox_BackSelection_ST(sp, sel), 1);
+  EXPECT_EQ(sel.variableStep.count, 5u);
 }
 
 TEST(CoxApiWorkers, SpreadsheetEntryReadsOleRecordArrays) {
