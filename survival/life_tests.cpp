@@ -15,27 +15,16 @@
 #include "core/numeric.h"
 #include "survival/kaplan_meier.h"
 
-// The merge loop of merge_risk_sets on plain column-major memory for a number of groups fixed at
-// compile time (the loops over groups unroll and the merge state stays in registers): the same
-// comparisons and stores, in the same order, as the general loop below. tcol .. ccol: each
-// group's time, at-risk, event and censored columns; next, last, atRisk: the merge state (in
-// and out); returns the number of columns written, at most `capacity`.
-template <int G>
-int merge_fixed(const double* const* tcol, const double* const* ncol, const double* const* dcol,
-                const double* const* ccol, std::uint64_t* nextIO, const std::uint64_t* last,
-                double* atRiskIO, int capacity, double* outData, std::uint64_t ld,
-                double& lastStored) {
-  std::uint64_t next[G];
-  double atRisk[G];
-  const double *tc[G], *nc[G], *dc[G], *cc[G];
-  for (int g = 0; g < G; ++g) {
-    next[g] = nextIO[g];
-    atRisk[g] = atRiskIO[g];
-    tc[g] = tcol[g];
-    nc[g] = ncol[g];
-    dc[g] = dcol[g];
-    cc[g] = ccol[g];
-  }
+// The merge loop of merge_risk_sets on plain column-major memory. tcol .. ccol: each group's
+// time, at-risk, event and censored columns; next, atRisk: the merge state (in and out); writes
+// at most `capacity` columns of `outData` (leading dimension ld) and returns their number.
+// `Count` is either int or a std::integral_constant: with a count fixed at compile time the
+// loops over groups unroll (see merge_fixed); the comparisons and stores are the same.
+template <class Count>
+inline int merge_columns(Count G, const double* const* tc, const double* const* nc,
+                         const double* const* dc, const double* const* cc, std::uint64_t* next,
+                         const std::uint64_t* last, double* atRisk, int capacity, double* outData,
+                         std::uint64_t ld, double& lastStored) {
   const auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
   int T = 0;
   while (T < capacity) {
@@ -65,6 +54,29 @@ int merge_fixed(const double* const* tcol, const double* const* ncol, const doub
     }
     ++T;
   }
+  return T;
+}
+
+// merge_columns for a number of groups fixed at compile time, its merge state in local arrays so
+// that it stays in registers.
+template <int G>
+int merge_fixed(const double* const* tcol, const double* const* ncol, const double* const* dcol,
+                const double* const* ccol, std::uint64_t* nextIO, const std::uint64_t* last,
+                double* atRiskIO, int capacity, double* outData, std::uint64_t ld,
+                double& lastStored) {
+  std::uint64_t next[G];
+  double atRisk[G];
+  const double *tc[G], *nc[G], *dc[G], *cc[G];
+  for (int g = 0; g < G; ++g) {
+    next[g] = nextIO[g];
+    atRisk[g] = atRiskIO[g];
+    tc[g] = tcol[g];
+    nc[g] = ncol[g];
+    dc[g] = dcol[g];
+    cc[g] = ccol[g];
+  }
+  const int T = merge_columns(std::integral_constant<int, G>{}, tc, nc, dc, cc, next, last, atRisk,
+                              capacity, outData, ld, lastStored);
   for (int g = 0; g < G; ++g) {
     nextIO[g] = next[g];
     atRiskIO[g] = atRisk[g];
@@ -135,33 +147,9 @@ static int merge_risk_sets(int& count, matrix<double>* source, int G, int R, int
       default:
         break;
     }
-    while ((groups < 2 || groups > 4) && T < capacity) {  // other numbers of groups
-      bool any = false;
-      double t = 0.0;
-      for (int g = 0; g < groups; ++g) {
-        if (next[g] > last[g]) continue;
-        const double tg = tcol[g][next[g]];
-        if (!any || tg < t || std::isnan(t)) t = tg, any = true;
-      }
-      if (!any) break;
-      double* out = table->data + static_cast<std::uint64_t>(T) * ld;
-      out[0] = t;
-      for (int g = 0; g < groups; ++g) {
-        double n = atRisk[g], d = 0.0, c = 0.0;
-        if (next[g] <= last[g] && same(tcol[g][next[g]], t)) {
-          n = ncol[g][next[g]];
-          d = dcol[g][next[g]];
-          c = ccol[g][next[g]];
-          atRisk[g] = n - d - c;
-          ++next[g];
-        }
-        out[3 * g + 1] = n;
-        out[3 * g + 2] = d;
-        out[3 * g + 3] = c;
-        lastStored = c;
-      }
-      ++T;
-    }
+    if (groups < 2 || groups > 4)  // other numbers of groups
+      T = merge_columns(groups, tcol.data(), ncol.data(), dcol.data(), ccol.data(), next.data(),
+                        last.data(), atRisk.data(), capacity, table->data, ld, lastStored);
     if (T > 0) table->spare = lastStored;
     count = T;
     return 0;
