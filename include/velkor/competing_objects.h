@@ -9,6 +9,9 @@
 // Orders the rows into ascending group-label blocks, each ascending in time, and fills allCause
 // (0 censored, 1 any cause); maxTime receives the largest time. Returns -2, -3, -5 or 0 as
 // Cpp_ReorganizeDataCum, or a positive code on internal failure.
+// groupSizes is a 1 x nGroups row, read as groupSizes(1, g) for g = 1 .. nGroups, as the flat entry
+// builds it; a column (nGroups x 1) would be read past its first cell through the spare element,
+// giving size 0 to every later group.
 VELKOR_API int ReorganizeDataCum(matrix<double>* times, int n, matrix<double>* status,
                                  matrix<double>* allCause, matrix<double>* groups,
                                  matrix<double>* groupSizes, int nGroups, double& maxTime);
