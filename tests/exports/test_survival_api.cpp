@@ -10,7 +10,8 @@
 
 #include "velkor/VELKORLI1M.h"
 #include "velkor/survival_objects.h"
-#include "../survival/flat_chain.h"
+#include "support/guarded.h"
+#include "survival/flat_chain.h"
 
 namespace {
 
@@ -26,29 +27,7 @@ void ExpectRel(double expected, double actual, double tol, const char* what, int
       << what << " at " << i << ": expected " << expected << ", got " << actual;
 }
 
-// Arrays with guard cells on both sides: any write outside the caller's n cells shows up.
-struct Guarded {
-  static constexpr int kPad = 8;
-  static constexpr double kGuard = 12345.678;
-  std::vector<double> buf;
-  int n;
-  explicit Guarded(int size, double init = 0.0)
-      : buf(static_cast<std::size_t>(std::max(size, 0)) + 2 * kPad, kGuard), n(size) {
-    for (int i = 0; i < n; ++i) buf[kPad + static_cast<std::size_t>(i)] = init;
-  }
-  Guarded(std::initializer_list<double> v) : Guarded(static_cast<int>(v.size())) {
-    std::copy(v.begin(), v.end(), buf.begin() + kPad);
-  }
-  double* p() { return buf.data() + kPad; }
-  double& operator[](int i) { return buf[kPad + static_cast<std::size_t>(i)]; }
-  bool intact() const {
-    for (int i = 0; i < kPad; ++i)
-      if (buf[static_cast<std::size_t>(i)] != kGuard ||
-          buf[buf.size() - 1 - static_cast<std::size_t>(i)] != kGuard)
-        return false;
-    return true;
-  }
-};
+using testing_support::Guarded;
 
 FlatChain Chain(const double* t, const double* s, const double* g, int n) {
   return FlatChain({t, t + n}, {s, s + n}, {g, g + n});
