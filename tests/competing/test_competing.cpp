@@ -16,6 +16,7 @@
 #include "competing/gray_test.h"
 #include "core/numeric.h"
 #include "reference/competing/mgus2_competing.inc"
+#include "support/columns.h"
 
 namespace {
 
@@ -25,9 +26,7 @@ using velkor::competing::GrayTest;
 using velkor::competing::ReorganizeDataCum;
 namespace col = velkor::competing::cif_col;
 
-matrix<double> column(const std::vector<double>& v) {
-  return matrix<double>(static_cast<std::uint32_t>(v.size()), 1, const_cast<double*>(v.data()), 0);
-}
+using testing_support::column;
 
 // All-cause product-limit table of time-sorted rows (unit weights): table row j in matrix row
 // j + 1, columns 1 time, 3/6 at risk, 4 events, 5 censored, 7 p, 8 S. Returns the last row T.

@@ -10,6 +10,7 @@
 
 #include "methodcomp/peak_flow.h"
 #include "support/columns.h"
+#include "support/guarded.h"
 #include "velkor/VELKORLI1M.h"
 #include "velkor/methodcomp_objects.h"
 
@@ -147,35 +148,21 @@ TEST(MethodcompApi, DemingEstimatorsAndDrivers) {
 }
 
 // ---- one harness drives every flat entry through bad input ----------------------------------
-// Each entry gets caller arrays with four sentinel elements past n; the call must not crash,
-// must return one of the statuses its header lists, must leave its inputs and every element past
-// n untouched.
+// The call returns one of the statuses its header lists, leaves its inputs unchanged and writes
+// nothing outside any caller array.
 namespace {
 
-constexpr double kSentinel = 123456.75;
-constexpr int kPad = 4;
-
-bool same_bits(const Vec& a, const Vec& b) {  // NaN-safe equality of inputs
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
-}
+using testing_support::Guarded;
 
 struct Buffers {
-  Vec x, y, s, o1, o2, o3, o4, small;
-  Vec sc = Vec(12, 0.0);
-  Buffers(const Vec& xv, const Vec& yv, int n) {
-    const std::size_t len = static_cast<std::size_t>(n > 0 ? n : 0) + kPad;
-    auto pad = [&](const Vec& v) {
-      Vec p(len, kSentinel);
-      for (std::size_t i = 0; i < v.size() && i < len - kPad; ++i) p[i] = v[i];
-      return p;
-    };
-    x = pad(xv);
-    y = pad(yv);
-    Vec codes;
-    for (std::size_t i = 0; i < xv.size(); ++i) codes.push_back(static_cast<double>(i % 3 + 1));
-    s = pad(codes);
-    o1 = o2 = o3 = o4 = Vec(len, kSentinel);
-    small = Vec(8 + kPad, kSentinel);
+  Guarded x, y, s, o1, o2, o3, o4, small, sc = Guarded(12);
+  Buffers(const Vec& xv, const Vec& yv, int n, int smallRows)
+      : x(n), y(n), s(n), o1(n), o2(n), o3(n), o4(n), small(smallRows) {
+    for (std::size_t i = 0; i < x.n; ++i) {
+      x[i] = xv[i];
+      y[i] = yv[i];
+      s[i] = static_cast<double>(i % 3 + 1);
+    }
   }
 };
 
@@ -195,27 +182,26 @@ const FlatEntry kEntries[] = {{"Cpp_BlandAltman", {0}, 0},
 
 // Calls entry k of kEntries on the buffers.
 int call_entry(int k, Buffers& b, int n) {
-  double* s = b.sc.data();
+  double *s = b.sc.p(), *x = b.x.p(), *y = b.y.p();
   switch (k) {
     case 0:
     case 1:
-      return Cpp_BlandAltman(b.x.data(), b.y.data(), n, k == 0 ? 0 : 2, 0.05, b.o1.data(),
-                             b.o2.data(), s, s + 1, s + 2, s + 3, s + 4, s + 5);
+      return Cpp_BlandAltman(x, y, n, k == 0 ? 0 : 2, 0.05, b.o1.p(), b.o2.p(), s, s + 1, s + 2,
+                             s + 3, s + 4, s + 5);
     case 2:
-      return Cpp_BlandAltmanLoACI(b.x.data(), b.y.data(), n, 0, 0.05, 0.05, 1, b.small.data());
+      return Cpp_BlandAltmanLoACI(x, y, n, 0, 0.05, 0.05, 1, b.small.p());
     case 3:
-      return Cpp_GetRepeatability(b.x.data(), n, b.s.data(), 0.05, s, s + 1, s + 2);
+      return Cpp_GetRepeatability(x, n, b.s.p(), 0.05, s, s + 1, s + 2);
     case 4:
     case 5:
       return (k == 4 ? Cpp_Passing_Bablok : Cpp_PassingBablokBIS)(
-          b.x.data(), n, b.y.data(), k == 4 ? 3 : 1, k == 4 ? 0.05 : 0.02, s, s + 1, s + 2, s + 3,
-          s + 4, s + 5, b.o1.data(), b.o2.data(), b.o3.data(), b.o4.data(), s + 6, s + 7, s + 8);
+          x, n, y, k == 4 ? 3 : 1, k == 4 ? 0.05 : 0.02, s, s + 1, s + 2, s + 3, s + 4, s + 5,
+          b.o1.p(), b.o2.p(), b.o3.p(), b.o4.p(), s + 6, s + 7, s + 8);
     case 6:
-      return VB_DemingRegression(b.x.data(), b.y.data(), n, 1.0, 0.05, b.small.data(), b.o1.data(),
-                                 b.o2.data());
+      return VB_DemingRegression(x, y, n, 1.0, 0.05, b.small.p(), b.o1.p(), b.o2.p());
     default:
-      return Cpp_NewDemingRegression(b.x.data(), b.y.data(), n, b.s.data(), -1, 0.0, 0.05, 50,
-                                     1e-10, b.small.data(), b.sc.data(), b.o1.data(), b.o2.data());
+      return Cpp_NewDemingRegression(x, y, n, b.s.p(), -1, 0.0, 0.05, 50, 1e-10, b.small.p(), s,
+                                     b.o1.p(), b.o2.p());
   }
 }
 
@@ -244,16 +230,17 @@ TEST(MethodcompApi, BadInputNeverCrashesOrWritesOutside) {
     const FlatEntry& entry = kEntries[k];
     for (const auto& d : data) {
       SCOPED_TRACE(std::string(entry.name) + ": " + d.what);
-      Buffers b(d.x, d.y, d.n);
-      const Vec x0 = b.x, y0 = b.y, s0 = b.s;
+      Buffers b(d.x, d.y, d.n, entry.smallRows);
+      const Buffers in = b;
       const int st = call_entry(k, b, d.n);
       EXPECT_TRUE(entry.statuses.count(st)) << "status " << st;
-      EXPECT_TRUE(same_bits(b.x, x0) && same_bits(b.y, y0) && same_bits(b.s, s0));
-      const std::size_t n = static_cast<std::size_t>(d.n > 0 ? d.n : 0);
-      for (const Vec* o : {&b.o1, &b.o2, &b.o3, &b.o4})
-        for (std::size_t k = n; k < o->size(); ++k) EXPECT_EQ((*o)[k], kSentinel) << k;
-      for (std::size_t k = static_cast<std::size_t>(entry.smallRows); k < b.small.size(); ++k)
-        EXPECT_EQ(b.small[k], kSentinel) << k;
+      for (auto m : {&Buffers::x, &Buffers::y, &Buffers::s})  // NaN-safe bitwise equality
+        EXPECT_EQ(
+            std::memcmp((b.*m).buf.data(), (in.*m).buf.data(), (in.*m).buf.size() * sizeof(double)),
+            0);
+      for (auto m :
+           {&Buffers::o1, &Buffers::o2, &Buffers::o3, &Buffers::o4, &Buffers::small, &Buffers::sc})
+        EXPECT_TRUE((b.*m).intact());
     }
   }
 }
