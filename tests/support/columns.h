@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 #include <vector>
 
 #include "velkor/containers.h"
@@ -37,6 +38,22 @@ inline void expect_all_close(const Vec& got, const Vec& want, double tol, const 
   for (std::size_t i = 0; i < got.size(); ++i) {
     SCOPED_TRACE(i);
     expect_close(got[i], want[i], tol, what);
+  }
+}
+
+// One expected cell of a table read through at(row, column).
+struct Cell {
+  int row, col;
+  double value;
+};
+// Each cell equal to its value: exactly, or within 4 ulps (EXPECT_DOUBLE_EQ) when `ulps` is set.
+template <class At>
+void expect_cells(const At& at, std::initializer_list<Cell> cells, bool ulps = false) {
+  for (const Cell& c : cells) {
+    if (ulps)
+      EXPECT_DOUBLE_EQ(at(c.row, c.col), c.value) << "cell (" << c.row << ", " << c.col << ")";
+    else
+      EXPECT_EQ(at(c.row, c.col), c.value) << "cell (" << c.row << ", " << c.col << ")";
   }
 }
 
