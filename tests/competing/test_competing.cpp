@@ -323,6 +323,10 @@ TEST(GrayTest, Mgus2AgainstCmprsk) {
     EXPECT_EQ(r.tests(ref.cause, 2), K - 1);
     // cmprsk reports 1 - pchisq, which is 0 below 1e-16; ours is the upper tail itself.
     EXPECT_NEAR(r.tests(ref.cause, 3), ref.p, 1e-12);
+    if (K == 2) {  // one score: the statistic is u^2 / V
+      EXPECT_NEAR(std::pow(r.scores(1, ref.cause), 2) / r.variance(1, ref.cause), ref.stat,
+                  1e-10 * ref.stat);
+    }
   }
 }
 

@@ -39,7 +39,7 @@ VELKOR_WIN_FAMILY(competing) {
     return matrix<double>(static_cast<std::uint32_t>(v.size()), 1, v.data(), 0);
   };
   matrix<double> w_times = column(times), w_status = column(recoded), w_groups = column(groups),
-                 w_all(n, 1), w_sizes(2, 1, sizes, 0);
+                 w_all(n, 1), w_sizes(1, 2, sizes, 0);  // block sizes: one row
   std::vector<double> all_cause(n);
   double maxTime = 0;
   WCHECK_EQ(reorganize(times.data(), n, recoded.data(), all_cause.data(), groups.data(), sizes, 2,
