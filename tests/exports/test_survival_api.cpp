@@ -472,11 +472,7 @@ TEST(SurvivalBadInput, EveryFlatEntryStaysInsideItsArrays) {
     SCOPED_TRACE(bc.name);
     const int n = static_cast<int>(bc.t.size());
     const int G = static_cast<int>(bc.sizes.size());
-    Guarded t(n), s(n), w(n), g(n), sizes(G), mx(1);
-    for (int i = 0; i < n; ++i)
-      t[i] = bc.t[static_cast<std::size_t>(i)], s[i] = bc.s[static_cast<std::size_t>(i)],
-      w[i] = bc.w[static_cast<std::size_t>(i)], g[i] = 1;
-    for (int k = 0; k < G; ++k) sizes[k] = bc.sizes[static_cast<std::size_t>(k)];
+    Guarded t(bc.t), s(bc.s), w(bc.w), g(n, 1.0), sizes(bc.sizes), mx(1);
     EXPECT_EQ(ReorganizeData(t.p(), n, s.p(), w.p(), g.p(), sizes.p(), G, 0, mx.p()),
               bc.expectedPrep);
     const int Gs = std::max(G, 1), R = n + 1;

@@ -21,7 +21,8 @@ struct Guarded {
         init(init_value) {
     std::fill(buf.begin() + kPad, buf.end() - kPad, init);
   }
-  Guarded(std::initializer_list<double> v) : Guarded(static_cast<long long>(v.size())) {
+  Guarded(std::initializer_list<double> v) : Guarded(std::vector<double>(v)) {}
+  explicit Guarded(const std::vector<double>& v) : Guarded(static_cast<long long>(v.size())) {
     std::copy(v.begin(), v.end(), buf.begin() + kPad);
   }
   double* p() { return buf.data() + kPad; }
