@@ -8,19 +8,14 @@
 
 #include "companion/sorting.h"
 #include "core/numeric.h"
+#include "support/columns.h"
 
-namespace {
-matrix<double> col(std::vector<double> v) {
-  return matrix<double>(static_cast<std::uint32_t>(v.size()), 1, v.data(), 0);
-}
-std::vector<double> values(const matrix<double>& m) {
-  return {m.data, m.data + m.count};
-}
-}  // namespace
+using testing_support::column;
+using testing_support::values;
 
 TEST(SortQ, SortsABlockCarryingColumnsAndKeepsTiesInInputOrder) {
-  auto key = col({9, 3, 1, 3, 2, 0});
-  auto tag = col({0, 1, 2, 3, 4, 5});
+  auto key = column({9, 3, 1, 3, 2, 0});
+  auto tag = column({0, 1, 2, 3, 4, 5});
   SortQ(&key, 2, 5, {&tag});  // rows 2..5 only
   EXPECT_EQ(values(key), (std::vector<double>{9, 1, 2, 3, 3, 0}));
   EXPECT_EQ(values(tag), (std::vector<double>{0, 2, 4, 1, 3, 5}));  // 3s keep their order
@@ -29,9 +24,9 @@ TEST(SortQ, SortsABlockCarryingColumnsAndKeepsTiesInInputOrder) {
 TEST(SortQ, KeyCanStayInPlaceSoTwoPassesAlignColumns) {
   // Sort status by label without moving the labels, then times by label moving them: only a
   // stable sort gives the same permutation in both passes.
-  auto label = col({2, 1, 2, 1, 1, 2});
-  auto status = col({1, 0, 0, 1, 1, 0});
-  auto times = col({10, 20, 30, 40, 50, 60});
+  auto label = column({2, 1, 2, 1, 1, 2});
+  auto status = column({1, 0, 0, 1, 1, 0});
+  auto times = column({10, 20, 30, 40, 50, 60});
   SortQ(&label, 1, 6, {&status}, false);
   EXPECT_EQ(values(label), (std::vector<double>{2, 1, 2, 1, 1, 2}));
   SortQ(&label, 1, 6, {&times}, true);
@@ -42,15 +37,16 @@ TEST(SortQ, KeyCanStayInPlaceSoTwoPassesAlignColumns) {
 
 TEST(SortQ, SpecialValuesOrderMissingFirstNanLast) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
-  auto key = col({nan, 1, velkor::kMissing, -std::numeric_limits<double>::infinity(), -0.0, 0.0});
-  auto tag = col({0, 1, 2, 3, 4, 5});
+  auto key =
+      column({nan, 1, velkor::kMissing, -std::numeric_limits<double>::infinity(), -0.0, 0.0});
+  auto tag = column({0, 1, 2, 3, 4, 5});
   SortQ(&key, 1, 6, {&tag});
   EXPECT_EQ(values(tag), (std::vector<double>{3, 2, 4, 5, 1, 0}));  // -0 and 0 tie: input order
   EXPECT_TRUE(std::isnan(key.data[5]));
 }
 
 TEST(SortQ, MultiColumnAndIntegerCompanionsMoveWholeRows) {
-  auto key = col({3, 1, 2});
+  auto key = column({3, 1, 2});
   double xs[6] = {30, 10, 20, 300, 100, 200};
   matrix<double> x(3, 2, xs, 0);
   int is[3] = {3, 1, 2};
@@ -62,7 +58,7 @@ TEST(SortQ, MultiColumnAndIntegerCompanionsMoveWholeRows) {
 }
 
 TEST(SortQ, OutOfRangeBlocksAreClippedOrIgnored) {
-  auto key = col({3, 2, 1});
+  auto key = column({3, 2, 1});
   SortQ(&key, 0, 99, {});
   EXPECT_EQ(values(key), (std::vector<double>{1, 2, 3}));
   SortQ(&key, 3, 1, {});  // empty block
@@ -113,8 +109,8 @@ TEST(SortOrder, InputAlreadyInOrderAndNearlyInOrder) {
   EXPECT_EQ(order.front(), 4999u);
   EXPECT_EQ(order[1], 0u);
   EXPECT_EQ(order[4], 4998u);  // 0.5 after the three zeros and before the first 1.0
-  auto m = col({1.0, 2.0, 2.0, 3.0});
-  auto carried = col({10.0, 20.0, 21.0, 30.0});
+  auto m = column({1.0, 2.0, 2.0, 3.0});
+  auto carried = column({10.0, 20.0, 21.0, 30.0});
   SortQ(&m, 1, 4, {&carried}, true);
   EXPECT_EQ(values(carried), (std::vector<double>{10.0, 20.0, 21.0, 30.0}));
 }

@@ -16,6 +16,7 @@
 #include "competing/gray_test.h"
 #include "core/numeric.h"
 #include "reference/competing/mgus2_competing.inc"
+#include "support/columns.h"
 
 namespace {
 
@@ -25,9 +26,7 @@ using velkor::competing::GrayTest;
 using velkor::competing::ReorganizeDataCum;
 namespace col = velkor::competing::cif_col;
 
-matrix<double> column(const std::vector<double>& v) {
-  return matrix<double>(static_cast<std::uint32_t>(v.size()), 1, const_cast<double*>(v.data()), 0);
-}
+using testing_support::column;
 
 // All-cause product-limit table of time-sorted rows (unit weights): table row j in matrix row
 // j + 1, columns 1 time, 3/6 at risk, 4 events, 5 censored, 7 p, 8 S. Returns the last row T.
@@ -324,6 +323,10 @@ TEST(GrayTest, Mgus2AgainstCmprsk) {
     EXPECT_EQ(r.tests(ref.cause, 2), K - 1);
     // cmprsk reports 1 - pchisq, which is 0 below 1e-16; ours is the upper tail itself.
     EXPECT_NEAR(r.tests(ref.cause, 3), ref.p, 1e-12);
+    if (K == 2) {  // one score: the statistic is u^2 / V
+      EXPECT_NEAR(std::pow(r.scores(1, ref.cause), 2) / r.variance(1, ref.cause), ref.stat,
+                  1e-10 * ref.stat);
+    }
   }
 }
 

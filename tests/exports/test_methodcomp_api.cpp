@@ -8,48 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "reference/methodcomp/methodcomp_fixtures.inc"
+#include "methodcomp/peak_flow.h"
+#include "support/columns.h"
+#include "support/guarded.h"
 #include "velkor/VELKORLI1M.h"
 #include "velkor/methodcomp_objects.h"
 
-namespace {
-
-using Vec = std::vector<double>;
-
-void expect_close(const Vec& got, const Vec& want, double tol) {
-  ASSERT_EQ(got.size(), want.size());
-  for (std::size_t i = 0; i < got.size(); ++i) {
-    if (want[i] == VELKOR_MISSING || std::fabs(want[i]) == VELKOR_UNBOUNDED) {
-      EXPECT_EQ(got[i], want[i]) << i;
-    } else {
-      EXPECT_NEAR(got[i], want[i], tol * std::max(1.0, std::fabs(want[i]))) << i;
-    }
-  }
-}
-
-matrix<double> col(const Vec& v) {
-  return matrix<double>(static_cast<std::uint32_t>(v.size()), 1, const_cast<double*>(v.data()), 0);
-}
-Vec values(const matrix<double>& m) {
-  return Vec(m.data, m.data + m.count);
-}
-
-// The two readings of each subject stacked (all first readings, then all second ones) and
-// their subject codes 1..17, 1..17.
-Vec stacked(const Vec& a, const Vec& b) {
-  Vec v = a;
-  v.insert(v.end(), b.begin(), b.end());
-  return v;
-}
-Vec codes17() {
-  Vec s;
-  for (int r = 0; r < 2; ++r)
-    for (int i = 1; i <= 17; ++i) s.push_back(i);
-  return s;
-}
-
-}  // namespace
-
+using namespace testing_support;
 using namespace methodcomp_ref;
 
 TEST(MethodcompApi, BlandAltmanAndLimitsOfAgreement) {
@@ -57,28 +22,28 @@ TEST(MethodcompApi, BlandAltmanAndLimitsOfAgreement) {
   ASSERT_EQ(Cpp_BlandAltman(pefr_w1.data(), pefr_m1.data(), 17, 0, 0.05, diffs.data(), means.data(),
                             &s[0], &s[1], &s[2], &s[3], &s[4], &s[5]),
             0);
-  expect_close(s, ba_type0, 1e-12);
+  expect_all_close(s, ba_type0, 1e-12);
   EXPECT_EQ(diffs[0], 18.0);
   EXPECT_EQ(means[0], 503.0);
   ASSERT_EQ(
       Cpp_BlandAltmanLoACI(pefr_w1.data(), pefr_m1.data(), 17, 0, 0.05, 0.05, 1, limits.data()), 0);
-  expect_close(limits, loa_exact, 1e-9);
+  expect_all_close(limits, loa_exact, 1e-9);
   // The C++ workers under their own names.
-  auto x = col(pefr_w1), y = col(pefr_m1), d = col(Vec(17, 0.0)), m = col(Vec(17, 0.0));
+  auto x = column(pefr_w1), y = column(pefr_m1), d = column(Vec(17, 0.0)), m = column(Vec(17, 0.0));
   Vec t(6, 0.0);
   ASSERT_EQ(BlandAltman(&x, &y, 17, 0, 0.05, &d, &m, t[0], t[1], t[2], t[3], t[4], t[5]), 0);
   EXPECT_EQ(t, s);
-  auto out = col(Vec(6, 0.0));
+  auto out = column(Vec(6, 0.0));
   ASSERT_EQ(BlandAltmanLoACI(&x, &y, 17, 0, 0.05, 0.05, 0, &out), 0);
-  expect_close(values(out), loa_approx, 1e-12);
+  expect_all_close(values(out), loa_approx, 1e-12);
 }
 
 TEST(MethodcompApi, Repeatability) {
   const Vec x = stacked(pefr_w1, pefr_w2), s = codes17();
   Vec r(3, 0.0);
   ASSERT_EQ(Cpp_GetRepeatability(x.data(), 34, s.data(), 0.05, &r[0], &r[1], &r[2]), 0);
-  expect_close(r, rep_wright, 1e-11);
-  auto mx = col(x), ms = col(s);
+  expect_all_close(r, rep_wright, 1e-11);
+  auto mx = column(x), ms = column(s);
   Vec r2(3, 0.0);
   ASSERT_EQ(GetRepeatability(&mx, 34, &ms, 0.05, r2[0], r2[1], r2[2]), 0);
   EXPECT_EQ(r2, r);
@@ -97,18 +62,19 @@ TEST(MethodcompApi, PassingBablokDriversAndSlopeEstimators) {
     ASSERT_EQ(entry(pefr_w1.data(), 17, pefr_m1.data(), 1, 0.05, &s[0], &s[1], &s[2], &s[3], &s[4],
                     &s[5], f.data(), r.data(), d.data(), dist.data(), &s[6], &s[7], &s[8]),
               0);
-    expect_close(s, *ref, 1e-12);
+    expect_all_close(s, *ref, 1e-12);
     EXPECT_EQ(d[0], 18.0);
   }
-  auto x = col(pefr_w1), y = col(pefr_m1), mf = col(f), mr = col(r), md = col(d), ms = col(dist);
+  auto x = column(pefr_w1), y = column(pefr_m1), mf = column(f), mr = column(r), md = column(d),
+       ms = column(dist);
   ASSERT_EQ(PassingBablok(&x, 17, &y, 1, 0.05, s[0], s[1], s[2], s[3], s[4], s[5], &mf, &mr, &md,
                           &ms, s[6], s[7], s[8]),
             0);
-  expect_close(s, pb, 1e-12);
+  expect_all_close(s, pb, 1e-12);
   ASSERT_EQ(PassingBablokBIS(&x, 17, &y, 1, 0.05, s[0], s[1], s[2], s[3], s[4], s[5], &mf, &mr, &md,
                              &ms, s[6], s[7], s[8]),
             0);
-  expect_close(s, pbe, 1e-12);
+  expect_all_close(s, pbe, 1e-12);
   // Negative association refused by option 1: nothing written.
   Vec ny(17);
   for (int i = 0; i < 17; ++i) ny[i] = 1000 - pefr_m1[i];
@@ -142,39 +108,39 @@ TEST(MethodcompApi, DemingEstimatorsAndDrivers) {
   ASSERT_EQ(VB_DemingRegression(pefr_w1.data(), pefr_m1.data(), 17, 1.0, 0.05, coef.data(),
                                 f.data(), r.data()),
             0);
-  expect_close(coef, dem_pefr_l1, 1e-10);
+  expect_all_close(coef, dem_pefr_l1, 1e-10);
   const Vec x = stacked(pefr_w1, pefr_w2), y = stacked(pefr_m1, pefr_m2), s = codes17();
   Vec f34(34, 0.0), r34(34, 0.0);
   ASSERT_EQ(Cpp_NewDemingRegression(x.data(), y.data(), 34, s.data(), 0, 0.0, 0.05, 100, 1e-12,
                                     coef.data(), info.data(), f34.data(), r34.data()),
             0);
-  expect_close(coef, dem_rep, 1e-10);
+  expect_all_close(coef, dem_rep, 1e-10);
   EXPECT_NEAR(info[0], dem_rep_lambda[0], 1e-13);
   EXPECT_EQ(Cpp_NewDemingRegression(x.data(), y.data(), 34, nullptr, -1, 0.0, 0.05, 200, 1e-12,
                                     coef.data(), info.data(), f34.data(), r34.data()),
             -5);
 
-  auto mx = col(pefr_w1), my = col(pefr_m1), mw = col(Vec(17, 1.0));
+  auto mx = column(pefr_w1), my = column(pefr_m1), mw = column(Vec(17, 1.0));
   double a = 0, b = 0;
   ASSERT_EQ(Deming(&mx, &my, &mw, 17, 1.0, a, b), 0);
   EXPECT_NEAR(b, dem_pefr_l1[4], 1e-12);
   ASSERT_EQ(NewDeming(&mx, &my, nullptr, 17, 1.0, a, b), 0);
   EXPECT_NEAR(a, dem_pefr_l1[0], 1e-10);
-  auto mc = col(Vec(8, 0.0)), mf = col(f), mr = col(r);
+  auto mc = column(Vec(8, 0.0)), mf = column(f), mr = column(r);
   ASSERT_EQ(DemingRegression(&mx, &my, 17, 2.5, 0.10, &mc, &mf, &mr), 0);
-  expect_close(values(mc), dem_pefr_l2, 1e-10);
-  auto xx = col(x), yy = col(y), ss = col(s), mi = col(Vec(3, 0.0));
-  auto f2 = col(Vec(34, 0.0)), r2 = col(Vec(34, 0.0));
+  expect_all_close(values(mc), dem_pefr_l2, 1e-10);
+  auto xx = column(x), yy = column(y), ss = column(s), mi = column(Vec(3, 0.0));
+  auto f2 = column(Vec(34, 0.0)), r2 = column(Vec(34, 0.0));
   ASSERT_EQ(NewDemingRegression(&xx, &yy, 34, &ss, -1, 0.0, 0.05, 200, 1e-12, &mc, &mi, &f2, &r2),
             0);
-  expect_close(values(mc), wdem_rep, 1e-9);
+  expect_all_close(values(mc), wdem_rep, 1e-9);
   // WeightedDeming on the subject blocks (subject i's two readings consecutive).
   Vec xb, yb;
   for (int i = 0; i < 17; ++i) {
     xb.insert(xb.end(), {pefr_w1[i], pefr_w2[i]});
     yb.insert(yb.end(), {pefr_m1[i], pefr_m2[i]});
   }
-  auto size = col(Vec(17, 2.0)), bx = col(xb), by = col(yb);
+  auto size = column(Vec(17, 2.0)), bx = column(xb), by = column(yb);
   int it = 0;
   ASSERT_EQ(WeightedDeming(&size, 17, &bx, &by, 34, 200, 1e-12, b, a, it), 0);
   EXPECT_NEAR(b, wdem_rep[4], 1e-9);
@@ -182,35 +148,21 @@ TEST(MethodcompApi, DemingEstimatorsAndDrivers) {
 }
 
 // ---- one harness drives every flat entry through bad input ----------------------------------
-// Each entry gets caller arrays with four sentinel elements past n; the call must not crash,
-// must return one of the statuses its header lists, must leave its inputs and every element past
-// n untouched.
+// The call returns one of the statuses its header lists, leaves its inputs unchanged and writes
+// nothing outside any caller array.
 namespace {
 
-constexpr double kSentinel = 123456.75;
-constexpr int kPad = 4;
-
-bool same_bits(const Vec& a, const Vec& b) {  // NaN-safe equality of inputs
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
-}
+using testing_support::Guarded;
 
 struct Buffers {
-  Vec x, y, s, o1, o2, o3, o4, small;
-  Vec sc = Vec(12, 0.0);
-  Buffers(const Vec& xv, const Vec& yv, int n) {
-    const std::size_t len = static_cast<std::size_t>(n > 0 ? n : 0) + kPad;
-    auto pad = [&](const Vec& v) {
-      Vec p(len, kSentinel);
-      for (std::size_t i = 0; i < v.size() && i < len - kPad; ++i) p[i] = v[i];
-      return p;
-    };
-    x = pad(xv);
-    y = pad(yv);
-    Vec codes;
-    for (std::size_t i = 0; i < xv.size(); ++i) codes.push_back(static_cast<double>(i % 3 + 1));
-    s = pad(codes);
-    o1 = o2 = o3 = o4 = Vec(len, kSentinel);
-    small = Vec(8 + kPad, kSentinel);
+  Guarded x, y, s, o1, o2, o3, o4, small, sc = Guarded(12);
+  Buffers(const Vec& xv, const Vec& yv, int n, int smallRows)
+      : x(n), y(n), s(n), o1(n), o2(n), o3(n), o4(n), small(smallRows) {
+    for (std::size_t i = 0; i < x.n; ++i) {
+      x[i] = xv[i];
+      y[i] = yv[i];
+      s[i] = static_cast<double>(i % 3 + 1);
+    }
   }
 };
 
@@ -230,27 +182,26 @@ const FlatEntry kEntries[] = {{"Cpp_BlandAltman", {0}, 0},
 
 // Calls entry k of kEntries on the buffers.
 int call_entry(int k, Buffers& b, int n) {
-  double* s = b.sc.data();
+  double *s = b.sc.p(), *x = b.x.p(), *y = b.y.p();
   switch (k) {
     case 0:
     case 1:
-      return Cpp_BlandAltman(b.x.data(), b.y.data(), n, k == 0 ? 0 : 2, 0.05, b.o1.data(),
-                             b.o2.data(), s, s + 1, s + 2, s + 3, s + 4, s + 5);
+      return Cpp_BlandAltman(x, y, n, k == 0 ? 0 : 2, 0.05, b.o1.p(), b.o2.p(), s, s + 1, s + 2,
+                             s + 3, s + 4, s + 5);
     case 2:
-      return Cpp_BlandAltmanLoACI(b.x.data(), b.y.data(), n, 0, 0.05, 0.05, 1, b.small.data());
+      return Cpp_BlandAltmanLoACI(x, y, n, 0, 0.05, 0.05, 1, b.small.p());
     case 3:
-      return Cpp_GetRepeatability(b.x.data(), n, b.s.data(), 0.05, s, s + 1, s + 2);
+      return Cpp_GetRepeatability(x, n, b.s.p(), 0.05, s, s + 1, s + 2);
     case 4:
     case 5:
       return (k == 4 ? Cpp_Passing_Bablok : Cpp_PassingBablokBIS)(
-          b.x.data(), n, b.y.data(), k == 4 ? 3 : 1, k == 4 ? 0.05 : 0.02, s, s + 1, s + 2, s + 3,
-          s + 4, s + 5, b.o1.data(), b.o2.data(), b.o3.data(), b.o4.data(), s + 6, s + 7, s + 8);
+          x, n, y, k == 4 ? 3 : 1, k == 4 ? 0.05 : 0.02, s, s + 1, s + 2, s + 3, s + 4, s + 5,
+          b.o1.p(), b.o2.p(), b.o3.p(), b.o4.p(), s + 6, s + 7, s + 8);
     case 6:
-      return VB_DemingRegression(b.x.data(), b.y.data(), n, 1.0, 0.05, b.small.data(), b.o1.data(),
-                                 b.o2.data());
+      return VB_DemingRegression(x, y, n, 1.0, 0.05, b.small.p(), b.o1.p(), b.o2.p());
     default:
-      return Cpp_NewDemingRegression(b.x.data(), b.y.data(), n, b.s.data(), -1, 0.0, 0.05, 50,
-                                     1e-10, b.small.data(), b.sc.data(), b.o1.data(), b.o2.data());
+      return Cpp_NewDemingRegression(x, y, n, b.s.p(), -1, 0.0, 0.05, 50, 1e-10, b.small.p(), s,
+                                     b.o1.p(), b.o2.p());
   }
 }
 
@@ -279,16 +230,17 @@ TEST(MethodcompApi, BadInputNeverCrashesOrWritesOutside) {
     const FlatEntry& entry = kEntries[k];
     for (const auto& d : data) {
       SCOPED_TRACE(std::string(entry.name) + ": " + d.what);
-      Buffers b(d.x, d.y, d.n);
-      const Vec x0 = b.x, y0 = b.y, s0 = b.s;
+      Buffers b(d.x, d.y, d.n, entry.smallRows);
+      const Buffers in = b;
       const int st = call_entry(k, b, d.n);
       EXPECT_TRUE(entry.statuses.count(st)) << "status " << st;
-      EXPECT_TRUE(same_bits(b.x, x0) && same_bits(b.y, y0) && same_bits(b.s, s0));
-      const std::size_t n = static_cast<std::size_t>(d.n > 0 ? d.n : 0);
-      for (const Vec* o : {&b.o1, &b.o2, &b.o3, &b.o4})
-        for (std::size_t k = n; k < o->size(); ++k) EXPECT_EQ((*o)[k], kSentinel) << k;
-      for (std::size_t k = static_cast<std::size_t>(entry.smallRows); k < b.small.size(); ++k)
-        EXPECT_EQ(b.small[k], kSentinel) << k;
+      for (auto m : {&Buffers::x, &Buffers::y, &Buffers::s})  // NaN-safe bitwise equality
+        EXPECT_EQ(
+            std::memcmp((b.*m).buf.data(), (in.*m).buf.data(), (in.*m).buf.size() * sizeof(double)),
+            0);
+      for (auto m :
+           {&Buffers::o1, &Buffers::o2, &Buffers::o3, &Buffers::o4, &Buffers::small, &Buffers::sc})
+        EXPECT_TRUE((b.*m).intact());
     }
   }
 }

@@ -8,70 +8,51 @@
 #include <limits>
 #include <vector>
 
+#include "support/guarded.h"
 #include "support/ole_helpers.h"
 #include "velkor/VELKORLI1M.h"
 #include "velkor/roc_objects.h"
 
 namespace {
 
-constexpr double kSentinel = 12345.678;
+using testing_support::Guarded;
 
-// A caller buffer of `len` cells followed by a guard zone, all holding the sentinel.
-struct Buffer {
-  std::vector<double> v;
-  std::size_t len;
-  explicit Buffer(std::size_t n) : v(n + 8, kSentinel), len(n) {}
-  double* data() { return v.data(); }
-  double operator[](std::size_t i) const { return v[i]; }
-  bool guard_intact() const {
-    return std::all_of(v.begin() + static_cast<long>(len), v.end(),
-                       [](double x) { return x == kSentinel; });
-  }
-  bool untouched() const {
-    return std::all_of(v.begin(), v.end(), [](double x) { return x == kSentinel; });
-  }
+// A caller buffer whose cells and guard cells all hold the sentinel.
+struct Buffer : Guarded {
+  explicit Buffer(std::size_t n) : Guarded(static_cast<long long>(n), kGuard) {}
 };
-
-VARIANT text_variant(const char16_t* s) {
-  VARIANT v;
-  VariantInit(&v);
-  v.vt = VT_BSTR;
-  v.bstrVal = SysAllocString(s);
-  return v;
-}
 
 }  // namespace
 
 TEST(RocApi, ContingencyTableFromOleLabels) {
   SAFEARRAY* labels = testing_ole::strings({u"pos", u"neg", u"pos", u"neg", u"Pos"});
   const double values[5] = {5, 1, 2, 4, 9}, weights[5] = {2, 1, 1, 1, 0.5};
-  VARIANT pos = text_variant(u"pos");
+  testing_ole::Variant pos(u"pos");
   // a (pos, >= 3) = row 1; c = row 3; b = rows 4, 5 ("Pos" is another label); d = row 2.
   double table[4] = {0, 0, 0, 0};
-  ASSERT_EQ(Cpp_CreateROCContingencyTable(labels, 5, &pos, values, 0, 3.0, 3, nullptr, table), 0);
+  ASSERT_EQ(Cpp_CreateROCContingencyTable(labels, 5, &pos.v, values, 0, 3.0, 3, nullptr, table), 0);
   EXPECT_EQ(std::vector<double>(table, table + 4), (std::vector<double>{1, 1, 2, 1}));
   // Counts are added to the table passed in; weights apply.
-  ASSERT_EQ(Cpp_CreateROCContingencyTable(labels, 5, &pos, values, 0, 3.0, 3, weights, table), 0);
+  ASSERT_EQ(Cpp_CreateROCContingencyTable(labels, 5, &pos.v, values, 0, 3.0, 3, weights, table), 0);
   EXPECT_EQ(table[0], 3.0);
   EXPECT_EQ(table[2], 3.5);
   // Fewer labels than rows: the rows past the array have the empty label (truly negative).
   double t2[4] = {0, 0, 0, 0};
-  ASSERT_EQ(Cpp_CreateROCContingencyTable(labels, 3, &pos, values, 0, 3.0, 3, nullptr, t2), 0);
+  ASSERT_EQ(Cpp_CreateROCContingencyTable(labels, 3, &pos.v, values, 0, 3.0, 3, nullptr, t2), 0);
   EXPECT_EQ(t2[0] + t2[1] + t2[2] + t2[3], 3.0);
   // Bad input: null values or table refused; n <= 0 writes nothing; no label array: every row
   // truly negative.
   const double seven[4] = {7, 7, 7, 7};
   std::copy(seven, seven + 4, table);
-  EXPECT_EQ(Cpp_CreateROCContingencyTable(labels, 2, &pos, nullptr, 0, 1, 3, nullptr, table),
+  EXPECT_EQ(Cpp_CreateROCContingencyTable(labels, 2, &pos.v, nullptr, 0, 1, 3, nullptr, table),
             VELKOR_E_NULL_ARRAY);
-  EXPECT_EQ(Cpp_CreateROCContingencyTable(labels, 2, &pos, values, 0, 1, 3, nullptr, nullptr),
+  EXPECT_EQ(Cpp_CreateROCContingencyTable(labels, 2, &pos.v, values, 0, 1, 3, nullptr, nullptr),
             VELKOR_E_NULL_ARRAY);
   for (int n : {0, -3})
-    EXPECT_EQ(Cpp_CreateROCContingencyTable(labels, n, &pos, values, 0, 1, 3, nullptr, table), 0);
+    EXPECT_EQ(Cpp_CreateROCContingencyTable(labels, n, &pos.v, values, 0, 1, 3, nullptr, table), 0);
   EXPECT_EQ(std::vector<double>(table, table + 4), std::vector<double>(seven, seven + 4));
-  EXPECT_EQ(Cpp_CreateROCContingencyTable(nullptr, 2, &pos, values, 0, 1, 3, nullptr, table), 0);
+  EXPECT_EQ(Cpp_CreateROCContingencyTable(nullptr, 2, &pos.v, values, 0, 1, 3, nullptr, table), 0);
   EXPECT_EQ(table[2] + table[3], 7.0 + 7.0 + 2.0);
-  VariantClear(&pos);
   SafeArrayDestroy(labels);
 }
 
@@ -109,11 +90,10 @@ TEST(RocApi, ContingencyLabelsOfOtherTypes) {
   }
   // A label array of doubles is not a label array: every label empty, "" matches an empty text.
   SAFEARRAY* numbers = testing_ole::doubles({1, 0});
-  VARIANT empty = text_variant(u"");
+  testing_ole::Variant empty(u"");
   double t4[4] = {0, 0, 0, 0};
-  ASSERT_EQ(Cpp_CreateROCContingencyTable(numbers, 2, &empty, values, 0, 0.5, 4, nullptr, t4), 0);
+  ASSERT_EQ(Cpp_CreateROCContingencyTable(numbers, 2, &empty.v, values, 0, 0.5, 4, nullptr, t4), 0);
   EXPECT_EQ(t4[0] + t4[1], 2.0);
-  VariantClear(&empty);
   SafeArrayDestroy(numbers);
   VariantClear(&arr);
   SafeArrayDestroy(labels);
@@ -122,21 +102,20 @@ TEST(RocApi, ContingencyLabelsOfOtherTypes) {
 TEST(RocApi, ClassificationStatistics) {
   const double table[4] = {40, 10, 10, 40};  // a, c, b, d
   Buffer stats(39), props(9);
-  ASSERT_EQ(Cpp_GetROCStats(table, 0.05, 0, 0, 0.0, stats.data(), props.data()), 0);
+  ASSERT_EQ(Cpp_GetROCStats(table, 0.05, 0, 0, 0.0, stats.p(), props.p()), 0);
   EXPECT_DOUBLE_EQ(stats[12], 16.0);  // row 13, column 1: the odds ratio
   EXPECT_EQ(props[0], 0.4);
   EXPECT_EQ(props[2], 0.5);  // row 3, column 1: column sum
   EXPECT_EQ(props[6], 0.5);  // row 1, column 3: row sum
   EXPECT_EQ(props[8], 1.0);
-  EXPECT_TRUE(stats.guard_intact() && props.guard_intact());
+  EXPECT_TRUE(stats.intact() && props.intact());
   const double nan[4] = {NAN, 1, 1, 1};
-  ASSERT_EQ(Cpp_GetROCStats(nan, 0.05, 0, 0, 0.0, stats.data(), props.data()), 0);
+  ASSERT_EQ(Cpp_GetROCStats(nan, 0.05, 0, 0, 0.0, stats.p(), props.p()), 0);
   for (int k = 0; k < 39; ++k) EXPECT_EQ(stats[k], VELKOR_MISSING);
   Buffer untouched(39);
-  EXPECT_EQ(Cpp_GetROCStats(nullptr, 0.05, 0, 0, 0.0, untouched.data(), props.data()),
+  EXPECT_EQ(Cpp_GetROCStats(nullptr, 0.05, 0, 0, 0.0, untouched.p(), props.p()),
             VELKOR_E_NULL_ARRAY);
-  EXPECT_EQ(Cpp_GetROCStats(table, 0.05, 0, 0, 0.0, untouched.data(), nullptr),
-            VELKOR_E_NULL_ARRAY);
+  EXPECT_EQ(Cpp_GetROCStats(table, 0.05, 0, 0, 0.0, untouched.p(), nullptr), VELKOR_E_NULL_ARRAY);
   EXPECT_TRUE(untouched.untouched());
   EXPECT_EQ(GetROCStats(nullptr, 0.05, 0, 0, 0, nullptr, nullptr), VELKOR_E_NULL_ARRAY);
 }
@@ -149,10 +128,10 @@ TEST(RocApi, CurveAreaAndOptionalOutputs) {
   const double unitCosts[4] = {0, 1, 1, 0};
   Buffer curve(3 * (n + 1)), stats(44 * n), costs(n), auc(9), optimal(4 * n);
   int counts[3] = {0, 0, 0};
-  ASSERT_EQ(Cpp_ComputeROC(status.data(), values.data(), nullptr, ni, 1, 0.05, 2, 0, 0, 0, 0.0,
-                           unitCosts, 0, curve.data(), stats.data(), costs.data(), auc.data(),
-                           optimal.data(), counts),
-            0);
+  ASSERT_EQ(
+      Cpp_ComputeROC(status.data(), values.data(), nullptr, ni, 1, 0.05, 2, 0, 0, 0, 0.0, unitCosts,
+                     0, curve.p(), stats.p(), costs.p(), auc.p(), optimal.p(), counts),
+      0);
   EXPECT_EQ(counts[0], 7);  // distinct values
   // Positives 3, 4, 5, 2.5 over negatives 1, 2, 3, 0.5: 14.5 of 16 pairs.
   EXPECT_NEAR(auc[0], 14.5 / 16, 1e-15);
@@ -163,13 +142,13 @@ TEST(RocApi, CurveAreaAndOptionalOutputs) {
   EXPECT_EQ(stats[0], 0.5);                // thresholds ascending
   EXPECT_EQ(stats[7], VELKOR_MISSING);     // row past k
   EXPECT_EQ(costs[7], VELKOR_MISSING);
-  for (Buffer* b : {&curve, &stats, &costs, &auc, &optimal}) EXPECT_TRUE(b->guard_intact());
+  for (Buffer* b : {&curve, &stats, &costs, &auc, &optimal}) EXPECT_TRUE(b->intact());
   // Every optional output may be null; the area does not change.
   Buffer auc2(9);
   ASSERT_EQ(Cpp_ComputeROC(status.data(), values.data(), nullptr, ni, 1, 0.05, 2, 0, 0, 0, 0.0,
-                           nullptr, 0, nullptr, nullptr, nullptr, auc2.data(), nullptr, nullptr),
+                           nullptr, 0, nullptr, nullptr, nullptr, auc2.p(), nullptr, nullptr),
             0);
-  EXPECT_EQ(auc2.v, auc.v);
+  EXPECT_EQ(auc2.buf, auc.buf);
   // The exported C++ worker gives the same result.
   std::vector<double> s(status), v(values);
   matrix<double> ms(static_cast<std::uint32_t>(n), 1, s.data(), 0);
@@ -208,8 +187,8 @@ TEST(RocApi, BadInputLeavesEveryOutputUntouched) {
     int counts[3] = {-7, -7, -7};
     EXPECT_EQ(Cpp_ComputeROC(c.status.data(), c.values.data(),
                              c.weights.empty() ? nullptr : c.weights.data(), c.n, 1, 0.05, 2, 0, 0,
-                             0, 0.0, nullptr, 0, curve.data(), stats.data(), costs.data(),
-                             auc.data(), optimal.data(), counts),
+                             0, 0.0, nullptr, 0, curve.p(), stats.p(), costs.p(), auc.p(),
+                             optimal.p(), counts),
               -2);
     for (Buffer* b : {&curve, &stats, &costs, &auc, &optimal}) EXPECT_TRUE(b->untouched());
     EXPECT_EQ(counts[0], -7);
@@ -218,7 +197,7 @@ TEST(RocApi, BadInputLeavesEveryOutputUntouched) {
   const double s[2] = {1, 0}, v[2] = {1, 2};
   Buffer auc(9);
   EXPECT_EQ(Cpp_ComputeROC(nullptr, v, nullptr, 2, 1, 0.05, 2, 0, 0, 0, 0, nullptr, 0, nullptr,
-                           nullptr, nullptr, auc.data(), nullptr, nullptr),
+                           nullptr, nullptr, auc.p(), nullptr, nullptr),
             VELKOR_E_NULL_ARRAY);
   EXPECT_EQ(Cpp_ComputeROC(s, v, nullptr, 2, 1, 0.05, 2, 0, 0, 0, 0, nullptr, 0, nullptr, nullptr,
                            nullptr, nullptr, nullptr, nullptr),
@@ -226,7 +205,7 @@ TEST(RocApi, BadInputLeavesEveryOutputUntouched) {
   EXPECT_TRUE(auc.untouched());
   // Two rows, one per group, and out-of-range options: an area with no variance, never a crash.
   ASSERT_EQ(Cpp_ComputeROC(s, v, nullptr, 2, 7, 2.0, 9, 3, 9, 1, -1, nullptr, 0, nullptr, nullptr,
-                           nullptr, auc.data(), nullptr, nullptr),
+                           nullptr, auc.p(), nullptr, nullptr),
             0);
   EXPECT_EQ(auc[0], 0.0);  // side 7 is taken as 3 (high values positive): the positive is lower
   EXPECT_EQ(auc[2], VELKOR_MISSING);  // alpha 2: no limits
@@ -243,17 +222,17 @@ TEST(RocApi, PairedComparisons) {
   auto compare = [&](const std::vector<double>& x, int nn, int mm, int side, Buffer& aucs,
                      double* cov, double* global, double* pairs) {
     return Cpp_ComputeROCComparisonsDep2(status.data(), x.empty() ? nullptr : x.data(), nullptr, nn,
-                                         mm, side, 0.05, aucs.data(), cov, global, pairs);
+                                         mm, side, 0.05, aucs.p(), cov, global, pairs);
   };
   Buffer aucs(4 * m), cov(m * m), global(3), pairs(8 * 3);
-  ASSERT_EQ(compare(values, n, m, 1, aucs, cov.data(), global.data(), pairs.data()), 0);
+  ASSERT_EQ(compare(values, n, m, 1, aucs, cov.p(), global.p(), pairs.p()), 0);
   EXPECT_NEAR(aucs[0] + aucs[2], 1.0, 1e-15);  // reversed ranks: complementary areas
   EXPECT_NEAR(cov[0], cov[8], 1e-15);          // ... with the same variance
   EXPECT_NEAR(cov[6], -cov[0], 1e-15);         // ... and covariance -var
   EXPECT_EQ(pairs[0], 1.0);
   EXPECT_EQ(pairs[3], 2.0);  // row 1 = pair (1, 2), column 2 = s
   EXPECT_EQ(global[1], 2.0);
-  for (Buffer* b : {&aucs, &cov, &global, &pairs}) EXPECT_TRUE(b->guard_intact());
+  for (Buffer* b : {&aucs, &cov, &global, &pairs}) EXPECT_TRUE(b->intact());
   // Low values positive on the negated tests gives the same areas.
   std::vector<double> neg(values);
   for (double& x : neg) x = -x;
@@ -281,15 +260,15 @@ TEST(RocApi, TablesSizedByTheCaller) {
   int counts[3] = {0, 0, 0};
   ASSERT_EQ(
       Cpp_ComputeROC(status.data(), values.data(), nullptr, 8, 1, 0.05, 0, 0, 0, 0, 0.0, nullptr, R,
-                     curve.data(), stats.data(), costs.data(), auc.data(), optimal.data(), counts),
+                     curve.p(), stats.p(), costs.p(), auc.p(), optimal.p(), counts),
       0);
   ASSERT_EQ(Cpp_ComputeROC(status.data(), values.data(), nullptr, 8, 1, 0.05, 0, 0, 0, 0, 0.0,
-                           nullptr, 0, nullptr, nullptr, nullptr, full.data(), nullptr, nullptr),
+                           nullptr, 0, nullptr, nullptr, nullptr, full.p(), nullptr, nullptr),
             0);
   EXPECT_EQ(counts[0], 8);
   EXPECT_EQ(auc[0], 1.0);
-  EXPECT_EQ(auc.v, full.v);
+  EXPECT_EQ(auc.buf, full.buf);
   EXPECT_EQ(stats[0], 1.0);  // thresholds 1, 2, 3
   EXPECT_EQ(stats[2], 3.0);
-  for (Buffer* b : {&curve, &stats, &costs, &optimal}) EXPECT_TRUE(b->guard_intact());
+  for (Buffer* b : {&curve, &stats, &costs, &optimal}) EXPECT_TRUE(b->intact());
 }

@@ -10,7 +10,9 @@
 
 #include "velkor/VELKORLI1M.h"
 #include "velkor/survival_objects.h"
-#include "../survival/flat_chain.h"
+#include "support/columns.h"
+#include "support/guarded.h"
+#include "survival/flat_chain.h"
 
 namespace {
 
@@ -26,29 +28,8 @@ void ExpectRel(double expected, double actual, double tol, const char* what, int
       << what << " at " << i << ": expected " << expected << ", got " << actual;
 }
 
-// Arrays with guard cells on both sides: any write outside the caller's n cells shows up.
-struct Guarded {
-  static constexpr int kPad = 8;
-  static constexpr double kGuard = 12345.678;
-  std::vector<double> buf;
-  int n;
-  explicit Guarded(int size, double init = 0.0)
-      : buf(static_cast<std::size_t>(std::max(size, 0)) + 2 * kPad, kGuard), n(size) {
-    for (int i = 0; i < n; ++i) buf[kPad + static_cast<std::size_t>(i)] = init;
-  }
-  Guarded(std::initializer_list<double> v) : Guarded(static_cast<int>(v.size())) {
-    std::copy(v.begin(), v.end(), buf.begin() + kPad);
-  }
-  double* p() { return buf.data() + kPad; }
-  double& operator[](int i) { return buf[kPad + static_cast<std::size_t>(i)]; }
-  bool intact() const {
-    for (int i = 0; i < kPad; ++i)
-      if (buf[static_cast<std::size_t>(i)] != kGuard ||
-          buf[buf.size() - 1 - static_cast<std::size_t>(i)] != kGuard)
-        return false;
-    return true;
-  }
-};
+using testing_support::expect_cells;
+using testing_support::Guarded;
 
 FlatChain Chain(const double* t, const double* s, const double* g, int n) {
   return FlatChain({t, t + n}, {s, s + n}, {g, g + n});
@@ -258,74 +239,61 @@ TEST(SurvivalKaplanMeier, TiesOfEventsAndCensoringsShareOneRow) {
     EXPECT_EQ(km(j, 6), n[j - 1]);
     EXPECT_DOUBLE_EQ(km(j, 8), S[j - 1]);
   }
-  EXPECT_EQ(km(0, 7), 1);
-  EXPECT_EQ(km(0, 8), 1);
-  EXPECT_DOUBLE_EQ(km(1, 11), 0.25 / 0.75 / 4);  // (1 - p) / (p n')
-  EXPECT_DOUBLE_EQ(km(3, 11), km(2, 11));        // p = 0 adds nothing
-  EXPECT_DOUBLE_EQ(km(1, 9), 0.25);              // (1 - 0.75) / (2 - 1)
-  EXPECT_DOUBLE_EQ(km(3, 9), 0.5);               // last run: t_next = t + 1
-  EXPECT_EQ(km(2, 2), M);                        // never written by the estimator
+  expect_cells(km, {{0, 7, 1}, {0, 8, 1}, {2, 2, M}});  // column 2: never written by the estimator
+  // Greenwood term (1 - p) / (p n'), none for p = 0; density (1 - 0.75) / (2 - 1), and on the
+  // last run t_next = t + 1.
+  expect_cells(km, {{1, 11, 0.25 / 0.75 / 4}, {3, 11, km(2, 11)}, {1, 9, 0.25}, {3, 9, 0.5}}, true);
   EXPECT_EQ(km.tot[0], 4);
 }
 
 TEST(SurvivalKaplanMeier, CensoredOnlyRowsUnweightedInitialRiskSetAndGroupedCounts) {
+  // A censored first row keeps the origin values and gets no density; a later censored-only row
+  // carries the previous conditional survival (not 1), S and the Greenwood sum.
   KM first({1, 2, 4, 5}, {0, 1, 0, 1});
-  EXPECT_EQ(first(1, 7), 1);  // censored first row: origin values
-  EXPECT_EQ(first(1, 8), 1);
-  EXPECT_EQ(first(1, 9), M);  // density not written on a censored-only row
-  EXPECT_DOUBLE_EQ(first(2, 7), 2.0 / 3);
-  EXPECT_DOUBLE_EQ(first(3, 7), 2.0 / 3);  // previous conditional survival, not 1
-  EXPECT_DOUBLE_EQ(first(3, 8), first(2, 8));
-  EXPECT_DOUBLE_EQ(first(3, 11), first(2, 11));
+  expect_cells(first, {{1, 7, 1}, {1, 8, 1}, {1, 9, M}});
+  expect_cells(
+      first, {{2, 7, 2.0 / 3}, {3, 7, 2.0 / 3}, {3, 8, first(2, 8)}, {3, 11, first(2, 11)}}, true);
   // Weights enter the counts but not the initial number at risk (deliberate asymmetry): N starts
-  // at n = 3 although the weights sum to 6.
+  // at n = 3 although the weights sum to 6. Row 3 starts with n' = -1 <= 0: kept with its counts,
+  // the scan stops and its survival keeps the pre-filled marker.
   KM km({1, 2, 3}, {1, 1, 1}, {2, 2, 2});
   EXPECT_EQ(km.tot[0], 3);
-  EXPECT_EQ(km(1, 3), 3);
-  EXPECT_EQ(km(1, 4), 2);
+  EXPECT_EQ(km.rows(), 3);
+  expect_cells(km, {{1, 3, 3}, {1, 4, 2}, {2, 3, 1}, {3, 3, -1}, {3, 8, M}});
   EXPECT_DOUBLE_EQ(km(1, 8), 1.0 / 3);
-  EXPECT_EQ(km(2, 3), 1);
-  EXPECT_EQ(km.rows(), 3);  // row 3 starts with n' = -1 <= 0: kept with its counts, scan stops
-  EXPECT_EQ(km(3, 3), -1);
-  EXPECT_EQ(km(3, 8), M);  // not estimated: the pre-filled marker stays
   // Grouped mode: status = events, weights = censored; N = sum of both; frequency weights equal
   // repeated rows.
   KM grouped({1, 2}, {2, 1}, {1, 0}, -1);
   EXPECT_EQ(grouped.tot[0], 4);
-  EXPECT_DOUBLE_EQ(grouped(1, 8), 0.5);
   EXPECT_EQ(grouped(2, 3), 1);
-  EXPECT_DOUBLE_EQ(grouped(2, 8), 0);
+  expect_cells(grouped, {{1, 8, 0.5}, {2, 8, 0}}, true);
   KM repeated({1, 1, 1, 2}, {1, 1, 0, 1});
   for (int j = 1; j <= 2; ++j)
     for (int c : {3, 4, 5, 8, 11}) EXPECT_DOUBLE_EQ(grouped(j, c), repeated(j, c)) << j << "," << c;
 }
 
 TEST(SurvivalKaplanMeier, LifeTableFollowsTheActuarialFormulas) {
-  // Width 10: [0,10) has 10 entering, 2 deaths, 2 withdrawn; [10,20) 6 entering, 1 death, 1
-  // withdrawn.
+  // Width 10. [0,10): 16 entering, deaths at 1, 2, 5 .. 9.5 (8), censored 3, 4 (2).
+  // [10,20): 6 entering, death 11, censored 5.
   std::vector<double> t{1, 2, 3, 4, 5, 6, 7, 8, 9, 9.5, 11, 12, 13, 14, 15, 16};
   std::vector<double> s{1, 1, 0, 0, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0};
-  // Interval 1: deaths at 1,2,5..9.5 = 8, censored 3,4 = 2.  Interval 2: death 11, censored 5.
   std::vector<double> w(t.size(), 1.0), tab(4 * 12, 0.0), last{0}, tot{0};
   ASSERT_EQ(0, RunLife(t.data(), s.data(), w.data(), 16, nullptr, 0, 0, 1, -1, 10.0, 4, tab.data(),
                        last.data(), tot.data()));
   auto at = [&](int r, int c) { return tab[static_cast<std::size_t>(c - 1) * 4 + r]; };
   ASSERT_EQ(last[0], 2);
   EXPECT_EQ(tot[0], 16);
-  EXPECT_EQ(at(1, 1), 0);
-  EXPECT_EQ(at(1, 2), 10);
-  EXPECT_EQ(at(1, 6), 15);  // 16 - 2/2
-  EXPECT_DOUBLE_EQ(at(1, 7), 1 - 8.0 / 15);
-  EXPECT_DOUBLE_EQ(at(1, 9), (8.0 / 15) / 10);
-  EXPECT_DOUBLE_EQ(at(1, 10), 8.0 / (10 * (15 - 4)));
-  EXPECT_EQ(at(2, 3), 6);
-  EXPECT_EQ(at(2, 6), 3.5);
-  const double p2 = 1 - 1 / 3.5, S2 = (7.0 / 15) * p2;
-  EXPECT_DOUBLE_EQ(at(2, 8), S2);
-  EXPECT_DOUBLE_EQ(at(2, 11), (8.0 / 15) / (15 * 7.0 / 15) + (1 / 3.5) / (3.5 * p2));
-  const double h2 = 1 / (10 * 3.0);
-  EXPECT_DOUBLE_EQ(at(2, 10), h2);
-  EXPECT_DOUBLE_EQ(at(2, 12), h2 * std::sqrt(1 - (h2 * 5) * (h2 * 5)));
+  expect_cells(at, {{1, 1, 0}, {1, 2, 10}, {1, 6, 15}, {2, 3, 6}, {2, 6, 3.5}});  // n' = n - c/2
+  const double p2 = 1 - 1 / 3.5, h2 = 1 / (10 * 3.0);
+  expect_cells(at,
+               {{1, 7, 1 - 8.0 / 15},
+                {1, 9, (8.0 / 15) / 10},
+                {1, 10, 8.0 / (10 * (15 - 4))},
+                {2, 8, (7.0 / 15) * p2},
+                {2, 11, (8.0 / 15) / (15 * 7.0 / 15) + (1 / 3.5) / (3.5 * p2)},
+                {2, 10, h2},
+                {2, 12, h2 * std::sqrt(1 - (h2 * 5) * (h2 * 5))}},
+               true);
 }
 
 TEST(SurvivalNelsonAalen, VarianceMethodsAndTheLogTransformedInterval) {
@@ -335,20 +303,20 @@ TEST(SurvivalNelsonAalen, VarianceMethodsAndTheLogTransformedInterval) {
     std::vector<double> na(4 * 9);
     ASSERT_EQ(0, Cpp_TransNelsonAalen(km.tab.data(), km.R, 4, 0.05, method, na.data()));
     auto at = [&](int r, int c) { return na[static_cast<std::size_t>(c - 1) * 4 + r - 1]; };
-    EXPECT_EQ(at(1, 5), M);  // no event yet
-    EXPECT_EQ(at(1, 9), M);
-    EXPECT_DOUBLE_EQ(at(2, 5), 0.4);
-    EXPECT_DOUBLE_EQ(at(3, 5), 0.4 + 1.0 / 3);
+    expect_cells(at, {{1, 5, M}, {1, 9, M}, {4, 1, 4}});  // no event yet on row 1
     const double v2 = method == 1 ? 2.0 / 25 : method == 2 ? 3.0 * 2 / 125 : 3.0 * 2 / (25 * 4);
     const double v3 = method == 1 ? 1.0 / 9 : method == 2 ? 2.0 / 27 : 2.0 / (9 * 2);
-    EXPECT_DOUBLE_EQ(at(2, 6), v2);
-    EXPECT_DOUBLE_EQ(at(3, 6), v2 + v3);
-    EXPECT_DOUBLE_EQ(at(3, 7), std::sqrt(v2 + v3));
+    expect_cells(at,
+                 {{2, 5, 0.4},
+                  {3, 5, 0.4 + 1.0 / 3},
+                  {2, 6, v2},
+                  {3, 6, v2 + v3},
+                  {3, 7, std::sqrt(v2 + v3)}},
+                 true);
     const double H = at(3, 5), f = std::exp(1.959963984540054 * at(3, 7) / H);
     EXPECT_NEAR(at(3, 8), H / f, 1e-14);
     EXPECT_NEAR(at(3, 9), H * f, 1e-14);
     for (int c = 5; c <= 9; ++c) EXPECT_EQ(at(4, c), at(3, c));  // no event: carried forward
-    EXPECT_EQ(at(4, 1), 4);
   }
 }
 
@@ -362,39 +330,34 @@ TEST(SurvivalCharts, StepPointsClippedBandHazardLogLogAndMarkers) {
   auto m = [&](int pt, int c) { return mainS[static_cast<std::size_t>(c - 1) * P + pt - 1]; };
   auto h = [&](int pt, int c) { return haz[static_cast<std::size_t>(c - 1) * C + pt - 1]; };
   auto l = [&](int pt, int c) { return ll[static_cast<std::size_t>(c - 1) * C + pt - 1]; };
-  EXPECT_EQ(m(1, 1), 0);
-  EXPECT_EQ(m(2, 1), 1.0);
-  EXPECT_EQ(m(2, 4), 1);
-  EXPECT_EQ(m(2, 5), 0);
-  // Row 2 (t = 2, S = 2/3): points 5 (x = 2) and 6 (x = 3).
-  EXPECT_EQ(m(5, 1), 2);
-  EXPECT_EQ(m(6, 1), 3);
-  EXPECT_DOUBLE_EQ(m(6, 4), 2.0 / 3);
+  // Row 2 (t = 2, S = 2/3) gives points 5 (x = 2) and 6 (x = 3), its upper limit clipped at 1; the
+  // last row one point only. Censored markers: rows 1 and 2 (points 3 and 5), not row 3.
+  expect_cells(m, {{1, 1, 0},
+                   {2, 1, 1},
+                   {2, 4, 1},
+                   {2, 5, 0},
+                   {5, 1, 2},
+                   {6, 1, 3},
+                   {5, 3, 1},
+                   {7, 4, 0},
+                   {3, 6, 1},
+                   {7, 6, M}});
+  expect_cells(m, {{6, 4, 2.0 / 3}, {5, 5, 1.0 / 3}, {5, 6, 2.0 / 3}, {5, 7, 1.0 / 3}}, true);
   const double half = 1.959963984540054 * (2.0 / 3) * std::sqrt((1.0 / 3) / (2.0 / 3) / 3);
   EXPECT_NEAR(m(5, 2), 2.0 / 3 - half, 1e-12);
-  EXPECT_EQ(m(5, 3), 1.0);  // upper limit clipped at 1
-  EXPECT_DOUBLE_EQ(m(5, 5), 1.0 / 3);
-  EXPECT_EQ(m(7, 4), 0);  // last row: one point only
-  // Censored markers: rows 1 and 2 have censorings (points 3 and 5), row 3 none.
-  EXPECT_EQ(m(3, 6), 1);
-  EXPECT_DOUBLE_EQ(m(5, 6), 2.0 / 3);
-  EXPECT_DOUBLE_EQ(m(5, 7), 1.0 / 3);
-  EXPECT_EQ(m(7, 6), M);
-  // Hazard: S = 1 gives -ln 1 = 0; S = 0 gives no point. Log-log: not at S = 1 nor S = 0.
-  EXPECT_EQ(h(1, 2), 0);
-  EXPECT_DOUBLE_EQ(h(3, 2), -std::log(2.0 / 3));
-  EXPECT_EQ(h(5, 2), M);
+  // Hazard: S = 1 gives -ln 1 = 0; S = 0 gives no point. Log-log: not at S = 1 nor S = 0. Marker
+  // mode 1: every censored row.
+  expect_cells(h, {{1, 2, 0}, {5, 2, M}});
   EXPECT_EQ(l(1, 2), M);
-  EXPECT_DOUBLE_EQ(l(3, 1), std::log(2.0));
-  EXPECT_DOUBLE_EQ(l(3, 2), std::log(-std::log(2.0 / 3)));
-  EXPECT_DOUBLE_EQ(h(3, 3), h(3, 2));  // marker mode 1: every censored row
-  // Other marker mode: only rows with events and censorings (row 2), not row 1.
+  expect_cells(h, {{3, 2, -std::log(2.0 / 3)}, {3, 3, h(3, 2)}}, true);
+  expect_cells(l, {{3, 1, std::log(2.0)}, {3, 2, std::log(-std::log(2.0 / 3))}}, true);
+  // Other marker mode: only rows with events and censorings (row 2), not row 1; failure option
+  // off, but the origin points carry failure 0.
   ASSERT_EQ(0, Cpp_PrepareKaplanCharts(km.tab.data(), km.R, T, -1, -1, 0, 1.0, 0.05, 0,
                                        mainS.data(), P, haz.data(), ll.data(), C));
   EXPECT_EQ(h(1, 3), M);
   EXPECT_DOUBLE_EQ(h(3, 3), h(3, 2));
-  EXPECT_EQ(m(5, 5), M);  // failure option off
-  EXPECT_EQ(m(1, 5), 0);  // but the origin points carry failure 0
+  expect_cells(m, {{5, 5, M}, {1, 5, 0}});
 }
 
 TEST(SurvivalMeanMedian, QuartilesMeanAndTimeCap) {
@@ -403,29 +366,23 @@ TEST(SurvivalMeanMedian, QuartilesMeanAndTimeCap) {
                                        mean, q);
   };
   double cap, mean[4], q[12];
-  // No censoring, S reaches 0: cap 0 and the full area (mean of the times).
+  auto quartile = [&](int k, int) { return q[k]; };
+  // No censoring, S reaches 0: cap 0 and the full area (mean of the times). S = 0.25 exactly at
+  // t = 6: midpoint of 6 and 8; S = 0.5 exactly at 4, next time 6.
   KM full({2, 4, 6, 8}, {1, 1, 1, 1});
   ASSERT_EQ(0, run(full, &cap, mean, q));
   EXPECT_EQ(cap, 0);
   EXPECT_DOUBLE_EQ(mean[0], 5);
-  EXPECT_EQ(q[0], 0.75);
-  EXPECT_EQ(q[1], 0.5);
-  EXPECT_EQ(q[2], 0.25);
-  EXPECT_EQ(q[3], 7);  // S falls to 0.25 at t = 6, but S = 0.25 exactly: midpoint of 6 and 8
-  EXPECT_EQ(q[4], 5);  // S = 0.5 exactly at 4, next time 6
-  EXPECT_EQ(q[5], 3);
+  EXPECT_EQ(std::vector<double>(q, q + 6), (std::vector<double>{0.75, 0.5, 0.25, 7, 5, 3}));
   // S = 0.5 exactly at time 10, next time 12: median 11.
   KM half({10, 10, 12, 13}, {1, 1, 1, 0});
   ASSERT_EQ(0, run(half, &cap, mean, q));
   EXPECT_EQ(q[4], 11);
-  // A curve ending at 0.4: the 0.75 row (S = 0.25) is missing, the others filled.
+  // A curve ending at 0.4: the 0.75 row (S = 0.25) is missing, the others filled (S = 0.5
+  // exactly at 5).
   KM end({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {1, 1, 1, 1, 1, 1, 0, 0, 0, 0});
   ASSERT_EQ(0, run(end, &cap, mean, q));
-  EXPECT_EQ(q[3], M);
-  EXPECT_EQ(q[6], M);
-  EXPECT_EQ(q[9], M);
-  EXPECT_EQ(q[4], 5.5);  // S = 0.5 exactly at 5
-  EXPECT_EQ(q[5], 3);
+  expect_cells(quartile, {{3, 0, M}, {6, 0, M}, {9, 0, M}, {4, 0, 5.5}, {5, 0, 3}});
   // Time cap over the censored-only rows 7..10: row 7 sets 7, row 8 does not move it (t_7 is not
   // above the cap), row 9 sets 9, row 10 does not (deliberate). The area stops at t = 8 < 9.
   EXPECT_EQ(cap, 9);
@@ -515,11 +472,7 @@ TEST(SurvivalBadInput, EveryFlatEntryStaysInsideItsArrays) {
     SCOPED_TRACE(bc.name);
     const int n = static_cast<int>(bc.t.size());
     const int G = static_cast<int>(bc.sizes.size());
-    Guarded t(n), s(n), w(n), g(n), sizes(G), mx(1);
-    for (int i = 0; i < n; ++i)
-      t[i] = bc.t[static_cast<std::size_t>(i)], s[i] = bc.s[static_cast<std::size_t>(i)],
-      w[i] = bc.w[static_cast<std::size_t>(i)], g[i] = 1;
-    for (int k = 0; k < G; ++k) sizes[k] = bc.sizes[static_cast<std::size_t>(k)];
+    Guarded t(bc.t), s(bc.s), w(bc.w), g(n, 1.0), sizes(bc.sizes), mx(1);
     EXPECT_EQ(ReorganizeData(t.p(), n, s.p(), w.p(), g.p(), sizes.p(), G, 0, mx.p()),
               bc.expectedPrep);
     const int Gs = std::max(G, 1), R = n + 1;

@@ -14,7 +14,8 @@
 #include "methodcomp/bland_altman.h"
 #include "methodcomp/deming.h"
 #include "methodcomp/passing_bablok.h"
-#include "reference/methodcomp/methodcomp_fixtures.inc"
+#include "methodcomp/peak_flow.h"
+#include "support/columns.h"
 
 namespace mc = velkor::methodcomp;
 using namespace methodcomp_ref;
@@ -24,49 +25,11 @@ using velkor::kUnbounded;
 
 namespace {
 
-using Vec = std::vector<double>;
+using namespace testing_support;
 
-// n x 1 private copy of v.
-matrix<double> col(const Vec& v) {
-  return matrix<double>(static_cast<std::uint32_t>(v.size()), 1, const_cast<double*>(v.data()), 0);
-}
 // n x 1 output prefilled with 7, so that untouched cells show.
 matrix<double> out(std::size_t n) {
-  return col(Vec(n, 7.0));
-}
-Vec values(const matrix<double>& m) {
-  return Vec(m.data, m.data + m.count);
-}
-
-// |got - want| <= tol * max(1, |want|); markers and unbounded values must match exactly.
-void expect_close(double got, double want, double tol, const char* what) {
-  if (want == velkor::kMissing || want == velkor::kUnbounded || want == -velkor::kUnbounded) {
-    EXPECT_EQ(got, want) << what;
-    return;
-  }
-  EXPECT_NEAR(got, want, tol * std::max(1.0, std::fabs(want))) << what;
-}
-
-void expect_all_close(const Vec& got, const Vec& want, double tol, const char* what) {
-  ASSERT_EQ(got.size(), want.size()) << what;
-  for (std::size_t i = 0; i < got.size(); ++i) {
-    SCOPED_TRACE(i);
-    expect_close(got[i], want[i], tol, what);
-  }
-}
-
-// Two readings per subject stacked (every first reading, then every second one), and the
-// subject codes 1..17, 1..17 of the 17 peak-flow subjects in that layout.
-Vec stacked(const Vec& a, const Vec& b) {
-  Vec v = a;
-  v.insert(v.end(), b.begin(), b.end());
-  return v;
-}
-Vec codes17() {
-  Vec s;
-  for (int r = 0; r < 2; ++r)
-    for (int i = 1; i <= 17; ++i) s.push_back(i);
-  return s;
+  return column(Vec(n, 7.0));
 }
 
 // The deterministic 2100-point set of the fixtures (make_fixtures.R, grid_x / grid_y).
@@ -93,7 +56,7 @@ struct BaResult {
 };
 
 BaResult run_ba(const Vec& x, const Vec& y, int type, double alpha) {
-  auto mx = col(x), my = col(y), d = out(x.size()), m = out(x.size());
+  auto mx = column(x), my = column(y), d = out(x.size()), m = out(x.size());
   BaResult r{0, {}, {}, Vec(6, 0.0)};
   double* s = r.scalars.data();
   r.status = mc::BlandAltman(&mx, &my, static_cast<int>(x.size()), type, alpha, &d, &m, s[0], s[1],
@@ -104,14 +67,14 @@ BaResult run_ba(const Vec& x, const Vec& y, int type, double alpha) {
 }
 
 Vec run_loa(const Vec& x, const Vec& y, double alpha, double alphaCI, int method) {
-  auto mx = col(x), my = col(y), o = out(6);
+  auto mx = column(x), my = column(y), o = out(6);
   EXPECT_EQ(
       mc::BlandAltmanLoACI(&mx, &my, static_cast<int>(x.size()), 0, alpha, alphaCI, method, &o), 0);
   return values(o);
 }
 
 Vec run_rep(const Vec& x, const Vec& s, double alpha) {
-  auto mx = col(x), ms = col(s);
+  auto mx = column(x), ms = column(s);
   Vec r(3, 0.0);
   EXPECT_EQ(mc::GetRepeatability(&mx, static_cast<int>(x.size()), &ms, alpha, r[0], r[1], r[2]), 0);
   return r;
@@ -209,8 +172,9 @@ struct RegResult {
 RegResult run_reg(const Vec& x, const Vec& y, double lambda, double alpha,
                   const Vec* subject = nullptr, short weighted = 1) {
   const int n = static_cast<int>(x.size());
-  auto mx = col(x), my = col(y), c = out(8), info = out(3), f = out(x.size()), r = out(x.size());
-  matrix<double> ms = col(subject ? *subject : Vec{});
+  auto mx = column(x), my = column(y), c = out(8), info = out(3), f = out(x.size()),
+       r = out(x.size());
+  matrix<double> ms = column(subject ? *subject : Vec{});
   RegResult o;
   o.status = weighted == 1 ? mc::DemingRegression(&mx, &my, n, lambda, alpha, &c, &f, &r)
                            : mc::NewDemingRegression(&mx, &my, n, subject ? &ms : nullptr, weighted,
@@ -225,18 +189,18 @@ RegResult run_reg(const Vec& x, const Vec& y, double lambda, double alpha,
 }  // namespace
 
 TEST(Deming, ClosedFormCases) {
-  auto x = col({1, 2, 4, 7}), y = col({3, 5, 9, 15}), w = col({1, 1, 1, 1});
+  auto x = column({1, 2, 4, 7}), y = column({3, 5, 9, 15}), w = column({1, 1, 1, 1});
   double a = 0, b = 0;
   EXPECT_EQ(mc::Deming(&x, &y, &w, 4, 1.0, a, b), 0);  // y = 2x + 1
   EXPECT_NEAR(b, 2.0, 1e-15);
   EXPECT_NEAR(a, 1.0, 1e-14);
   // Syy = Sxx with Sxy > 0 and lambda = 1: b = 1.
-  auto u = col({1, 2, 3, 4}), v = col({2, 1, 4, 3});
+  auto u = column({1, 2, 3, 4}), v = column({2, 1, 4, 3});
   EXPECT_EQ(mc::Deming(&u, &v, &w, 4, 1.0, a, b), 0);
   EXPECT_DOUBLE_EQ(b, 1.0);
   // Weights act as frequencies: weight 2 equals the row repeated.
-  auto x3 = col({1, 2, 4, 7, 7}), y3 = col({3, 5.5, 9, 14, 14}), w3 = col({1, 1, 1, 1, 1});
-  auto x2 = col({1, 2, 4, 7}), y2 = col({3, 5.5, 9, 14}), w2 = col({1, 1, 1, 2});
+  auto x3 = column({1, 2, 4, 7, 7}), y3 = column({3, 5.5, 9, 14, 14}), w3 = column({1, 1, 1, 1, 1});
+  auto x2 = column({1, 2, 4, 7}), y2 = column({3, 5.5, 9, 14}), w2 = column({1, 1, 1, 2});
   double a3, b3, a2, b2;
   mc::Deming(&x3, &y3, &w3, 5, 2.0, a3, b3);
   mc::Deming(&x2, &y2, &w2, 4, 2.0, a2, b2);
@@ -258,7 +222,7 @@ TEST(Deming, GuardedFormKeepsPrecisionAndRefusesUndefinedFits) {
   }
   const long double D = Syy - lambda * Sxx;
   const long double bref = 2 * lambda * Sxy / (std::sqrt(D * D + 4 * lambda * Sxy * Sxy) - D);
-  auto x = col(xs), y = col(ys);
+  auto x = column(xs), y = column(ys);
   double a = 0, b = 0;
   EXPECT_EQ(mc::NewDeming(&x, &y, nullptr, 5, lambda, a, b), 0);
   EXPECT_NEAR(b, static_cast<double>(bref), 1e-15 * static_cast<double>(bref));
@@ -266,12 +230,12 @@ TEST(Deming, GuardedFormKeepsPrecisionAndRefusesUndefinedFits) {
   EXPECT_EQ(mc::NewDeming(&x, &y, nullptr, 5, INFINITY, a, b), 0);
   EXPECT_NEAR(b, static_cast<double>(Sxy / Sxx), 1e-15);
   // Undefined: all x equal (Sxy = 0), lambda <= 0, fewer than 2 rows; weights <= 0 skip rows.
-  auto c = col({3, 3, 3}), d = col({1, 2, 4});
+  auto c = column({3, 3, 3}), d = column({1, 2, 4});
   EXPECT_EQ(mc::NewDeming(&c, &d, nullptr, 3, 1.0, a, b), -5);
   EXPECT_EQ(a, kMissing);
   EXPECT_EQ(mc::NewDeming(&x, &y, nullptr, 5, 0.0, a, b), -5);
   EXPECT_EQ(mc::NewDeming(&x, &y, nullptr, 1, 1.0, a, b), -2);
-  auto w = col({1, 0, -1, kMissing, std::nan("")});
+  auto w = column({1, 0, -1, kMissing, std::nan("")});
   EXPECT_EQ(mc::NewDeming(&x, &y, &w, 5, 1.0, a, b), -2);
 }
 
@@ -338,19 +302,19 @@ TEST(NewDemingRegression, ReplicatesAndSubjectJackknife) {
 TEST(WeightedDeming, EqualReplicateVariancesReduceToClosedForm) {
   // Three subjects of two replicates each with the same sums of squares in x (0.5) and y (0.98):
   // constant weights, so the fit is the closed form on the subject means with lambda = 0.98 / 0.5.
-  auto size = col({2, 2, 2, 0});
-  auto x = col({0.5, 1.5, 2.5, 3.5, 5.5, 6.5}), y = col({1.2, 2.6, 3.4, 4.8, 9.1, 10.5});
+  auto size = column({2, 2, 2, 0});
+  auto x = column({0.5, 1.5, 2.5, 3.5, 5.5, 6.5}), y = column({1.2, 2.6, 3.4, 4.8, 9.1, 10.5});
   double b = 0, a = 0;
   int it = 0;
   ASSERT_EQ(mc::WeightedDeming(&size, 4, &x, &y, 6, 50, 1e-14, b, a, it), 0);
-  auto mx = col({1, 3, 6}), my = col({1.9, 4.1, 9.8}), w = col({1, 1, 1});
+  auto mx = column({1, 3, 6}), my = column({1.9, 4.1, 9.8}), w = column({1, 1, 1});
   double a0 = 0, b0 = 0;
   mc::Deming(&mx, &my, &w, 3, 0.98 / 0.5, a0, b0);
   EXPECT_NEAR(b, b0, 1e-13);
   EXPECT_NEAR(a, a0, 1e-12);
   EXPECT_LE(it, 3);
   // Single replicates carry no error information: fewer than two weighted subjects.
-  auto ones = col({1, 1, 1});
+  auto ones = column({1, 1, 1});
   EXPECT_EQ(mc::WeightedDeming(&ones, 3, &x, &y, 6, 50, 1e-12, b, a, it), -2);
   EXPECT_EQ(b, kMissing);
 }
@@ -367,7 +331,7 @@ struct PbResult {
 
 PbResult run_pb(const Vec& x, const Vec& y, int option, double alpha, bool equivariant = false) {
   const std::size_t n = x.size();
-  auto mx = col(x), my = col(y), f = out(n), r = out(n), d = out(n), s = out(n);
+  auto mx = column(x), my = column(y), f = out(n), r = out(n), d = out(n), s = out(n);
   PbResult o{0, Vec(9, 7.0), {}, {}, {}, {}};
   double* v = o.scalars.data();
   o.status = (equivariant ? mc::PassingBablokBIS : mc::PassingBablok)(
@@ -387,7 +351,7 @@ struct Slope {
 
 // ComputeBCoeff_PAB1 (or _PAB3) with the default special slopes.
 Slope slope(const Vec& x, const Vec& y, short flag = -1, short geo = 0, bool pab3 = false) {
-  auto mx = col(x), my = col(y);
+  auto mx = column(x), my = column(y);
   Slope s{0, 0, 0, flag};
   const mc::SpecialSlopes sp = mc::DefaultSpecialSlopes();
   EXPECT_EQ((pab3 ? mc::ComputeBCoeff_PAB3 : mc::ComputeBCoeff_PAB1)(

@@ -9,20 +9,18 @@
 #include "core/numeric.h"
 #include "survival/kaplan_meier.h"
 #include "survival/life_tests.h"
+#include "support/columns.h"
 #include "flat_chain.h"
 
 namespace {
 #include "reference/survival/survival_fixtures.inc"
-
-matrix<double> Column(std::vector<double> v) {
-  matrix<double> m(static_cast<std::uint32_t>(v.size()), 1, v.data(), 0);
-  return m;
-}
 }  // namespace
 
+using testing_support::column;
+
 TEST(SurvivalWorkers, WorkspaceHoldsEachTimeAndTheNextOne) {
-  matrix<double> t = Column({0, 0, 0, 1, 2, 2}), s = Column({0, 0, 0, 1, 0, 1}),
-                 w = Column({1, 1, 1, 1, 1, 1});
+  matrix<double> t = column({0, 0, 0, 1, 2, 2}), s = column({0, 0, 0, 1, 0, 1}),
+                 w = column({1, 1, 1, 1, 1, 1});
   matrix<double> table(4, 12), ws(3, 2);
   double total = 0;
   std::uint32_t rows = 0;
@@ -38,7 +36,7 @@ TEST(SurvivalWorkers, WorkspaceHoldsEachTimeAndTheNextOne) {
 TEST(SurvivalWorkers, MergedRiskSetsFillTimesWhereAGroupHasNoObservation) {
   // Group 1: times 1 (1 event), 3 (1 censored); group 2: times 2 (1 event), 3 (1 event).
   const int R = 3;
-  matrix<double> source(2 * R * 12, 1), last = Column({2, 2});
+  matrix<double> source(2 * R * 12, 1), last = column({2, 2});
   auto put = [&](int g, int row, std::vector<double> cells) {  // columns 1, 3, 4, 5
     const int cols[4] = {1, 3, 4, 5};
     for (int k = 0; k < 4; ++k)

@@ -1,8 +1,10 @@
 // Competing risks through VELKORLI1M.dll against R's cmprsk (the fixture of the Linux tests): the
 // whole path on mgus2 with raw cause codes 7 and 3 (Cpp_CheckStatusFormat, Cpp_ReorganizeDataCum,
-// RunLife per sex, Cpp_CumIncCalc per cause and sex), Gray's test, flat and through the exported
-// C++ worker on matrix<double> containers built by this program, and bad input.
+// RunLife per sex, Cpp_CumIncCalc per cause and sex), Gray's test, and bad input. The ordering,
+// the incidence tables and Gray's test also run through the exported C++ workers on
+// matrix<double> containers built by this program, cell for cell equal to the flat entries.
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "velkor/VELKORLI1M.h"
@@ -33,11 +35,27 @@ VELKOR_WIN_FAMILY(competing) {
 
   double sizes[2] = {0, 0};
   for (double g : groups) sizes[static_cast<int>(g) - 1] += 1.0;
+  auto column = [](std::vector<double>& v) {
+    return matrix<double>(static_cast<std::uint32_t>(v.size()), 1, v.data(), 0);
+  };
+  matrix<double> w_times = column(times), w_status = column(recoded), w_groups = column(groups),
+                 w_all(n, 1), w_sizes(1, 2, sizes, 0);  // block sizes: one row
   std::vector<double> all_cause(n);
   double maxTime = 0;
   WCHECK_EQ(reorganize(times.data(), n, recoded.data(), all_cause.data(), groups.data(), sizes, 2,
                        &maxTime),
             0);
+  auto reorganize_w = VELKOR_CPP_PROC(lib, ReorganizeDataCum);
+  auto incidence_w = VELKOR_CPP_PROC(lib, CumIncCalc);
+  if (reorganize_w) {
+    double w_max = 0;
+    WCHECK_EQ(reorganize_w(&w_times, n, &w_status, &w_all, &w_groups, &w_sizes, 2, w_max), 0);
+    WCHECK_EQ(w_max, maxTime);
+    WCHECK_ALL(w_times.data, times.data(), static_cast<std::size_t>(n), 0.0);
+    WCHECK_ALL(w_status.data, recoded.data(), static_cast<std::size_t>(n), 0.0);
+    WCHECK_ALL(w_all.data, all_cause.data(), static_cast<std::size_t>(n), 0.0);
+    WCHECK_ALL(w_groups.data, groups.data(), static_cast<std::size_t>(n), 0.0);
+  }
 
   // Incidence of each cause in each sex: estimates and standard errors at the fixture's times.
   const std::vector<double> ones(n, 1.0);
@@ -55,6 +73,12 @@ VELKOR_WIN_FAMILY(competing) {
       WCHECK_EQ(incidence(T, n, times.data(), recoded.data(), m, 0.05, size, offset, table.data(),
                           inc.data(), comp.data()),
                 0);
+      if (incidence_w && reorganize_w) {
+        matrix<double> w_table(rows, 12, table.data(), 0), w_inc(T, 10), w_comp(T, 10);
+        incidence_w(T, &w_times, &w_status, m, 0.05, size, offset, &w_table, &w_inc, &w_comp);
+        WCHECK_ALL(w_inc.data, inc.data(), inc.size(), 0.0);
+        WCHECK_ALL(w_comp.data, comp.data(), comp.size(), 0.0);
+      }
       for (const MgusIncidence& ref : kMgusIncidence) {
         if (ref.group != g || ref.cause != fixture_cause(m)) continue;
         int i = 0;
